@@ -1,0 +1,15 @@
+# ostrel_version_resource(target "Description" FileName.ext) gives a Windows binary its version resource.
+# The number is the project's, so that it stands in one place only.
+function(ostrel_version_resource target description file_name)
+  set(OSTREL_FILE_DESCRIPTION "${description}")
+  set(OSTREL_FILE_NAME "${file_name}")
+  if(file_name MATCHES "\\.dll$")
+    set(OSTREL_FILE_TYPE 0x2L)
+  elseif(file_name MATCHES "\\.sys$")
+    set(OSTREL_FILE_TYPE 0x3L)
+  else()
+    set(OSTREL_FILE_TYPE 0x1L)
+  endif()
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/version.rc.in ${CMAKE_CURRENT_BINARY_DIR}/${target}.rc @ONLY)
+  target_sources(${target} PRIVATE ${CMAKE_CURRENT_BINARY_DIR}/${target}.rc)
+endfunction()

@@ -1,0 +1,16 @@
+#include <algorithm>
+
+#include "util/ostrel_filter_lib_util.h"
+#include "util/text.h"
+
+bool OstrelFilterLibUtil::ExcludeBasedOnExtension(wchar_t* fileName, std::vector<std::wstring> extensions) {
+  return std::any_of(extensions.begin(), extensions.end(), [fileName](const std::wstring& extension) {
+    return ostrel::EndsWithIgnoringAsciiCase(fileName, extension);
+  });
+}
+
+bool OstrelFilterLibUtil::ExcludeBasedOnProcess(wchar_t* processName, std::vector<std::wstring> processes) {
+  return std::none_of(processes.begin(), processes.end(), [processName](const std::wstring& process) {
+    return ostrel::EqualsIgnoringAsciiCase(processName, process);
+  });
+}

@@ -1,0 +1,13 @@
+#ifndef OSTREL_UTIL_EXPORT_H
+#define OSTREL_UTIL_EXPORT_H
+
+/* Marks what OstrelFilterLib.dll exports. Plain C, because api/exports.h needs it too. */
+#if !defined(_WIN32)
+#define OSTREL_EXPORT
+#elif defined(OSTREL_BUILDING_LIBRARY)
+#define OSTREL_EXPORT __declspec(dllexport)
+#else
+#define OSTREL_EXPORT __declspec(dllimport)
+#endif
+
+#endif
