@@ -1,0 +1,81 @@
+#include "detect/disk_event_thread.h"
+
+#include <winsock2.h>
+
+#include <ctime>
+#include <memory>
+
+#include "log/log.h"
+#include "util/unique_handle.h"
+
+namespace ostrel {
+
+namespace {
+
+constexpr DWORD PASS_INTERVAL_MILLISECONDS = 1000;
+constexpr DWORD STOP_TIMEOUT_MILLISECONDS = 3000;
+
+// Calendar time in milliseconds since 1970, in whole seconds.
+unsigned long long Now() { return static_cast<unsigned long long>(std::time(nullptr)) * 1000; }
+
+void StartWinsock() {
+  WSADATA data{};
+  const int error = WSAStartup(MAKEWORD(2, 2), &data);
+  if (error != 0) Log(LOG_ERROR, L"WSAStartup failed. Code: %d", error);
+}
+
+}  // namespace
+
+// What one thread works with, apart from the members that a later start overwrites.
+struct DiskEventThread::Run {
+  explicit Run(DiskEventWorker& ownWorker) : worker(ownWorker) {}
+
+  DiskEventWorker& worker;
+  HANDLE stopEvent = nullptr;
+
+  static DWORD WINAPI Entry(void* parameter) {
+    const std::unique_ptr<Run> run(static_cast<Run*>(parameter));
+    while (WaitForSingleObject(run->stopEvent, PASS_INTERVAL_MILLISECONDS) == WAIT_TIMEOUT) {
+      run->worker.RunPass(Now());
+    }
+    return 0;
+  }
+};
+
+DiskEventThread::DiskEventThread(DiskEventWorker& worker) : worker_(worker) {}
+
+bool DiskEventThread::Start() {
+  if (thread_ != nullptr) {
+    Log(LOG_ERROR, L"Disk Event thread already started!");
+    return false;
+  }
+  auto run = std::make_unique<Run>(worker_);
+  UniqueKernelHandle stopEvent(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  run->stopEvent = stopEvent.Get();
+  if (stopEvent) thread_ = CreateThread(nullptr, 0, Run::Entry, run.get(), 0, nullptr);
+  if (thread_ == nullptr) {
+    Log(LOG_ERROR, L"Could not start Disk Event thread. Code: %lu", GetLastError());
+    return false;
+  }
+  static_cast<void>(run.release());
+  stopEvent_ = stopEvent.Release();
+  StartWinsock();
+  return true;
+}
+
+void DiskEventThread::Stop() {
+  SetEvent(stopEvent_);
+  if (thread_ == nullptr) {
+    Log(LOG_ERROR, L"Disk Event thread is null, and can't be ended.");
+    return;
+  }
+  if (WaitForSingleObject(thread_, STOP_TIMEOUT_MILLISECONDS) == WAIT_TIMEOUT) {
+    Log(LOG_ERROR, L"Disk Event thread never ended.");
+    return;
+  }
+  Log(LOG_DETAIL, L"Disk Event thread ended");
+  CloseHandle(thread_);
+  thread_ = nullptr;
+}
+
+}  // namespace ostrel

@@ -1,0 +1,24 @@
+#ifndef OSTREL_FILTER_CACHE_HOOKS_H
+#define OSTREL_FILTER_CACHE_HOOKS_H
+
+#include <string>
+#include <vector>
+
+#include "util/integers.h"
+
+namespace ostrel {
+
+// The three look-ups that every ReadEventCache of the library is given.
+
+// Account name, without its domain, of the user in the process's token. Non-zero when it was found.
+unsigned char GetUserOfProcess(void* processHandle, std::wstring& user);
+
+// Titles of the windows of a process in the user's session.
+std::vector<std::wstring> GetTabTitlesOfProcess(ULong32 processId, std::wstring processName, std::wstring& status);
+
+// Non-zero when the path is a directory.
+unsigned char IsDirectory(std::wstring path);
+
+}  // namespace ostrel
+
+#endif
