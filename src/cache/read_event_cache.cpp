@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <functional>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
@@ -15,6 +16,28 @@ using ostrel::ULong32;
 const int ReadEventCache::MILLISECOND_THRESHOLD;
 
 namespace {
+
+std::size_t HashOf(std::wstring_view name) { return std::hash<std::wstring_view>()(name); }
+
+// For each of `count` names the position of the next equal one, or `count` when there is none.
+template <typename NameAt>
+std::vector<std::size_t> NextOfSameName(std::size_t count, NameAt nameAt) {
+  std::vector<std::pair<std::size_t, std::size_t>> hashAndPosition;
+  hashAndPosition.reserve(count);
+  for (std::size_t i = 0; i < count; ++i) hashAndPosition.emplace_back(HashOf(nameAt(i)), i);
+  std::sort(hashAndPosition.begin(), hashAndPosition.end(), [nameAt](const auto& left, const auto& right) {
+    if (left.first != right.first) return left.first < right.first;
+    const int order = nameAt(left.second).compare(nameAt(right.second));
+    return order != 0 ? order < 0 : left.second < right.second;
+  });
+  std::vector<std::size_t> next(count, count);
+  for (std::size_t i = 1; i < count; ++i) {
+    const auto& [previousHash, previous] = hashAndPosition[i - 1];
+    const auto& [hash, position] = hashAndPosition[i];
+    if (previousHash == hash && nameAt(previous) == nameAt(position)) next[previous] = position;
+  }
+  return next;
+}
 
 // Drops the marked events; the others keep their order.
 void EraseMarked(std::vector<ReadEventMetaData>& events, const std::vector<bool>& marked) {
@@ -72,7 +95,7 @@ void ReadEventCache::Create(const DiskCacheKey& key, void* processHandle, std::w
 
   ReadEventMetaData event(std::move(user), std::move(processName), key.filePath_, processId, time, time, titles,
                           std::move(status), isNetworkEvent, fileEventType, readSize);
-  const auto position = events_.emplace(key, CachedEvent{std::move(event), endTimes_.end()}).first;
+  const auto position = events_.emplace(key, CachedEvent{std::move(event), endTimes_.end(), HashOf(key.filePath_)}).first;
   try {
     position->second.endTime = endTimes_.insert(endTimes_.end(), time);
   } catch (...) {
@@ -124,14 +147,8 @@ std::vector<ReadEventMetaData> ReadEventCache::TakeDueEvents(unsigned long long 
 // order of comparing each event with all that follow it, but each event only ever meets the next of its own file.
 void ReadEventCache::RemoveDuplicatesFromOutExpiringEvents(std::vector<ReadEventMetaData>& events) {
   const std::size_t none = events.size();
-  std::vector<std::size_t> nextOfSameFile(events.size(), none);
-  std::unordered_map<std::wstring_view, std::size_t> firstSeenFromTheEnd;
-  firstSeenFromTheEnd.reserve(events.size());
-  for (std::size_t i = events.size(); i-- > 0;) {
-    const auto [entry, isLast] = firstSeenFromTheEnd.try_emplace(events[i].fileName_, i);
-    if (!isLast) nextOfSameFile[i] = std::exchange(entry->second, i);
-  }
-
+  const std::vector<std::size_t> nextOfSameFile = NextOfSameName(
+      events.size(), [&events](std::size_t i) -> std::wstring_view { return events[i].fileName_; });
   std::vector<bool> dropped(events.size(), false);
   for (std::size_t i = 0; i < events.size(); ++i) {
     if (dropped[i] || nextOfSameFile[i] == none) continue;
@@ -151,14 +168,17 @@ void ReadEventCache::RemoveDuplicatesFromOutExpiringEvents(std::vector<ReadEvent
 // An outgoing event without hints gives way to any cached event of its file; one with hints deletes them all. Each
 // file occurs once in `events` by now, so one walk of the cache finds every pair.
 void ReadEventCache::RemoveDuplicatesFromCachedEvents(std::vector<ReadEventMetaData>& events) {
-  std::unordered_map<std::wstring_view, std::size_t> indexOfFile;
-  indexOfFile.reserve(events.size());
-  for (std::size_t i = 0; i < events.size(); ++i) indexOfFile.emplace(events[i].fileName_, i);
+  if (events.empty()) return;
+  std::unordered_multimap<std::size_t, std::size_t> indexByHash;
+  indexByHash.reserve(events.size());
+  for (std::size_t i = 0; i < events.size(); ++i) indexByHash.emplace(HashOf(events[i].fileName_), i);
 
   std::vector<std::pair<std::size_t, Events::iterator>> pairs;
-  for (auto cached = events_.begin(); cached != events_.end() && !events.empty(); ++cached) {
-    const auto found = indexOfFile.find(cached->first.filePath_);
-    if (found != indexOfFile.end()) pairs.emplace_back(found->second, cached);
+  for (auto cached = events_.begin(); cached != events_.end(); ++cached) {
+    auto [candidate, end] = indexByHash.equal_range(cached->second.nameHash);
+    for (; candidate != end; ++candidate) {
+      if (events[candidate->second].fileName_ == cached->first.filePath_) pairs.emplace_back(candidate->second, cached);
+    }
   }
   std::stable_sort(pairs.begin(), pairs.end(),
                    [](const auto& left, const auto& right) { return left.first < right.first; });

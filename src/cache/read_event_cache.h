@@ -1,6 +1,7 @@
 #ifndef OSTREL_CACHE_READ_EVENT_CACHE_H
 #define OSTREL_CACHE_READ_EVENT_CACHE_H
 
+#include <cstddef>
 #include <map>
 #include <mutex>
 #include <set>
@@ -67,6 +68,7 @@ class OSTREL_EXPORT ReadEventCache {
   struct CachedEvent {
     ReadEventMetaData event;
     EndTimes::iterator endTime;
+    std::size_t nameHash;  // a pass looks at every name; this spares it the text
   };
   using Events = std::map<DiskCacheKey, CachedEvent>;
 
