@@ -170,8 +170,8 @@ OSTREL_FUNCTION uint8_t EnablePCDDetection(PcdEventCallback callback, const wcha
 OSTREL_FUNCTION uint8_t DisablePCDDetection(void);
 
 /*
- * Sends the minifilter a new list of processes to watch for uploads and downloads, on or off as detection is. Call it when
- * a watched program starts: the minifilter is told the ids of those that run at the moment.
+ * Sends the minifilter a new list of processes to watch for uploads and downloads, on or off as detection is, and the ids
+ * of those of them that run at the moment. Call it also when a watched program has started.
  */
 OSTREL_FUNCTION void UpdateProcesses(const wchar_t** processNames, uint32_t processCount, uint8_t driverOption);
 

@@ -43,7 +43,6 @@ bool IpPort::operator<(const IpPort& other) const {
     if (other.ipv6_ != ipv6_) return other.ipv6_ < ipv6_;
     return other.port_ < port_;
   }
-  // With an unknown version on the left this holds although the two may be of one version; so be it.
   return other.version_ == IPV4;
 }
 

@@ -151,7 +151,12 @@ bool StartNotificationThread(std::shared_ptr<NotificationPort> port, const Notif
     return 0;
   };
   const UniqueKernelHandle thread(CreateThread(nullptr, 0, run, loop.get(), 0, nullptr));
-  if (!thread) return false;
+  if (!thread) {
+    const DWORD error = GetLastError();
+    loop.reset();
+    SetLastError(error);
+    return false;
+  }
   static_cast<void>(loop.release());
   return true;
 }
