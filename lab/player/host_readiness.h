@@ -1,0 +1,30 @@
+#ifndef OSTREL_LAB_PLAYER_HOST_READINESS_H
+#define OSTREL_LAB_PLAYER_HOST_READINESS_H
+
+#include <string>
+#include <vector>
+
+#include "minifilter_wire.h"
+#include "scenario.h"
+#include "work_directory.h"
+
+namespace ostrel::lab {
+
+// The image names whose events a scenario plays, lower-cased, each once.
+struct NeededProcesses {
+  std::vector<std::string> activity;
+  std::vector<std::string> cloudDrive;
+};
+NeededProcesses FindNeededProcesses(const Scenario& scenario);
+
+// What is still missing before the scenario can be played, in words; empty when nothing is. `configurations`
+// are newest first.
+std::string WhatIsMissing(const NeededProcesses& needed, const OstrelLabStatus& status,
+                          const std::vector<OstrelLabConfiguration>& configurations);
+
+// The command line words that make a host watch what the scenario needs, with its files as the cloud folder.
+std::string HostArguments(const NeededProcesses& needed, const WorkDirectory& workDirectory);
+
+}  // namespace ostrel::lab
+
+#endif

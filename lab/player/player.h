@@ -1,0 +1,46 @@
+#ifndef OSTREL_LAB_PLAYER_PLAYER_H
+#define OSTREL_LAB_PLAYER_PLAYER_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "driver_link.h"
+#include "scenario.h"
+#include "stand_in_process.h"
+#include "work_directory.h"
+
+namespace ostrel::lab {
+
+// Plays one scenario: makes its files, starts its processes, waits for a host, sends the events, and waits
+// until the host has handled every one. Prints one line per step. Throws a LabError when it cannot go on.
+class Player {
+ public:
+  Player(const Scenario& scenario, const WorkDirectory& workDirectory, std::uint32_t hostWaitSeconds);
+
+  void Play();
+
+ private:
+  void Prepare();
+  // The driver may be loaded, and so its device appear, only after the player has started.
+  DriverLink WaitForHost();
+
+  void Run(DriverLink& driver, const EventStep& step);
+  void Run(DriverLink& driver, const WaitStep& step);
+  void Run(DriverLink& driver, const ExitStep& step);
+  void Run(DriverLink& driver, const UnloadStep& step);
+
+  OstrelLabEvent MakeEvent(const EventStep& step) const;
+  // The host asks for the next message only when it is done with the last one.
+  void WaitUntilHandled(DriverLink& driver) const;
+
+  const Scenario& scenario_;
+  const WorkDirectory& workDirectory_;
+  const std::uint32_t hostWaitSeconds_;
+  std::vector<StandInProcess> processes_;
+  std::int64_t now_ = 0;  // milliseconds since 1970, fixed before the first step
+};
+
+}  // namespace ostrel::lab
+
+#endif

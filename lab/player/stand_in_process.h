@@ -1,0 +1,34 @@
+#ifndef OSTREL_LAB_PLAYER_STAND_IN_PROCESS_H
+#define OSTREL_LAB_PLAYER_STAND_IN_PROCESS_H
+
+#include <windows.h>
+
+#include <string>
+
+#include "util/unique_handle.h"
+
+namespace ostrel::lab {
+
+// A running copy of OstrelLabProcess.exe under an image name of the scenario. Ended and removed with its
+// owner; it ends by itself when the player dies.
+class StandInProcess {
+ public:
+  // `directory` exists and takes the copy.
+  StandInProcess(const std::wstring& directory, const std::wstring& image);
+  StandInProcess(StandInProcess&&) = default;
+  StandInProcess& operator=(StandInProcess&&) = delete;
+  ~StandInProcess();
+
+  // Stays known after the process has ended, so that a scenario can name a process that has gone.
+  DWORD Id() const { return id_; }
+  void End();
+
+ private:
+  std::wstring path_;
+  UniqueKernelHandle process_;
+  DWORD id_ = 0;
+};
+
+}  // namespace ostrel::lab
+
+#endif
