@@ -1,0 +1,42 @@
+#ifndef OSTREL_HOST_COMMAND_LINE_H
+#define OSTREL_HOST_COMMAND_LINE_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "exit_code.h"
+#include "log_writer.h"
+
+namespace ostrel::host {
+
+struct Options {
+  std::vector<std::wstring> watchedProcesses;
+  std::vector<std::wstring> excludedPaths;
+  std::vector<std::wstring> cloudProcesses;
+  std::vector<std::wstring> cloudPaths;
+  std::vector<std::wstring> excludedCloudPaths;
+  std::wstring userName;
+  std::uint8_t driverOption = 0;
+  bool tabTitles = true;
+  std::uint32_t logLevel = LEVEL_NOTABLE;
+  std::wstring logFile;                  // empty: none
+  std::optional<std::uint32_t> seconds;  // none: until told to stop
+  std::uint32_t refreshSeconds = 5;      // 0: never
+};
+
+// Either options, or what to print and with which code to end: after --help and --version with Success and
+// the text meant for stdout, after an error with Usage and the text meant for stderr.
+struct CommandLine {
+  std::optional<Options> options;
+  ExitCode exitCode = ExitCode::Success;
+  std::string text;
+};
+
+// The arguments are those after the program's name.
+CommandLine ParseCommandLine(const std::vector<std::wstring>& arguments);
+
+}  // namespace ostrel::host
+
+#endif

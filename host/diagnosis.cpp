@@ -1,0 +1,200 @@
+#include "diagnosis.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <string_view>
+
+namespace ostrel::host {
+
+namespace {
+
+// A line of the library's log: how its text begins, after which prefix the system's code follows and in which
+// base.
+struct Rule {
+  std::string_view line;
+  int codeBase;
+  ExitCode exitCode;
+  const char* happened;
+  const char* advice;
+};
+
+constexpr int NO_CODE = 0;
+
+const char* const NOT_ELEVATED_ADVICE =
+    "Start it from an elevated prompt (\"Run as administrator\") or as a service of the local system "
+    "account.";
+const char* const RESOURCES_ADVICE =
+    "The system is short of memory or threads; end other programs and try again.";
+const char* const STILL_LOADED_ADVICE =
+    "It may still be loaded: \"fltmc filters\" shows it, \"fltmc unload OstrelFilter\" unloads it.";
+
+constexpr std::string_view PREFIX = "OstrelFilterDriver: ";
+constexpr std::string_view SERVICE_SETUP_FAILED = "Could not setup service. ";
+
+// Every line that makes a load fail, or makes a successful one useless. All but the last two end LoadDriver,
+// so that only one of them can be there.
+const Rule LOAD_RULES[] = {
+    {"Could not enable privilege", NO_CODE, ExitCode::NotElevated,
+     "The privilege to load drivers could not be enabled.", NOT_ELEVATED_ADVICE},
+    {"Could not enable SE_LOAD_DRIVER_NAME privilege", NO_CODE, ExitCode::NotElevated,
+     "The privilege to load drivers could not be enabled.", NOT_ELEVATED_ADVICE},
+    {"Could not unload driver during InstallDriver: HResult: ", 16, ExitCode::InstallFailed,
+     "The minifilter is loaded already and could not be unloaded for its installation.",
+     "End whatever uses it, then try again; \"fltmc unload OstrelFilter\" unloads it by hand."},
+    {"Could not open INF file. Error on line ", NO_CODE, ExitCode::InstallFailed,
+     "A driver's INF file could not be read.",
+     "Replace it by the one delivered with the driver; line 0 means that the file as a whole is unreadable."},
+    {"Could not copy driver file. ", 10, ExitCode::InstallFailed,
+     "A driver's SYS file could not be copied to the system's drivers folder.",
+     "See that the file beside the library is readable and that the drivers folder can be written."},
+    {"Could not start driver service: HResult: ", 16, ExitCode::LoadFailed,
+     "The minifilter could not be loaded.",
+     "See that OstrelFilter.inf and OstrelFilter.sys belong together and fit this version of Windows."},
+    {"Could not connect to driver communication port: HResult: ", 16, ExitCode::PortRefused,
+     "The minifilter is loaded but refused the connection for its events.",
+     "See that driver and library are of the same version."},
+    {"Could not start receive notification thread. Code: ", 10, ExitCode::LoadFailed,
+     "The thread that receives the minifilter's events could not be started.", RESOURCES_ADVICE},
+    {"Could not start Disk Event thread. Code: ", 10, ExitCode::LoadFailed,
+     "The thread that reports detections could not be started.", RESOURCES_ADVICE},
+    {"Disk Event thread already started!", NO_CODE, ExitCode::LoadFailed,
+     "The thread that reports detections is still busy with an earlier run.",
+     "End this process and start anew."},
+};
+
+const Rule CONFIGURATION_RULES[] = {
+    {"Error opening port for updating monitored processes: HResult: ", 16, ExitCode::PortRefused,
+     "The minifilter's configuration port cannot be opened: the minifilter is not loaded any more, or "
+     "refuses.",
+     "Start again; \"fltmc filters\" shows whether OstrelFilter is loaded."},
+    {"Error getting message while updating kernel filter: HResult: ", 16, ExitCode::PortRefused,
+     "The minifilter did not take the list of what to watch.",
+     "See that driver and library are of the same version."},
+};
+
+const Rule UNLOAD_RULES[] = {
+    {"Could not enable privilege", NO_CODE, ExitCode::UnloadFailed,
+     "The minifilter was not unloaded: the privilege to do so could not be enabled.", STILL_LOADED_ADVICE},
+    {"Could not unload driver. ", 16, ExitCode::UnloadFailed, "The minifilter could not be unloaded.",
+     STILL_LOADED_ADVICE},
+};
+
+// Errors that say more than the step at which they came.
+struct KnownCode {
+  std::uint32_t code;
+  const char* advice;
+};
+constexpr std::uint32_t PRIVILEGE_NOT_HELD = 1314;
+const KnownCode KNOWN_CODES[] = {
+    {5, "Access was denied: start it from an elevated prompt, and see that no security product forbids it."},
+    {32, "Another program has the driver file open: end it, then try again."},
+    {577,
+     "Windows does not accept the driver's signature: use a signed driver or, on a test machine only, switch "
+     "test "
+     "signing on."},
+    {1053, "Its service did not answer in time: try again, after a restart of the system if need be."},
+    {1058, "Its service is disabled: \"sc config OstrelFilter start= demand\" enables it."},
+    {1238, "Another host is connected already, and there can be one only: end it, then try again."},
+    {1275, "Windows blocks this driver: see its policy for drivers."},
+    {PRIVILEGE_NOT_HELD, NOT_ELEVATED_ADVICE},
+};
+
+std::string_view WithoutPrefix(std::string_view line) {
+  if (line.substr(0, PREFIX.size()) == PREFIX) line.remove_prefix(PREFIX.size());
+  return line;
+}
+
+const std::string* FindLine(const std::vector<std::string>& lines, std::string_view beginning) {
+  const auto found = std::find_if(lines.begin(), lines.end(), [&](const std::string& line) {
+    return WithoutPrefix(line).substr(0, beginning.size()) == beginning;
+  });
+  return found == lines.end() ? nullptr : &*found;
+}
+
+// The system's code at the end of the line; for an HRESULT that wraps one, what it wraps.
+std::uint32_t CodeOf(const Rule& rule, std::string_view line) {
+  if (rule.codeBase == NO_CODE) return 0;
+  const std::string digits(WithoutPrefix(line).substr(rule.line.size()));
+  const auto code = static_cast<std::uint32_t>(std::strtoull(digits.c_str(), nullptr, rule.codeBase));
+  return (code & 0xFFFF0000U) == 0x80070000U ? code & 0xFFFFU : code;
+}
+
+const char* AdviceFor(const Rule& rule, std::uint32_t code) {
+  const auto* const known = std::find_if(std::begin(KNOWN_CODES), std::end(KNOWN_CODES),
+                                         [&](const KnownCode& candidate) { return candidate.code == code; });
+  return known == std::end(KNOWN_CODES) ? rule.advice : known->advice;
+}
+
+Diagnosis Judge(const Rule& rule, std::string_view line) {
+  const std::uint32_t code = CodeOf(rule, line);
+  const bool isForElevation = code == PRIVILEGE_NOT_HELD && rule.exitCode != ExitCode::UnloadFailed;
+  return {
+      isForElevation ? ExitCode::NotElevated : rule.exitCode,
+      std::string(rule.happened) + " (" + std::string(WithoutPrefix(line)) + ") " + AdviceFor(rule, code)};
+}
+
+template <std::size_t Count>
+std::optional<Diagnosis> JudgeByLines(const Rule (&rules)[Count], const std::vector<std::string>& lines) {
+  for (const Rule& rule : rules) {
+    if (const std::string* line = FindLine(lines, rule.line)) return Judge(rule, *line);
+  }
+  return std::nullopt;
+}
+
+// A failure that no rule knows: the log has the last word.
+Diagnosis Unexplained(ExitCode exitCode, const char* happened, const std::vector<std::string>& lines) {
+  const std::string reason = lines.empty() ? "The library gave no reason; it may be short of memory."
+                                           : "The library says: " + std::string(WithoutPrefix(lines.back()));
+  return {exitCode, std::string(happened) + " " + reason};
+}
+
+// The service's set-up may fail and leave the service of an earlier installation, which is good enough as
+// long as it starts.
+std::string ServiceSetupNote(const std::vector<std::string>& lines) {
+  const std::string* const line = FindLine(lines, SERVICE_SETUP_FAILED);
+  if (line == nullptr) return {};
+  return " Before that, a driver's service could not be set up from its INF file, which may be the reason. "
+         "(" +
+         std::string(WithoutPrefix(*line)) + ")";
+}
+
+}  // namespace
+
+std::optional<Diagnosis> DiagnoseMachine(const MachineFacts& facts) {
+  if (!facts.missingDriverFiles.empty()) {
+    std::string names;
+    for (const std::string& name : facts.missingDriverFiles) names += (names.empty() ? "" : ", ") + name;
+    return Diagnosis{ExitCode::DriverFilesMissing, "Not found beside OstrelFilterLib.dll in " +
+                                                       facts.libraryFolder + ": " + names +
+                                                       ". Put all four driver files there."};
+  }
+  if (!facts.holdsLoadDriverPrivilege) {
+    return Diagnosis{ExitCode::NotElevated,
+                     std::string("This process may not load drivers. ") + NOT_ELEVATED_ADVICE};
+  }
+  return std::nullopt;
+}
+
+std::optional<Diagnosis> DiagnoseLoad(const CallFacts& facts) {
+  std::optional<Diagnosis> diagnosis = JudgeByLines(LOAD_RULES, facts.errorLines);
+  if (!diagnosis && !facts.succeeded) {
+    diagnosis = Unexplained(ExitCode::LoadFailed, "The library could not be started.", facts.errorLines);
+  }
+  if (diagnosis) diagnosis->message += ServiceSetupNote(facts.errorLines);
+  return diagnosis;
+}
+
+std::optional<Diagnosis> DiagnoseConfiguration(const CallFacts& facts) {
+  if (auto diagnosis = JudgeByLines(CONFIGURATION_RULES, facts.errorLines)) return diagnosis;
+  if (facts.succeeded) return std::nullopt;
+  return Unexplained(ExitCode::PortRefused, "Detection could not be switched on.", facts.errorLines);
+}
+
+std::optional<Diagnosis> DiagnoseUnload(const CallFacts& facts) {
+  if (facts.succeeded) return std::nullopt;
+  if (auto diagnosis = JudgeByLines(UNLOAD_RULES, facts.errorLines)) return diagnosis;
+  return Unexplained(ExitCode::UnloadFailed, "The minifilter could not be unloaded.", facts.errorLines);
+}
+
+}  // namespace ostrel::host

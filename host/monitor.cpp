@@ -1,0 +1,153 @@
+#include "monitor.h"
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "machine.h"
+#include "utf8.h"
+
+namespace ostrel::host {
+
+namespace {
+
+// A list of texts as the library takes it: an array of pointers and a count. The texts must stay where they
+// are.
+class TextArray {
+ public:
+  explicit TextArray(const std::vector<std::wstring>& texts) {
+    for (const std::wstring& text : texts) pointers_.push_back(text.c_str());
+  }
+  const wchar_t** Data() { return pointers_.data(); }
+  std::int32_t Count() const { return static_cast<std::int32_t>(pointers_.size()); }
+
+ private:
+  std::vector<const wchar_t*> pointers_;
+};
+
+MachineFacts LookAtMachine() {
+  const std::wstring folder = ModuleFolder(L"OstrelFilterLib.dll");
+  MachineFacts facts{ToUtf8(folder), {}, HoldsLoadDriverPrivilege()};
+  for (const std::wstring& name : MissingDriverFiles(folder))
+    facts.missingDriverFiles.push_back(ToUtf8(name));
+  return facts;
+}
+
+}  // namespace
+
+Monitor::Monitor(const Options& options, const Callbacks& callbacks, LogWriter& log, CallErrors& errors,
+                 HANDLE stop)
+    : options_(options), callbacks_(callbacks), log_(log), errors_(errors), stop_(stop) {}
+
+ExitCode Monitor::Run() {
+  if (!Accept(DiagnoseMachine(LookAtMachine())) || !Load()) return result_;
+  if (SwitchOn()) {
+    log_.Write(LEVEL_NOTABLE, "OstrelHost: watching; Ctrl+C ends it.");
+    WaitUntilStopped();
+  }
+  SwitchOff();
+  Unload();
+  return result_;
+}
+
+bool Monitor::Load() {
+  const CallFacts facts = Observe([&] { return LoadDriver(callbacks_.log, options_.logLevel); });
+  if (Accept(DiagnoseLoad(facts))) return true;
+  if (facts.succeeded) Unload();
+  return false;
+}
+
+bool Monitor::SwitchOn() {
+  // Before the minifilter is told: a program that starts in between counts as new at the first refresh.
+  knownPrograms_ = RunningPrograms();
+  return WatchActivity() && WatchCloudDrive(true);
+}
+
+bool Monitor::WatchActivity() {
+  if (options_.watchedProcesses.empty()) return true;
+  TextArray processes(options_.watchedProcesses);
+  TextArray excludedPaths(options_.excludedPaths);
+  return Accept(DiagnoseConfiguration(Observe([&] {
+    return EnableActivityDetection(callbacks_.activity, options_.userName.c_str(), processes.Data(),
+                                   processes.Count(), excludedPaths.Data(), excludedPaths.Count(),
+                                   options_.driverOption, 0, options_.tabTitles ? 1 : 0);
+  })));
+}
+
+// The library adds the paths of each call to those it has, so they are passed only once.
+bool Monitor::WatchCloudDrive(bool withPaths) {
+  if (options_.cloudProcesses.empty()) return true;
+  const std::vector<std::wstring> none;
+  TextArray processes(options_.cloudProcesses);
+  TextArray paths(withPaths ? options_.cloudPaths : none);
+  TextArray excludedPaths(withPaths ? options_.excludedCloudPaths : none);
+  return Accept(DiagnoseConfiguration(Observe([&] {
+    return EnablePCDDetection(callbacks_.cloudDrive, processes.Data(), processes.Count(), paths.Data(),
+                              paths.Count(), excludedPaths.Data(), excludedPaths.Count());
+  })));
+}
+
+void Monitor::WaitUntilStopped() {
+  constexpr std::uint64_t FOREVER = UINT64_MAX;
+  const std::uint64_t refresh = options_.refreshSeconds == 0 ? FOREVER : options_.refreshSeconds * 1000ULL;
+  const std::uint64_t start = GetTickCount64();
+  const std::uint64_t end = options_.seconds ? start + *options_.seconds * 1000ULL : FOREVER;
+  for (std::uint64_t now = start; now < end; now = GetTickCount64()) {
+    const std::uint64_t wait = std::min(refresh, end - now);
+    const DWORD milliseconds = wait < INFINITE ? static_cast<DWORD>(wait) : INFINITE;
+    if (WaitForSingleObject(stop_, milliseconds) != WAIT_TIMEOUT) return;
+    if (refresh != FOREVER && !TellAboutNewProcesses()) return;
+  }
+}
+
+// The minifilter is told the ids of the programs that run at the moment, so it must be told again when others
+// start.
+bool Monitor::TellAboutNewProcesses() {
+  std::set<std::uint32_t> running = RunningPrograms();
+  if (running == knownPrograms_) return true;
+  knownPrograms_ = std::move(running);
+  if (!options_.watchedProcesses.empty()) {
+    TextArray processes(options_.watchedProcesses);
+    const CallFacts facts = Observe([&] {
+      UpdateProcesses(processes.Data(), static_cast<std::uint32_t>(processes.Count()), options_.driverOption);
+      return true;
+    });
+    if (!Accept(DiagnoseConfiguration(facts))) return false;
+  }
+  return WatchCloudDrive(false);
+}
+
+// The results do not matter: what was never switched on is off, and a minifilter that does not answer is
+// unloaded next.
+void Monitor::SwitchOff() {
+  if (!options_.watchedProcesses.empty()) DisableActivityDetection();
+  if (!options_.cloudProcesses.empty()) DisablePCDDetection();
+}
+
+void Monitor::Unload() {
+  if (Accept(DiagnoseUnload(Observe([] { return UnloadDriver(); })))) {
+    log_.Write(LEVEL_NOTABLE, "OstrelHost: unloaded.");
+  }
+}
+
+std::set<std::uint32_t> Monitor::RunningPrograms() const {
+  std::vector<std::wstring> names = options_.watchedProcesses;
+  names.insert(names.end(), options_.cloudProcesses.begin(), options_.cloudProcesses.end());
+  return RunningProcesses(names);
+}
+
+template <typename Call>
+CallFacts Monitor::Observe(Call call) {
+  errors_.Begin();
+  const bool succeeded = call() != 0;
+  return {succeeded, errors_.Take()};
+}
+
+bool Monitor::Accept(const std::optional<Diagnosis>& diagnosis) {
+  if (!diagnosis) return true;
+  log_.Write(LEVEL_ERROR, "OstrelHost: " + diagnosis->message);
+  if (result_ == ExitCode::Success) result_ = diagnosis->exitCode;
+  return false;
+}
+
+}  // namespace ostrel::host
