@@ -1,0 +1,77 @@
+#include "portable_executable.h"
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+namespace ostrel::test {
+
+namespace {
+
+constexpr std::size_t OPTIONAL_HEADER = 24;
+constexpr std::uint16_t MAGIC_64_BIT = 0x20B;
+
+}  // namespace
+
+PortableExecutable::PortableExecutable(const std::wstring& path) {
+  std::ifstream file(std::filesystem::path(path), std::ios::binary);
+  bytes_.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+  if (bytes_.empty()) throw std::runtime_error("the library's file cannot be read");
+  headers_ = Number(0x3C);
+}
+
+bool PortableExecutable::Is64Bit() const {
+  return Word(headers_ + OPTIONAL_HEADER) == MAGIC_64_BIT;
+}
+
+std::vector<std::string> PortableExecutable::ExportedNames() const {
+  const std::size_t table = OffsetOf(Directory(0));
+  const std::uint32_t count = Number(table + 24);
+  const std::size_t names = OffsetOf(Number(table + 32));
+  std::vector<std::string> exported;
+  for (std::size_t i = 0; i < count; ++i) exported.push_back(Text(OffsetOf(Number(names + 4 * i))));
+  return exported;
+}
+
+std::vector<std::string> PortableExecutable::ImportedLibraries() const {
+  constexpr std::size_t entrySize = 20;
+  constexpr std::size_t name = 12;
+  std::vector<std::string> libraries;
+  for (std::size_t entry = OffsetOf(Directory(1)); Number(entry + name) != 0; entry += entrySize) {
+    libraries.push_back(Text(OffsetOf(Number(entry + name))));
+  }
+  return libraries;
+}
+
+std::uint16_t PortableExecutable::Word(std::size_t offset) const {
+  return static_cast<std::uint16_t>(bytes_.at(offset) | bytes_.at(offset + 1) << 8);
+}
+
+std::uint32_t PortableExecutable::Number(std::size_t offset) const {
+  return Word(offset) | static_cast<std::uint32_t>(Word(offset + 2)) << 16;
+}
+
+std::string PortableExecutable::Text(std::size_t offset) const {
+  std::string text;
+  for (; bytes_.at(offset) != 0; ++offset) text += static_cast<char>(bytes_[offset]);
+  return text;
+}
+
+std::size_t PortableExecutable::OffsetOf(std::uint32_t address) const {
+  constexpr std::size_t sectionSize = 40;
+  std::size_t section = headers_ + OPTIONAL_HEADER + Word(headers_ + 20);
+  for (std::uint16_t i = 0; i < Word(headers_ + 6); ++i, section += sectionSize) {
+    const std::uint32_t start = Number(section + 12);
+    if (address >= start && address < start + Number(section + 16))
+      return address - start + Number(section + 20);
+  }
+  throw std::runtime_error("an address lies in no section");
+}
+
+std::uint32_t PortableExecutable::Directory(std::size_t index) const {
+  constexpr std::size_t directories = 112;
+  return Number(headers_ + OPTIONAL_HEADER + directories + 8 * index);
+}
+
+}  // namespace ostrel::test

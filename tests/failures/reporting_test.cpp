@@ -1,0 +1,173 @@
+#include <stdexcept>
+#include <utility>
+
+#include "library_test.h"
+
+namespace ostrel::test {
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+constexpr std::uint64_t LONG_AGO = 1000;
+
+EventMessage Event(std::int32_t type, const std::u16string& fileName, std::uint64_t time = LONG_AGO) {
+  EventMessage message{};
+  message.messageId = 7;
+  message.processId = 42;
+  message.eventTime = time;
+  message.eventType = type;
+  message.streamFlag = 1;
+  message.deviceSourceType = 2;
+  std::copy(fileName.begin(), fileName.end(), message.fileName);
+  message.readSize = 1000;
+  return message;
+}
+
+// The host's callbacks get no context, so what they are told goes to the newest transcript.
+Transcript* told = nullptr;
+bool throwFirst = false;
+
+void Tell(const std::string& line) {
+  told->Add(line);
+  if (std::exchange(throwFirst, false)) throw std::runtime_error("the host throws");
+}
+
+void OnActivity(const wchar_t* fileName, const wchar_t* processName, const wchar_t* user,
+                std::uint64_t endTime, std::uint32_t type, std::int32_t streamCount, wchar_t**,
+                std::uint32_t*, wchar_t**, std::int32_t hintCount, wchar_t**, const wchar_t* tabTitleStatus,
+                std::uint8_t isNetworkDrive, const wchar_t*, const wchar_t*, std::uint32_t, const wchar_t*,
+                const wchar_t*) {
+  Tell("told " + std::to_string(type) + " " + Narrow(fileName) + " " + Narrow(processName) + " " +
+       Narrow(user) + " " + std::to_string(endTime) + " streams " + std::to_string(streamCount) + " hints " +
+       std::to_string(hintCount) + " [" + Narrow(tabTitleStatus) + "] network " +
+       std::to_string(isNetworkDrive));
+}
+
+void OnCloud(const wchar_t* fileName, const wchar_t* processName, const wchar_t* user, std::uint64_t endTime,
+             std::uint32_t type) {
+  Tell("told " + std::to_string(type) + " " + Narrow(fileName) + " " + Narrow(processName) + " " +
+       Narrow(user) + " " + std::to_string(endTime));
+}
+
+// The whole road inside the DLL: from the driver's message through the caches and the disk event thread to
+// the host.
+class ReportingToTheHost : public LibraryTest {
+ protected:
+  ReportingToTheHost() {
+    told = &system_.transcript;
+    throwFirst = false;
+    // No rule of any browser applies to this process.
+    system_.imageNames = {{42, L"\\app.exe"}};
+    system_.fileSizes = {{L"\\a.txt", 1000}};
+    system_.waitDivisor = 10;
+    EXPECT_TRUE(Load());
+    EXPECT_TRUE(system_.WaitUntilHandled());
+  }
+
+  void EnableBoth(bool tabTitles = true) {
+    const wchar_t* names[] = {L"app.exe"};
+    EXPECT_EQ(
+        library_.EnableActivityDetection(&OnActivity, L"ann", names, 1, nullptr, 0, 0, 0, tabTitles ? 1 : 0),
+        1);
+    EXPECT_EQ(library_.EnablePCDDetection(&OnCloud, names, 1, nullptr, 0, nullptr, 0), 1);
+  }
+
+  void Send(const EventMessage& message) {
+    system_.Send(message);
+    ASSERT_TRUE(system_.WaitUntilHandled());
+  }
+
+  Lines Told() const { return system_.transcript.StartingWith("told "); }
+  bool WaitForReports(std::size_t count) const { return system_.transcript.WaitFor("told ", count); }
+
+  // Ends the disk event thread, so that nothing comes after.
+  void Unload() { EXPECT_EQ(library_.UnloadDriver(), 1); }
+};
+
+TEST_F(ReportingToTheHost, AnUploadReachesTheActivityCallback) {
+  EnableBoth();
+  Send(Event(0, u"\\a.txt"));
+  ASSERT_TRUE(WaitForReports(1));
+  Unload();
+  EXPECT_THAT(Told(), ElementsAre("told 0 \\a.txt \\app.exe ann 1000 streams 0 hints 0 "
+                                  "[USER_HELPER_NOT_SUPPORTED] network 0"));
+}
+
+TEST_F(ReportingToTheHost, WithoutTabTitleCaptureTheStatusIsEmpty) {
+  EnableBoth(false);
+  Send(Event(1, u"\\a.txt"));
+  ASSERT_TRUE(WaitForReports(1));
+  Unload();
+  EXPECT_THAT(Told(), ElementsAre("told 1 \\a.txt \\app.exe ann 1000 streams 0 hints 0 [] network 0"));
+}
+
+TEST_F(ReportingToTheHost, ACloudDriveEventReachesTheOtherCallback) {
+  EnableBoth();
+  Send(Event(9, u"\\gone.txt"));
+  ASSERT_TRUE(WaitForReports(1));
+  Unload();
+  EXPECT_THAT(Told(), ElementsAre("told 9 \\gone.txt \\app.exe ann 1000"));
+}
+
+TEST_F(ReportingToTheHost, WhatIsCachedIsReportedAfterDetectionIsSwitchedOff) {
+  EnableBoth();
+  EXPECT_EQ(library_.DisableActivityDetection(), 1);
+  EXPECT_EQ(library_.DisablePCDDetection(), 1);
+  Send(Event(1, u"\\a.txt"));
+  Send(Event(4, u"\\b.txt"));
+  ASSERT_TRUE(WaitForReports(2));
+  Unload();
+  EXPECT_THAT(Told(), ElementsAre("told 1 \\a.txt \\app.exe ann 1000 streams 0 hints 0 "
+                                  "[USER_HELPER_NOT_SUPPORTED] network 0",
+                                  "told 4 \\b.txt \\app.exe ann 1000"));
+}
+
+TEST_F(ReportingToTheHost, WithoutCallbacksEventsPassUnseen) {
+  Send(Event(1, u"\\a.txt"));
+  Send(Event(4, u"\\b.txt"));
+  ASSERT_TRUE(system_.transcript.WaitFor("PathIsDirectoryW(\\b.txt)"));
+  Unload();
+  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_THAT(system_.transcript.StartingWith("log 6 Detected"), IsEmpty());
+  EXPECT_THAT(system_.transcript.StartingWith("CreateFileW"), IsEmpty());
+}
+
+TEST_F(ReportingToTheHost, ADirectoryIsNotReported) {
+  system_.directories = {L"\\a.txt"};
+  EnableBoth();
+  Send(Event(1, u"\\a.txt"));
+  ASSERT_TRUE(system_.transcript.WaitFor("log 7 Event suppressed. Filename is a directory."));
+  Unload();
+  EXPECT_THAT(Told(), IsEmpty());
+}
+
+TEST_F(ReportingToTheHost, ACallbackThatThrowsLosesItsReportOnly) {
+  throwFirst = true;
+  EnableBoth();
+  Send(Event(4, u"\\1"));
+  ASSERT_TRUE(WaitForReports(1));
+  Send(Event(4, u"\\2"));
+  ASSERT_TRUE(WaitForReports(2));
+  Unload();
+  EXPECT_THAT(Told(), ElementsAre("told 4 \\1 \\app.exe ann 1000", "told 4 \\2 \\app.exe ann 1000"));
+}
+
+// An event of this moment has a minute to go.
+TEST_F(ReportingToTheHost, TheClockIsMillisecondsSince1970) {
+  EnableBoth();
+  FILETIME now{};
+  GetSystemTimeAsFileTime(&now);
+  const std::uint64_t ticks = static_cast<std::uint64_t>(now.dwHighDateTime) << 32 | now.dwLowDateTime;
+  const std::uint64_t milliseconds = (ticks - 116444736000000000ULL) / 10000;
+  Send(Event(4, u"\\now", milliseconds));
+  Send(Event(4, u"\\quiet", milliseconds - 62000));
+  ASSERT_TRUE(WaitForReports(1));
+  Unload();
+  EXPECT_THAT(Told(), ElementsAre("told 4 \\quiet \\app.exe ann " + std::to_string(milliseconds - 62000)));
+}
+
+}  // namespace
+
+}  // namespace ostrel::test

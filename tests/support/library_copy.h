@@ -1,0 +1,57 @@
+#ifndef OSTREL_TESTS_SUPPORT_LIBRARY_COPY_H
+#define OSTREL_TESTS_SUPPORT_LIBRARY_COPY_H
+
+#include <windows.h>
+
+#include <string>
+
+#include "api/exports.h"
+
+namespace ostrel::test {
+
+// OstrelFilterLib.dll from a folder of its own: a separate module, with process-wide state that no other test
+// has touched.
+class LibraryCopy {
+ public:
+  LibraryCopy();
+  LibraryCopy(const LibraryCopy&) = delete;
+  LibraryCopy& operator=(const LibraryCopy&) = delete;
+  ~LibraryCopy();
+
+  HMODULE Module() const { return module_; }
+  const std::wstring& Directory() const { return directory_; }
+
+  // The built library, of which this is a copy.
+  static std::wstring OriginalPath();
+
+  template <typename Function>
+  Function Find(const char* name) const {
+    return reinterpret_cast<Function>(FindAny(name));
+  }
+
+ private:
+  // Throws when the library does not export the name.
+  void* FindAny(const char* name) const;
+
+  std::wstring directory_;
+  HMODULE module_ = nullptr;
+
+ public:
+  decltype(&::LoadDriver) LoadDriver;
+  decltype(&::UnloadDriver) UnloadDriver;
+  decltype(&::EnableActivityDetection) EnableActivityDetection;
+  decltype(&::DisableActivityDetection) DisableActivityDetection;
+  decltype(&::EnablePCDDetection) EnablePCDDetection;
+  decltype(&::DisablePCDDetection) DisablePCDDetection;
+  decltype(&::UpdateProcesses) UpdateProcesses;
+  decltype(&::EnableTabTitles) EnableTabTitles;
+  decltype(&::DisableTabTitles) DisableTabTitles;
+  decltype(&::DeallocStringPointer) DeallocStringPointer;
+};
+
+// The folder of the running program.
+std::wstring ProgramDirectory();
+
+}  // namespace ostrel::test
+
+#endif

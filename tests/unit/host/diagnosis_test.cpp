@@ -1,0 +1,229 @@
+#include "diagnosis.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using ostrel::host::DiagnoseConfiguration;
+using ostrel::host::DiagnoseLoad;
+using ostrel::host::DiagnoseMachine;
+using ostrel::host::DiagnoseUnload;
+using ostrel::host::Diagnosis;
+using ostrel::host::ExitCode;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+using Lines = std::vector<std::string>;
+
+Lines Prefixed(Lines lines) {
+  for (std::string& line : lines) line.insert(0, "OstrelFilterDriver: ");
+  return lines;
+}
+
+Diagnosis Required(const std::optional<Diagnosis>& diagnosis) {
+  EXPECT_TRUE(diagnosis);
+  return diagnosis.value_or(Diagnosis{ExitCode::Success, ""});
+}
+
+Diagnosis FailedLoad(const Lines& lines) {
+  return Required(DiagnoseLoad({false, Prefixed(lines)}));
+}
+Diagnosis Configuration(bool succeeded, const Lines& lines) {
+  return Required(DiagnoseConfiguration({succeeded, Prefixed(lines)}));
+}
+Diagnosis FailedUnload(const Lines& lines) {
+  return Required(DiagnoseUnload({false, Prefixed(lines)}));
+}
+
+TEST(DiagnoseMachineTest, WithAllFilesAndThePrivilegeNothingIsWrong) {
+  EXPECT_FALSE(DiagnoseMachine({"C:\\agent", {}, true}));
+}
+
+TEST(DiagnoseMachineTest, MissingFilesAreNamedWithTheFolder) {
+  const Diagnosis diagnosis =
+      Required(DiagnoseMachine({"C:\\agent", {"OstrelFilter.sys", "OstrelNWFilter.inf"}, true}));
+  EXPECT_EQ(diagnosis.exitCode, ExitCode::DriverFilesMissing);
+  EXPECT_EQ(diagnosis.message,
+            "Not found beside OstrelFilterLib.dll in C:\\agent: OstrelFilter.sys, OstrelNWFilter.inf. "
+            "Put all four driver files there.");
+}
+
+TEST(DiagnoseMachineTest, WithoutThePrivilegeTheProcessIsNotElevated) {
+  const Diagnosis diagnosis = Required(DiagnoseMachine({"C:\\agent", {}, false}));
+  EXPECT_EQ(diagnosis.exitCode, ExitCode::NotElevated);
+  EXPECT_THAT(diagnosis.message, HasSubstr("elevated prompt"));
+}
+
+TEST(DiagnoseMachineTest, MissingFilesComeFirst) {
+  EXPECT_EQ(Required(DiagnoseMachine({"C:\\agent", {"OstrelFilter.sys"}, false})).exitCode,
+            ExitCode::DriverFilesMissing);
+}
+
+TEST(DiagnoseLoadTest, SuccessWithoutErrorsIsFine) {
+  EXPECT_FALSE(DiagnoseLoad({true, {}}));
+}
+
+TEST(DiagnoseLoadTest, SuccessDespiteErrorsThatDoNotMatterIsFine) {
+  EXPECT_FALSE(DiagnoseLoad({true, Prefixed({"OpenService failed (1060).", "Could not setup service. 5",
+                                             "WSAStartup failed. Code: 10091"})}));
+}
+
+TEST(DiagnoseLoadTest, APrivilegeThatCannotBeEnabledMeansNotElevated) {
+  for (const char* line : {"Could not enable privilege", "Could not enable SE_LOAD_DRIVER_NAME privilege"}) {
+    const Diagnosis diagnosis = FailedLoad({"Could not adjust token privilege. 5", line});
+    EXPECT_EQ(diagnosis.exitCode, ExitCode::NotElevated) << line;
+    EXPECT_THAT(diagnosis.message, HasSubstr("elevated prompt")) << line;
+  }
+}
+
+TEST(DiagnoseLoadTest, APrivilegeThatIsNotHeldWhenItIsNeededMeansNotElevated) {
+  EXPECT_EQ(FailedLoad({"Could not unload driver during InstallDriver: HResult: 80070522"}).exitCode,
+            ExitCode::NotElevated);
+  EXPECT_EQ(FailedLoad({"Could not start driver service: HResult: 80070522"}).exitCode,
+            ExitCode::NotElevated);
+}
+
+TEST(DiagnoseLoadTest, AMinifilterThatCannotBeReplacedIsAFailedInstallation) {
+  const Diagnosis diagnosis = FailedLoad({"Could not unload driver during InstallDriver: HResult: 801f0010",
+                                          "Could not install OstrelFilter driver"});
+  EXPECT_EQ(diagnosis.exitCode, ExitCode::InstallFailed);
+  EXPECT_EQ(diagnosis.message,
+            "The minifilter is loaded already and could not be unloaded for its installation. "
+            "(Could not unload driver during InstallDriver: HResult: 801f0010) "
+            "End whatever uses it, then try again; \"fltmc unload OstrelFilter\" unloads it by hand.");
+}
+
+TEST(DiagnoseLoadTest, AnUnreadableInfFileIsAFailedInstallationAndItsLineIsNoErrorCode) {
+  const Diagnosis diagnosis =
+      FailedLoad({"Could not open INF file. Error on line 5", "Could not install OstrelFilter driver"});
+  EXPECT_EQ(diagnosis.exitCode, ExitCode::InstallFailed);
+  EXPECT_THAT(diagnosis.message,
+              AllOf(HasSubstr("INF file"), HasSubstr("Error on line 5"), Not(HasSubstr("denied"))));
+}
+
+TEST(DiagnoseLoadTest, ADriverFileThatCannotBeCopiedIsAFailedInstallation) {
+  const Diagnosis denied = FailedLoad({"Could not copy driver file. 5", "Could not setup service. 2",
+                                       "Could not install OstrelFilter driver"});
+  EXPECT_EQ(denied.exitCode, ExitCode::InstallFailed);
+  EXPECT_THAT(denied.message, AllOf(HasSubstr("could not be copied"), HasSubstr("Access was denied")));
+  EXPECT_THAT(FailedLoad({"Could not copy driver file. 32"}).message, HasSubstr("has the driver file open"));
+  EXPECT_THAT(FailedLoad({"Could not copy driver file. 112"}).message,
+              HasSubstr("drivers folder can be written"));
+}
+
+TEST(DiagnoseLoadTest, AMinifilterThatDoesNotLoadIsAFailedLoadWithTheReasonWindowsGives) {
+  const auto loading = [](const char* code) {
+    return FailedLoad({std::string("Could not start driver service: HResult: ") + code});
+  };
+  EXPECT_EQ(loading("80070241").exitCode, ExitCode::LoadFailed);
+  EXPECT_THAT(loading("80070241").message, HasSubstr("signature"));
+  EXPECT_THAT(loading("8007041d").message, HasSubstr("did not answer in time"));
+  EXPECT_THAT(loading("80070422").message, HasSubstr("service is disabled"));
+  EXPECT_THAT(loading("800704fb").message, HasSubstr("Windows blocks this driver"));
+  EXPECT_EQ(loading("8007007f").exitCode, ExitCode::LoadFailed);
+  EXPECT_THAT(loading("8007007f").message, HasSubstr("belong together"));
+}
+
+TEST(DiagnoseLoadTest, ACodeThatIsNotOneOfTheSystemsErrorsIsNotTakenForOne) {
+  EXPECT_THAT(FailedLoad({"Could not start driver service: HResult: 801f0005"}).message,
+              Not(HasSubstr("denied")));
+}
+
+TEST(DiagnoseLoadTest, AFailedServiceSetUpIsNamedAsAPossibleReasonForAFailedLoad) {
+  const Diagnosis diagnosis =
+      FailedLoad({"Could not setup service. 87", "Could not start driver service: HResult: 80070002"});
+  EXPECT_EQ(diagnosis.exitCode, ExitCode::LoadFailed);
+  EXPECT_THAT(diagnosis.message, HasSubstr("(Could not setup service. 87)"));
+}
+
+TEST(DiagnoseLoadTest, ARefusedConnectionIsARefusedPort) {
+  const auto connecting = [](const char* code) {
+    return FailedLoad({std::string("Could not connect to driver communication port: HResult: ") + code});
+  };
+  EXPECT_EQ(connecting("800704d6").exitCode, ExitCode::PortRefused);
+  EXPECT_THAT(connecting("800704d6").message, HasSubstr("Another host is connected already"));
+  EXPECT_EQ(connecting("80070002").exitCode, ExitCode::PortRefused);
+  EXPECT_THAT(connecting("80070002").message, HasSubstr("same version"));
+  EXPECT_THAT(connecting("80070005").message, HasSubstr("Access was denied"));
+}
+
+TEST(DiagnoseLoadTest, AThreadThatReceivesNothingIsAFailedLoad) {
+  EXPECT_EQ(FailedLoad({"Could not start receive notification thread. Code: 8"}).exitCode,
+            ExitCode::LoadFailed);
+}
+
+TEST(DiagnoseLoadTest, SuccessWithoutTheThreadThatReportsIsAFailedLoad) {
+  for (const char* line :
+       {"Could not start Disk Event thread. Code: 8", "Disk Event thread already started!"}) {
+    EXPECT_EQ(Required(DiagnoseLoad({true, Prefixed({line})})).exitCode, ExitCode::LoadFailed) << line;
+  }
+}
+
+TEST(DiagnoseLoadTest, AFailureOfUnknownReasonQuotesTheLastErrorLine) {
+  const Diagnosis diagnosis = FailedLoad({"First.", "Something new."});
+  EXPECT_EQ(diagnosis.exitCode, ExitCode::LoadFailed);
+  EXPECT_EQ(diagnosis.message, "The library could not be started. The library says: Something new.");
+}
+
+TEST(DiagnoseLoadTest, AFailureWithoutAnyLineSaysSo) {
+  EXPECT_THAT(FailedLoad({}).message, HasSubstr("gave no reason"));
+}
+
+TEST(DiagnoseLoadTest, ALineWithAnUnreadableCodeIsStillExplained) {
+  EXPECT_EQ(FailedLoad({"Could not copy driver file. "}).exitCode, ExitCode::InstallFailed);
+  EXPECT_EQ(FailedLoad({"Could not start driver service: HResult: zz"}).exitCode, ExitCode::LoadFailed);
+}
+
+TEST(DiagnoseConfigurationTest, SuccessWithoutErrorsIsFine) {
+  EXPECT_FALSE(DiagnoseConfiguration({true, {}}));
+}
+
+TEST(DiagnoseConfigurationTest, AControlPortThatCannotBeOpenedIsARefusedPortWhateverTheResult) {
+  for (const bool succeeded : {false, true}) {
+    const Diagnosis diagnosis =
+        Configuration(succeeded, {"Error opening port for updating monitored processes: HResult: 80070002"});
+    EXPECT_EQ(diagnosis.exitCode, ExitCode::PortRefused);
+    EXPECT_THAT(diagnosis.message, HasSubstr("not loaded any more"));
+  }
+}
+
+TEST(DiagnoseConfigurationTest, AMessageThatIsNotTakenIsARefusedPortThoughTheCallSucceeds) {
+  const Diagnosis diagnosis =
+      Configuration(true, {"Error getting message while updating kernel filter: HResult: 8007007a"});
+  EXPECT_EQ(diagnosis.exitCode, ExitCode::PortRefused);
+  EXPECT_THAT(diagnosis.message, HasSubstr("did not take the list"));
+}
+
+TEST(DiagnoseConfigurationTest, AFailureWithoutAnyLineSaysSo) {
+  const Diagnosis diagnosis = Configuration(false, {});
+  EXPECT_EQ(diagnosis.exitCode, ExitCode::PortRefused);
+  EXPECT_THAT(diagnosis.message, HasSubstr("gave no reason"));
+}
+
+TEST(DiagnoseUnloadTest, SuccessIsFine) {
+  EXPECT_FALSE(DiagnoseUnload({true, Prefixed({"Disk Event thread never ended."})}));
+}
+
+TEST(DiagnoseUnloadTest, AFailureSaysThatTheDriverMayStillBeLoaded) {
+  for (const char* line : {"Could not unload driver. 801f0010", "Could not enable privilege"}) {
+    const Diagnosis diagnosis = FailedUnload({line});
+    EXPECT_EQ(diagnosis.exitCode, ExitCode::UnloadFailed) << line;
+    EXPECT_THAT(diagnosis.message, HasSubstr("fltmc unload OstrelFilter")) << line;
+  }
+}
+
+TEST(DiagnoseUnloadTest, APrivilegeLostMeanwhileIsAFailedUnloadAll) {
+  const Diagnosis diagnosis = FailedUnload({"Could not unload driver. 80070522"});
+  EXPECT_EQ(diagnosis.exitCode, ExitCode::UnloadFailed);
+  EXPECT_THAT(diagnosis.message, HasSubstr("elevated prompt"));
+}
+
+TEST(DiagnoseUnloadTest, AFailureOfUnknownReasonQuotesTheLastErrorLine) {
+  const Diagnosis diagnosis = FailedUnload({"Something new."});
+  EXPECT_EQ(diagnosis.exitCode, ExitCode::UnloadFailed);
+  EXPECT_THAT(diagnosis.message, HasSubstr("The library says: Something new."));
+}
+
+}  // namespace

@@ -1,0 +1,211 @@
+#include "detect/disk_event_thread.h"
+#include "filter/cache_hooks.h"
+#include "platform_test.h"
+
+namespace ostrel::test {
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+const std::string MAKE_EVENT = "CreateEventW(manual reset, not set, null)";
+const std::string MAKE_THREAD = "CreateThread(null, stack 0, flags 0)";
+
+// Holds a pass up inside the directory test until it is let go.
+class Gate {
+ public:
+  static bool WaitUntilReached() {
+    Lock::Holder holder(lock_);
+    return holder.WaitFor([] { return reached_; });
+  }
+  static void Reset() {
+    const Lock::Holder holder(lock_);
+    isOpen_ = true;
+    reached_ = false;
+  }
+  static void Close() {
+    const Lock::Holder holder(lock_);
+    isOpen_ = false;
+  }
+  static void Open() {
+    Lock::Holder holder(lock_);
+    isOpen_ = true;
+    holder.Changed();
+  }
+  static unsigned char Pass(std::wstring) {
+    Lock::Holder holder(lock_);
+    reached_ = true;
+    holder.Changed();
+    holder.WaitFor([] { return isOpen_; });
+    return 1;
+  }
+
+ private:
+  static inline Lock lock_;
+  static inline bool isOpen_ = true;
+  static inline bool reached_ = false;
+};
+
+ReadEventCache MakeCache(DirectoryTest directoryTest) {
+  UserLookup userLookup = [](void*, std::wstring&) -> unsigned char { return 1; };
+  TabTitleLookup tabTitleLookup = GetTabTitlesOfProcess;
+  return {userLookup, tabTitleLookup, directoryTest};
+}
+
+class TheDiskEventThread : public PlatformTest {
+ protected:
+  TheDiskEventThread() { Gate::Reset(); }
+  ~TheDiskEventThread() override {
+    Gate::Open();
+    thread_.Stop();
+  }
+
+  // Real seconds are not needed to see what is asked for.
+  void Hurry() { system_.waitDivisor = 50; }
+
+  void AddOldUpload() { uploads_.AddEvent(L"C:\\a", nullptr, L"chrome.exe", 42, 1, 0, FILE_EVENT_READ, 1); }
+
+  ReadEventCache uploads_ = MakeCache(&Gate::Pass);
+  ReadEventCache others_ = MakeCache(&IsDirectory);
+  NetworkEventCache streams_{1};
+  SentEventCache sentEvents_;
+  HostCallbacks callbacks_;
+  FileEventReporter reporter_{callbacks_};
+  DiskEventWorker worker_{{uploads_, others_, others_, streams_, streams_, sentEvents_}, reporter_};
+  DiskEventThread thread_{worker_};
+};
+
+TEST_F(TheDiskEventThread, StartsItsEventItsThreadAndWinsock) {
+  Hurry();
+  EXPECT_TRUE(thread_.Start());
+  EXPECT_THAT(Calls(), ElementsAre(MAKE_EVENT, MAKE_THREAD, "WSAStartup(0x202)"));
+  EXPECT_THAT(system_.OpenHandles(), ElementsAre("event", "thread"));
+  thread_.Stop();
+}
+
+TEST_F(TheDiskEventThread, EndsWhenStoppedAndKeepsItsEvent) {
+  Hurry();
+  ASSERT_TRUE(thread_.Start());
+  system_.transcript.Clear();
+  thread_.Stop();
+  EXPECT_THAT(Calls(), ElementsAre("SetEvent(event)", "WaitForSingleObject(thread, 3000)",
+                                   "log 7 Disk Event thread ended", "CloseHandle(thread)"));
+  // A thread that did not end in time may still wait on the event, so no stop closes it.
+  EXPECT_THAT(system_.OpenHandles(), ElementsAre("event"));
+}
+
+TEST_F(TheDiskEventThread, StartsAgainWithAnEventOfItsOwn) {
+  Hurry();
+  ASSERT_TRUE(thread_.Start());
+  thread_.Stop();
+  EXPECT_TRUE(thread_.Start());
+  EXPECT_THAT(system_.OpenHandles(), ElementsAre("event", "event", "thread"));
+  AddOldUpload();
+  EXPECT_TRUE(Gate::WaitUntilReached());
+  thread_.Stop();
+  EXPECT_EQ(system_.transcript.StartingWith("log 7 Disk Event thread ended").size(), 2U);
+}
+
+TEST_F(TheDiskEventThread, RefusesASecondStart) {
+  Hurry();
+  ASSERT_TRUE(thread_.Start());
+  system_.transcript.Clear();
+  EXPECT_FALSE(thread_.Start());
+  EXPECT_THAT(Calls(), ElementsAre("log 3 Disk Event thread already started!"));
+  thread_.Stop();
+}
+
+TEST_F(TheDiskEventThread, ReportsThatItsThreadCannotBeMadeAndReleasesTheEvent) {
+  system_.Fail("CreateThread", 8);
+  EXPECT_FALSE(thread_.Start());
+  EXPECT_THAT(Calls(), ElementsAre(MAKE_EVENT, MAKE_THREAD,
+                                   "log 3 Could not start Disk Event thread. Code: 8", "CloseHandle(event)"));
+  EXPECT_THAT(system_.OpenHandles(), IsEmpty());
+}
+
+TEST_F(TheDiskEventThread, ReportsThatItsEventCannotBeMadeAndStartsNoThread) {
+  system_.Fail("CreateEventW", 1450);
+  EXPECT_FALSE(thread_.Start());
+  EXPECT_THAT(Calls(), ElementsAre(MAKE_EVENT, "log 3 Could not start Disk Event thread. Code: 1450"));
+  EXPECT_THAT(system_.OpenHandles(), IsEmpty());
+}
+
+TEST_F(TheDiskEventThread, CanBeStartedAfterAFailedStart) {
+  Hurry();
+  system_.Fail("CreateThread", 8, 1);
+  EXPECT_FALSE(thread_.Start());
+  EXPECT_TRUE(thread_.Start());
+  thread_.Stop();
+}
+
+TEST_F(TheDiskEventThread, StartsWithoutWinsock) {
+  Hurry();
+  system_.Fail("WSAStartup", 10091);
+  EXPECT_TRUE(thread_.Start());
+  EXPECT_THAT(Calls(), ElementsAre(MAKE_EVENT, MAKE_THREAD, "WSAStartup(0x202)",
+                                   "log 3 WSAStartup failed. Code: 10091"));
+  thread_.Stop();
+}
+
+TEST_F(TheDiskEventThread, CannotBeStoppedBeforeItWasStarted) {
+  thread_.Stop();
+  EXPECT_THAT(Calls(), ElementsAre("SetEvent(null)", "log 3 Disk Event thread is null, and can't be ended."));
+}
+
+TEST_F(TheDiskEventThread, CannotBeStoppedTwice) {
+  Hurry();
+  ASSERT_TRUE(thread_.Start());
+  thread_.Stop();
+  system_.transcript.Clear();
+  thread_.Stop();
+  EXPECT_THAT(Calls(),
+              ElementsAre("SetEvent(event)", "log 3 Disk Event thread is null, and can't be ended."));
+}
+
+// In real time: the first pass comes a second after the start, and not at once.
+TEST_F(TheDiskEventThread, MakesItsFirstPassAfterASecond) {
+  AddOldUpload();
+  const ULONGLONG start = GetTickCount64();
+  ASSERT_TRUE(thread_.Start());
+  ASSERT_TRUE(Gate::WaitUntilReached());
+  EXPECT_GE(GetTickCount64() - start, 900U);
+  thread_.Stop();
+  const DWORD worker = system_.ThreadIds().at(0);
+  EXPECT_EQ(system_.transcript.Of(worker).at(0), "WaitForSingleObject(event, 1000)");
+}
+
+// In real time: a pass that is held up, as by a host's callback, is waited for three seconds and then kept.
+TEST_F(TheDiskEventThread, StaysHeldWhenItDoesNotEndInThreeSeconds) {
+  Gate::Close();
+  AddOldUpload();
+  ASSERT_TRUE(thread_.Start());
+  ASSERT_TRUE(Gate::WaitUntilReached());
+  const ULONGLONG start = GetTickCount64();
+  thread_.Stop();
+  EXPECT_GE(GetTickCount64() - start, 2900U);
+  EXPECT_FALSE(thread_.Start());
+  EXPECT_THAT(Logs(), ElementsAre("log 3 Disk Event thread never ended.",
+                                  "log 3 Disk Event thread already started!"));
+}
+
+TEST_F(TheDiskEventThread, CanBeStoppedForGoodOnceTheHeldPassEnds) {
+  Hurry();
+  Gate::Close();
+  AddOldUpload();
+  ASSERT_TRUE(thread_.Start());
+  ASSERT_TRUE(Gate::WaitUntilReached());
+  thread_.Stop();
+  Gate::Open();
+  ASSERT_TRUE(system_.WaitForThreadEnd(0));
+  thread_.Stop();
+  EXPECT_TRUE(thread_.Start());
+  thread_.Stop();
+  EXPECT_THAT(Logs(), ElementsAre("log 3 Disk Event thread never ended.",
+                                  "log 7 Event suppressed. Filename is a directory.",
+                                  "log 7 Disk Event thread ended", "log 7 Disk Event thread ended"));
+}
+
+}  // namespace
+
+}  // namespace ostrel::test

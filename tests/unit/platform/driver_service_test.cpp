@@ -1,0 +1,118 @@
+#include "network/driver_service.h"
+
+#include "platform_test.h"
+
+namespace ostrel::test {
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+const std::string OPEN_MANAGER = "OpenSCManagerW(null, null, 0xf003f)";
+const std::string OPEN_SERVICE = "OpenServiceW(manager, OstrelNWFilter, 0xf01ff)";
+const std::string QUERY = "QueryServiceStatusEx(service, 0, 36)";
+const std::string STOP = "ControlService(service, 1)";
+const std::string START = "StartServiceW(service, 0, null)";
+const std::string CLOSE_SERVICE = "CloseServiceHandle(service)";
+const std::string CLOSE_MANAGER = "CloseServiceHandle(manager)";
+
+class NetworkDriverService : public PlatformTest {
+ protected:
+  ~NetworkDriverService() override { EXPECT_THAT(system_.OpenHandles(), IsEmpty()); }
+};
+
+TEST_F(NetworkDriverService, IsStoppedWhateverItsState) {
+  EXPECT_TRUE(StopNetworkDriverService());
+  EXPECT_THAT(Calls(), ElementsAre(OPEN_MANAGER, OPEN_SERVICE, QUERY, STOP, CLOSE_SERVICE, CLOSE_MANAGER,
+                                   "log 6 Stopped nw filter driver successfully."));
+}
+
+TEST_F(NetworkDriverService, CannotBeStoppedWithoutTheManager) {
+  system_.Fail("OpenSCManagerW", 5);
+  EXPECT_FALSE(StopNetworkDriverService());
+  EXPECT_THAT(Calls(), ElementsAre(OPEN_MANAGER, "log 3 OpenSCManager failed (5)."));
+}
+
+TEST_F(NetworkDriverService, CannotBeStoppedWhenItCannotBeOpened) {
+  system_.Fail("OpenServiceW", 1060);
+  EXPECT_FALSE(StopNetworkDriverService());
+  EXPECT_THAT(Calls(),
+              ElementsAre(OPEN_MANAGER, OPEN_SERVICE, "log 3 OpenService failed (1060).", CLOSE_MANAGER));
+}
+
+// The code in the line may be that of closing.
+TEST_F(NetworkDriverService, ReportsAFailedQueryWithTheCodeThatIsLeftAfterClosing) {
+  system_.Fail("QueryServiceStatusEx", 6);
+  system_.closeServiceHandleError = 777;
+  EXPECT_FALSE(StopNetworkDriverService());
+  EXPECT_THAT(Calls(), ElementsAre(OPEN_MANAGER, OPEN_SERVICE, QUERY, CLOSE_SERVICE, CLOSE_MANAGER,
+                                   "log 3 QueryServiceStatusEx failed. 777"));
+}
+
+TEST_F(NetworkDriverService, ReportsAFailedQueryWithItsOwnCodeWhenClosingLeavesIt) {
+  system_.Fail("QueryServiceStatusEx", 6);
+  EXPECT_FALSE(StopNetworkDriverService());
+  EXPECT_THAT(Logs(), ElementsAre("log 3 QueryServiceStatusEx failed. 6"));
+}
+
+TEST_F(NetworkDriverService, ReportsAFailedStopAsNotableWithTheCodeThatIsLeftAfterClosing) {
+  system_.Fail("ControlService", 1062);
+  system_.closeServiceHandleError = 777;
+  EXPECT_FALSE(StopNetworkDriverService());
+  EXPECT_THAT(Calls(),
+              ElementsAre(OPEN_MANAGER, OPEN_SERVICE, QUERY, STOP, CLOSE_SERVICE, CLOSE_MANAGER,
+                          "log 6 ControlService failed to stop network filter or it wasn't running. 777"));
+}
+
+TEST_F(NetworkDriverService, ReportsAFailedStopWithItsOwnCodeWhenClosingLeavesIt) {
+  system_.Fail("ControlService", 1062);
+  EXPECT_FALSE(StopNetworkDriverService());
+  EXPECT_THAT(Logs(),
+              ElementsAre("log 6 ControlService failed to stop network filter or it wasn't running. 1062"));
+}
+
+TEST_F(NetworkDriverService, IsStoppedBeforeItIsStarted) {
+  EXPECT_TRUE(StartNetworkDriverService());
+  EXPECT_THAT(Calls(),
+              ElementsAre(OPEN_MANAGER, OPEN_SERVICE, QUERY, STOP, CLOSE_SERVICE, CLOSE_MANAGER,
+                          "log 6 Stopped nw filter driver successfully.", OPEN_MANAGER, OPEN_SERVICE, START,
+                          CLOSE_SERVICE, CLOSE_MANAGER, "log 6 Started nw filter driver successfully."));
+}
+
+TEST_F(NetworkDriverService, IsStartedAlthoughItCouldNotBeStopped) {
+  system_.Fail("ControlService", 1062);
+  EXPECT_TRUE(StartNetworkDriverService());
+  EXPECT_THAT(Logs(),
+              ElementsAre("log 6 ControlService failed to stop network filter or it wasn't running. 1062",
+                          "log 6 Started nw filter driver successfully."));
+}
+
+TEST_F(NetworkDriverService, CannotBeStartedWithoutTheManager) {
+  system_.Fail("OpenSCManagerW", 5, 2);
+  EXPECT_FALSE(StartNetworkDriverService());
+  EXPECT_THAT(Logs(),
+              ElementsAre("log 6 Stopped nw filter driver successfully.", "log 3 OpenSCManager failed (5)."));
+}
+
+TEST_F(NetworkDriverService, CannotBeStartedWhenItCannotBeOpened) {
+  system_.Fail("OpenServiceW", 1060);
+  EXPECT_FALSE(StartNetworkDriverService());
+  EXPECT_THAT(Calls(),
+              ElementsAre(OPEN_MANAGER, OPEN_SERVICE, "log 3 OpenService failed (1060).", CLOSE_MANAGER,
+                          OPEN_MANAGER, OPEN_SERVICE, "log 3 OpenService failed (1060).", CLOSE_MANAGER));
+}
+
+// Unlike in stopping, the code is read before the handles are closed.
+TEST_F(NetworkDriverService, ReportsAFailedStartWithItsOwnCode) {
+  system_.Fail("StartServiceW", 1058);
+  system_.closeServiceHandleError = 777;
+  EXPECT_FALSE(StartNetworkDriverService());
+  EXPECT_THAT(Calls(), ElementsAre(OPEN_MANAGER, OPEN_SERVICE, QUERY, STOP, CLOSE_SERVICE, CLOSE_MANAGER,
+                                   "log 6 Stopped nw filter driver successfully.", OPEN_MANAGER, OPEN_SERVICE,
+                                   START, "log 3 StartService failed (1058).", CLOSE_SERVICE, CLOSE_MANAGER));
+}
+
+}  // namespace
+
+}  // namespace ostrel::test
