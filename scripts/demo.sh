@@ -1,0 +1,90 @@
+#!/usr/bin/env bash
+# Runs OstrelHost.exe with the library on the lab's stand-in drivers under Wine, plays a scenario to it (the default one, or
+# the file named as argument), shows each detection as it arrives, and compares them with what the scenario expects.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+source scripts/lib.sh
+
+scenario=${1:-lab/scenarios/default.json}
+stage=build/windows/stage
+found=build/demo/detections.jsonl
+host_log=build/demo/host.log
+host=
+viewer=
+
+clean_up() {
+  [ -z "$viewer" ] || kill "$viewer" 2>/dev/null || true
+  end_wine
+}
+
+fail() {
+  echo "$1 The end of $host_log:" >&2
+  tail -n 15 "$host_log" >&2
+  exit 1
+}
+
+lab() {
+  cmake/wine.sh "$stage/OstrelLab.exe" "$@"
+}
+
+# The scenario itself says which programs the host has to watch.
+host_arguments() {
+  local answer
+  answer=$(lab validate "$scenario") || return
+  sed -n 's/^host arguments: //p' <<<"$answer" | tr -d '\r'
+}
+
+start_host() {
+  local line arguments
+  line=$(host_arguments)
+  read -ra arguments <<<"$line"
+  echo "Starting OstrelHost.exe $line"
+  cmake/wine.sh "$stage/OstrelHost.exe" "${arguments[@]}" >"$found" 2>"$host_log" &
+  host=$!
+}
+
+wait_for_host() {
+  local tries
+  for ((tries = 0; tries < 600; ++tries)); do
+    ! grep -q 'OstrelHost: watching' "$host_log" || return 0
+    kill -0 "$host" 2>/dev/null || fail "OstrelHost.exe ended by itself."
+    sleep 0.1
+  done
+  fail "OstrelHost.exe was not ready within 60 seconds."
+}
+
+# As Ctrl+C does; the host unloads the drivers and ends.
+end_host() {
+  local tries code=0
+  kill -INT "$host" 2>/dev/null || true
+  for ((tries = 0; tries < 200; ++tries)); do
+    kill -0 "$host" 2>/dev/null || break
+    sleep 0.1
+  done
+  ((tries < 200)) || fail "OstrelHost.exe did not end within 20 seconds."
+  wait "$host" || code=$?
+  ((code == 0)) || fail "OstrelHost.exe ended with code $code."
+}
+
+scripts/setup.sh
+echo "Building (the first time takes a few minutes)"
+build_preset windows OstrelHost OstrelLab OstrelLabPortLibrary OstrelFilterDriver OstrelNWFilterDriver
+use_wine_prefix
+trap clean_up EXIT
+mkdir -p build/demo
+: >"$found"
+
+start_host
+wait_for_host
+tail -n +1 -f "$found" &
+viewer=$!
+echo "Playing $scenario"
+lab play "$scenario" || fail "The scenario could not be played."
+echo "Detections, as OstrelHost.exe prints them:"
+lab check --wait 20 "$scenario" "$found" >/dev/null || true
+# Nothing besides may come: that shows only by looking a little longer than the library takes for a pass.
+sleep 2
+end_host
+
+echo
+lab check "$scenario" "$found"

@@ -1,0 +1,40 @@
+#!/usr/bin/env bash
+# Every test: the parts that only compute under sanitizers natively, everything under Wine. Arguments go to ctest, such as
+# -R unit or --rerun-failed.
+set -uo pipefail
+cd "$(dirname "$0")/.."
+source scripts/lib.sh
+
+log=build/test-log.txt
+
+run_preset() {
+  local preset=$1
+  shift
+  echo "== $preset: build"
+  build_preset "$preset" || return 1
+  echo "== $preset: test"
+  ctest --preset "$preset" --verbose "$@" 2>&1 | tee -a "$log" | grep --line-buffered -E '^ *[0-9]+/[0-9]+ Test |\[  FAILED  \]|Failure$|% tests passed'
+  return "${PIPESTATUS[0]}"
+}
+
+# Counts single tests, as GoogleTest reports them when a program ends; a program that ended otherwise counts as one failure.
+sum_up() {
+  local passed failed broken
+  passed=$(sed -n 's/^[0-9]*: \[  PASSED  \] \([0-9]*\) test.*/\1/p' "$log" | awk '{sum += $1} END {print sum + 0}')
+  failed=$(sed -n 's/^[0-9]*: \[  FAILED  \] \([0-9]*\) tests\{0,1\}, listed below.*/\1/p' "$log" | awk '{sum += $1} END {print sum + 0}')
+  broken=$(grep -cE '\*\*\*(Timeout|Exception|Not Run)' "$log")
+  echo "$passed passed, $((failed + broken)) failed"
+  [ "$passed" -gt 0 ] && [ $((failed + broken)) -eq 0 ]
+}
+
+scripts/setup.sh || exit 1
+mkdir -p build
+: >"$log"
+status=0
+run_preset native-asan "$@" || status=1
+run_preset native-tsan "$@" || status=1
+use_wine_prefix
+run_preset windows "$@" || status=1
+echo "The whole output is in $log."
+sum_up || status=1
+exit "$status"
