@@ -191,6 +191,21 @@ std::optional<Diagnosis> DiagnoseConfiguration(const CallFacts& facts) {
   return Unexplained(ExitCode::PortRefused, "Detection could not be switched on.", facts.errorLines);
 }
 
+bool SaysMinifilterIsGone(std::string_view line) {
+  line = WithoutPrefix(line);
+  return line == "Driver unloaded." ||
+         line == "Error getting message while receiving notifications: HResult: 80070006";
+}
+
+Diagnosis MinifilterIsGone() {
+  return {
+      ExitCode::PortRefused,
+      "The minifilter was unloaded by someone else, such as another host, so nothing new is seen. What was "
+      "seen before is still reported for a minute; then this program ends. Start it again when the "
+      "minifilter may "
+      "stay loaded."};
+}
+
 std::optional<Diagnosis> DiagnoseUnload(const CallFacts& facts) {
   if (facts.succeeded) return std::nullopt;
   if (auto diagnosis = JudgeByLines(UNLOAD_RULES, facts.errorLines)) return diagnosis;

@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "exit_code.h"
@@ -37,6 +38,11 @@ std::optional<Diagnosis> DiagnoseLoad(const CallFacts& facts);
 
 // The functions that tell the minifilter what to watch. They also succeed when it does not take the message.
 std::optional<Diagnosis> DiagnoseConfiguration(const CallFacts& facts);
+
+// Whether a line of the log, on whatever thread, says that the minifilter was unloaded or its port closed. So
+// does an unload that the host itself asks for.
+bool SaysMinifilterIsGone(std::string_view line);
+Diagnosis MinifilterIsGone();
 
 std::optional<Diagnosis> DiagnoseUnload(const CallFacts& facts);
 

@@ -19,6 +19,7 @@ std::string LogLine(std::uint64_t milliseconds, std::uint32_t level, std::string
 }
 
 void LogWriter::Write(std::uint32_t level, std::string_view message) {
+  if (level > level_) return;
   const std::string line = LogLine(MillisecondsNow(), level, message);
   console_.Write(line);
   if (file_ != nullptr) file_->Write(line);

@@ -21,11 +21,14 @@ std::string LogLine(std::uint64_t milliseconds, std::uint32_t level, std::string
 // that cannot be written is dropped: there is nowhere to say so.
 class LogWriter {
  public:
-  LogWriter(LineWriter& console, LineWriter* file) : console_(console), file_(file) {}
+  // Shows lines up to `level`.
+  LogWriter(std::uint32_t level, LineWriter& console, LineWriter* file)
+      : level_(level), console_(console), file_(file) {}
 
   void Write(std::uint32_t level, std::string_view message);
 
  private:
+  std::uint32_t level_;
   LineWriter& console_;
   LineWriter* file_;
 };

@@ -3,15 +3,19 @@
 #include <windows.h>
 
 #include <atomic>
+#include <cstdint>
 #include <exception>
 #include <optional>
+#include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "api/exports.h"
 #include "call_errors.h"
 #include "command_line.h"
 #include "detection_json.h"
+#include "diagnosis.h"
 #include "exit_code.h"
 #include "line_writer.h"
 #include "log_writer.h"
@@ -23,25 +27,35 @@ namespace {
 
 using namespace ostrel::host;
 
+WindowsHandle NewEvent() {
+  HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  if (event == nullptr) {
+    throw std::runtime_error("no event could be created, error " + std::to_string(GetLastError()));
+  }
+  return WindowsHandle(event);
+}
+
 // Everything the callbacks use. It is never destroyed, because a thread of the library may have something to
 // say until the process ends.
 struct Application {
-  Application(HANDLE stopEvent, WindowsHandle openedLogFile)
-      : stop(stopEvent),
+  Application(std::uint32_t logLevel, WindowsHandle openedLogFile)
+      : stop(NewEvent()),
+        minifilterGone(NewEvent()),
         logFileHandle(std::move(openedLogFile)),
         output(GetStdHandle(STD_OUTPUT_HANDLE)),
         console(GetStdHandle(STD_ERROR_HANDLE)),
         logFile(logFileHandle.get()),
-        log(console, logFileHandle ? &logFile : nullptr) {}
+        log(logLevel, console, logFileHandle ? &logFile : nullptr) {}
 
   // A detection that cannot be written is lost, so the host does not go on as if nothing had happened.
   void Fail(ExitCode exitCode) {
     ExitCode none = ExitCode::Success;
     failure.compare_exchange_strong(none, exitCode);
-    SetEvent(stop);
+    SetEvent(stop.get());
   }
 
-  HANDLE stop;
+  WindowsHandle stop;
+  WindowsHandle minifilterGone;
   WindowsHandle logFileHandle;
   LineWriter output;
   LineWriter console;
@@ -87,6 +101,7 @@ void OnLog(const wchar_t* text, std::uint32_t level) noexcept {
   try {
     const std::string line = ToUtf8(text);
     application->errors.Note(level, line);
+    if (SaysMinifilterIsGone(line)) SetEvent(application->minifilterGone.get());
     application->log.Write(level, line);
   } catch (...) {
   }
@@ -95,7 +110,7 @@ void OnLog(const wchar_t* text, std::uint32_t level) noexcept {
 // Ctrl+C, Ctrl+Break, and the end of the console, session or system. After the latter Windows ends the
 // process as soon as the handler returns, so it leaves that to the main thread, which unloads first.
 BOOL WINAPI OnControl(DWORD event) {
-  SetEvent(application->stop);
+  SetEvent(application->stop.get());
   if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT) Sleep(INFINITE);
   return TRUE;
 }
@@ -143,16 +158,11 @@ std::optional<WindowsHandle> OpenLogFile(const std::wstring& path) {
 int RunHost(const Options& options) {
   std::optional<WindowsHandle> logFile = OpenLogFile(options.logFile);
   if (!logFile) return End(ExitCode::OutputFailed);
-  const HANDLE stop = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-  if (stop == nullptr) {
-    Complain("No event could be created (error " + std::to_string(GetLastError()) +
-             "). End other programs and try again.");
-    return End(ExitCode::Internal);
-  }
-  application = new Application(stop, std::move(*logFile));
+  application = new Application(options.logLevel, std::move(*logFile));
   SetConsoleCtrlHandler(OnControl, TRUE);
 
-  Monitor monitor(options, {OnLog, OnActivity, OnCloudDrive}, application->log, application->errors, stop);
+  Monitor monitor(options, {OnLog, OnActivity, OnCloudDrive}, application->log, application->errors,
+                  application->stop.get(), application->minifilterGone.get());
   const ExitCode result = monitor.Run();
   const ExitCode failure = application->failure;
   if (failure != ExitCode::Success) {

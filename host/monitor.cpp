@@ -25,6 +25,12 @@ class TextArray {
   std::vector<const wchar_t*> pointers_;
 };
 
+constexpr std::uint64_t FOREVER = UINT64_MAX;
+
+DWORD WaitTime(std::uint64_t milliseconds) {
+  return milliseconds < INFINITE ? static_cast<DWORD>(milliseconds) : INFINITE;
+}
+
 MachineFacts LookAtMachine() {
   const std::wstring folder = ModuleFolder(L"OstrelFilterLib.dll");
   MachineFacts facts{ToUtf8(folder), {}, HoldsLoadDriverPrivilege()};
@@ -36,8 +42,13 @@ MachineFacts LookAtMachine() {
 }  // namespace
 
 Monitor::Monitor(const Options& options, const Callbacks& callbacks, LogWriter& log, CallErrors& errors,
-                 HANDLE stop)
-    : options_(options), callbacks_(callbacks), log_(log), errors_(errors), stop_(stop) {}
+                 HANDLE stop, HANDLE minifilterGone)
+    : options_(options),
+      callbacks_(callbacks),
+      log_(log),
+      errors_(errors),
+      stop_(stop),
+      minifilterGone_(minifilterGone) {}
 
 ExitCode Monitor::Run() {
   if (!Accept(DiagnoseMachine(LookAtMachine())) || !Load()) return result_;
@@ -51,7 +62,9 @@ ExitCode Monitor::Run() {
 }
 
 bool Monitor::Load() {
-  const CallFacts facts = Observe([&] { return LoadDriver(callbacks_.log, options_.logLevel); });
+  // What the host has to know about the minifilter comes at this level, whether or not it is to be shown.
+  const std::uint32_t level = std::max(options_.logLevel, LEVEL_NOTABLE);
+  const CallFacts facts = Observe([&] { return LoadDriver(callbacks_.log, level); });
   if (Accept(DiagnoseLoad(facts))) return true;
   if (facts.succeeded) Unload();
   return false;
@@ -88,16 +101,25 @@ bool Monitor::WatchCloudDrive(bool withPaths) {
 }
 
 void Monitor::WaitUntilStopped() {
-  constexpr std::uint64_t FOREVER = UINT64_MAX;
+  const HANDLE events[] = {stop_, minifilterGone_};
   const std::uint64_t refresh = options_.refreshSeconds == 0 ? FOREVER : options_.refreshSeconds * 1000ULL;
   const std::uint64_t start = GetTickCount64();
   const std::uint64_t end = options_.seconds ? start + *options_.seconds * 1000ULL : FOREVER;
   for (std::uint64_t now = start; now < end; now = GetTickCount64()) {
-    const std::uint64_t wait = std::min(refresh, end - now);
-    const DWORD milliseconds = wait < INFINITE ? static_cast<DWORD>(wait) : INFINITE;
-    if (WaitForSingleObject(stop_, milliseconds) != WAIT_TIMEOUT) return;
+    const DWORD event = WaitForMultipleObjects(2, events, FALSE, WaitTime(std::min(refresh, end - now)));
+    if (event == WAIT_OBJECT_0 + 1) return WaitForCachedReports(end);
+    if (event != WAIT_TIMEOUT) return;
     if (refresh != FOREVER && !TellAboutNewProcesses()) return;
   }
+}
+
+void Monitor::WaitForCachedReports(std::uint64_t end) {
+  // An event is reported after 60 seconds without another one of the same file, and a pass is made every
+  // second.
+  constexpr std::uint64_t UNTIL_THE_LAST_REPORT = 65000;
+  Accept(MinifilterIsGone());
+  const std::uint64_t now = GetTickCount64();
+  WaitForSingleObject(stop_, WaitTime(std::min(UNTIL_THE_LAST_REPORT, end - std::min(now, end))));
 }
 
 // The minifilter is told the ids of the programs that run at the moment, so it must be told again when others
@@ -117,9 +139,10 @@ bool Monitor::TellAboutNewProcesses() {
   return WatchCloudDrive(false);
 }
 
-// The results do not matter: what was never switched on is off, and a minifilter that does not answer is
-// unloaded next.
+// The results do not matter: what was never switched on is off, and the minifilter is unloaded next. One that
+// is gone may have come back for another host, which is not to be disturbed.
 void Monitor::SwitchOff() {
+  if (WaitForSingleObject(minifilterGone_, 0) == WAIT_OBJECT_0) return;
   if (!options_.watchedProcesses.empty()) DisableActivityDetection();
   if (!options_.cloudProcesses.empty()) DisablePCDDetection();
 }

@@ -25,9 +25,9 @@ struct Callbacks {
 // from.
 class Monitor {
  public:
-  // `stop` is an event; the run ends when it is set.
-  Monitor(const Options& options, const Callbacks& callbacks, LogWriter& log, CallErrors& errors,
-          HANDLE stop);
+  // Two events: the run ends when `stop` is set, and soon after the log says that the minifilter is gone.
+  Monitor(const Options& options, const Callbacks& callbacks, LogWriter& log, CallErrors& errors, HANDLE stop,
+          HANDLE minifilterGone);
 
   // The first failure decides the result; each is logged.
   ExitCode Run();
@@ -38,6 +38,7 @@ class Monitor {
   bool WatchActivity();
   bool WatchCloudDrive(bool withPaths);
   void WaitUntilStopped();
+  void WaitForCachedReports(std::uint64_t end);
   // False when the minifilter can no longer be told.
   bool TellAboutNewProcesses();
   void SwitchOff();
@@ -55,6 +56,7 @@ class Monitor {
   LogWriter& log_;
   CallErrors& errors_;
   HANDLE stop_;
+  HANDLE minifilterGone_;
   std::set<std::uint32_t> knownPrograms_;
   ExitCode result_ = ExitCode::Success;
 };

@@ -10,10 +10,13 @@ stage=build/windows/stage
 found=build/demo/detections.jsonl
 host_log=build/demo/host.log
 host=
-viewer=
 
+# A host that is just starting must be gone before its Wine server is, or it would start another one.
 clean_up() {
-  [ -z "$viewer" ] || kill "$viewer" 2>/dev/null || true
+  local children
+  mapfile -t children < <(jobs -p)
+  [ ${#children[@]} -eq 0 ] || kill -KILL "${children[@]}" 2>/dev/null || true
+  wait 2>/dev/null || true
   end_wine
 }
 
@@ -77,7 +80,6 @@ mkdir -p build/demo
 start_host
 wait_for_host
 tail -n +1 -f "$found" &
-viewer=$!
 echo "Playing $scenario"
 lab play "$scenario" || fail "The scenario could not be played."
 echo "Detections, as OstrelHost.exe prints them:"

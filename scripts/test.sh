@@ -13,7 +13,7 @@ run_preset() {
   echo "== $preset: build"
   build_preset "$preset" || return 1
   echo "== $preset: test"
-  ctest --preset "$preset" --verbose "$@" 2>&1 | tee -a "$log" | grep --line-buffered -E '^ *[0-9]+/[0-9]+ Test |\[  FAILED  \]|Failure$|% tests passed'
+  ctest --preset "$preset" --verbose "$@" 2>&1 | tee -a "$log" | grep --line-buffered -E '^ *[0-9]+/[0-9]+ Test +#|^[0-9]+: \[  FAILED  \]|: Failure$|% tests passed'
   return "${PIPESTATUS[0]}"
 }
 

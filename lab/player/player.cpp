@@ -162,7 +162,7 @@ void Player::Run(DriverLink&, const WaitStep& step) {
 void Player::Run(DriverLink& driver, const ExitStep& step) {
   WaitUntilHandled(driver);
   Print("exit of " + scenario_.processes[step.process].image);
-  processes_[step.process].End();
+  processes_[step.process].Vanish();
 }
 
 void Player::Run(DriverLink& driver, const UnloadStep&) {

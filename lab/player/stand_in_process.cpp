@@ -38,14 +38,24 @@ StandInProcess::StandInProcess(const std::wstring& directory, const std::wstring
 }
 
 StandInProcess::~StandInProcess() {
-  if (!process_) return;
-  End();
-  DeleteFileW(path_.c_str());
+  if (process_) End();
+  if (!path_.empty()) DeleteFileW(path_.c_str());
 }
 
 void StandInProcess::End() {
   TerminateProcess(process_.Get(), 0);
   WaitForSingleObject(process_.Get(), END_LIMIT_MS);
+  process_.Reset();
+}
+
+void StandInProcess::Vanish() {
+  End();
+  const ULONGLONG deadline = GetTickCount64() + END_LIMIT_MS;
+  while (UniqueKernelHandle(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, id_))) {
+    if (GetTickCount64() > deadline)
+      throw LabError("process " + std::to_string(id_) + " has ended but does not go away");
+    Sleep(10);
+  }
 }
 
 }  // namespace ostrel::lab

@@ -21,9 +21,14 @@ class StandInProcess {
 
   // Stays known after the process has ended, so that a scenario can name a process that has gone.
   DWORD Id() const { return id_; }
-  void End();
+
+  // Ends the process and waits until nobody can open it any more: it lives on as long as anybody holds a
+  // handle.
+  void Vanish();
 
  private:
+  void End();
+
   std::wstring path_;
   UniqueKernelHandle process_;
   DWORD id_ = 0;

@@ -47,8 +47,9 @@ TEST_F(DefaultScenario, EveryExpectedDetectionIsReportedOnceAndNoneBesides) {
 
   // Of two processes' reads of one file the later in the cache's order comes out: the lower process id.
   const std::string log = host->Errors();
-  EXPECT_NE(log.find("Outgoing Event suppressed. Duplicate event. " + WorkFile("team\\minutes.docx").string()),
-            std::string::npos);
+  EXPECT_NE(
+      log.find("Outgoing Event suppressed. Duplicate event. " + WorkFile("team\\minutes.docx").string()),
+      std::string::npos);
   EXPECT_NE(log.find("Incomplete upload for " + WorkFile("archive.zip").string()), std::string::npos);
   EXPECT_NE(log.find("Ignore Upload event. Not a real upload for file: " + WorkFile("notes.txt").string()),
             std::string::npos);

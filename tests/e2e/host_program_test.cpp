@@ -63,9 +63,11 @@ TEST_F(HostProgram, TellsAWrongCommandLineWithItsOwnExitCode) {
 
 TEST_F(HostProgram, AScenarioWithAFaultInLineSevenIsRefusedWithThatLine) {
   const std::filesystem::path faulty = std::filesystem::temp_directory_path() / "ostrel-e2e" / "faulty.json";
-  std::ofstream(faulty) << "{\n\"processes\": {\n},\n\"files\": {\n},\n\"steps\": [\n{ \"wait\": \"long\" }\n]\n}\n";
-  Program lab(L"\"" + (StageDirectory() / "OstrelLab.exe").wstring() + L"\" play \"" + faulty.wstring() + L"\"",
-              std::filesystem::temp_directory_path() / "ostrel-e2e" / "faulty");
+  std::ofstream(faulty)
+      << "{\n\"processes\": {\n},\n\"files\": {\n},\n\"steps\": [\n{ \"wait\": \"long\" }\n]\n}\n";
+  Program lab(
+      L"\"" + (StageDirectory() / "OstrelLab.exe").wstring() + L"\" play \"" + faulty.wstring() + L"\"",
+      std::filesystem::temp_directory_path() / "ostrel-e2e" / "faulty");
   EXPECT_EQ(lab.Wait(PROGRAM_PATIENCE), 2U);
   EXPECT_NE(lab.Errors().find("faulty.json:7: steps/0/wait"), std::string::npos) << lab.Errors();
 }

@@ -6,7 +6,9 @@ namespace ostrel::test {
 
 namespace {
 
-std::wstring Quoted(const std::filesystem::path& path) { return L"\"" + path.wstring() + L"\""; }
+std::wstring Quoted(const std::filesystem::path& path) {
+  return L"\"" + path.wstring() + L"\"";
+}
 
 }  // namespace
 
@@ -25,10 +27,13 @@ std::filesystem::path LabFixture::StageDirectory() {
   return std::filesystem::path(path).parent_path();
 }
 
-std::filesystem::path LabFixture::Scenario(const std::string& name) { return StageDirectory() / "e2e" / name; }
+std::filesystem::path LabFixture::Scenario(const std::string& name) {
+  return StageDirectory() / "e2e" / name;
+}
 
 std::unique_ptr<Program> LabFixture::StartHost(const std::wstring& arguments) {
-  return std::make_unique<Program>(Quoted(StageDirectory() / "OstrelHost.exe") + L" " + arguments, directory_ / "host");
+  return std::make_unique<Program>(Quoted(StageDirectory() / "OstrelHost.exe") + L" " + arguments,
+                                   directory_ / "host");
 }
 
 DWORD LabFixture::RunLab(const std::wstring& arguments) {
@@ -50,7 +55,9 @@ DWORD LabFixture::Check(const std::filesystem::path& scenario) {
                 Quoted(directory_ / "work") + L" --wait 30");
 }
 
-std::string LabFixture::LabOutput() const { return ReadFile(directory_ / ("lab" + std::to_string(labRuns_) + ".out")); }
+std::string LabFixture::LabOutput() const {
+  return ReadFile(directory_ / ("lab" + std::to_string(labRuns_) + ".out"));
+}
 
 nlohmann::json LabFixture::LabStatus() {
   RunLab(L"status");

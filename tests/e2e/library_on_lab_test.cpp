@@ -28,9 +28,10 @@ void CountLines(const wchar_t* text, std::uint32_t level) {
   if (std::wcsstr(text, L"Received event: ") != nullptr) ++receivedLines;
 }
 
-void IgnoreActivity(const wchar_t*, const wchar_t*, const wchar_t*, std::uint64_t, std::uint32_t, std::int32_t, wchar_t**,
-                    std::uint32_t*, wchar_t**, std::int32_t, wchar_t**, const wchar_t*, std::uint8_t, const wchar_t*,
-                    const wchar_t*, std::uint32_t, const wchar_t*, const wchar_t*) {}
+void IgnoreActivity(const wchar_t*, const wchar_t*, const wchar_t*, std::uint64_t, std::uint32_t,
+                    std::int32_t, wchar_t**, std::uint32_t*, wchar_t**, std::int32_t, wchar_t**,
+                    const wchar_t*, std::uint8_t, const wchar_t*, const wchar_t*, std::uint32_t,
+                    const wchar_t*, const wchar_t*) {}
 
 // A read by this process of file number `number`, just now.
 OstrelLabEvent Read(std::size_t number) {
@@ -102,7 +103,8 @@ TEST(LibraryOnLab, AFloodIsAcknowledgedAndHandledMessageByMessage) {
   EXPECT_EQ(status.badAcknowledgements, 0U);
   EXPECT_EQ(status.doubleAcknowledgements, 0U);
   EXPECT_EQ(UnloadDriver(), 1);
-  // The last message is acknowledged before it is handled, and unloading waits for the loop to take the notice after it.
+  // The last message is acknowledged before it is handled, and unloading waits for the loop to take the
+  // notice after it.
   EXPECT_EQ(receivedLines, static_cast<int>(FLOOD));
 }
 
@@ -112,8 +114,8 @@ TEST(LibraryOnLab, LoadingAndUnloadingInALoopLeavesOneStopEventOpenPerCycle) {
   for (int warmUp = 0; warmUp < 3; ++warmUp) ASSERT_NO_FATAL_FAILURE(Cycle(EVENTS));
   const DWORD before = HandleCount();
   for (DWORD cycle = 0; cycle < CYCLES; ++cycle) ASSERT_NO_FATAL_FAILURE(Cycle(EVENTS));
-  // Each start of the disk event thread makes a stop event that stays open. The notification thread may still be on its way
-  // out of the last cycle.
+  // Each start of the disk event thread makes a stop event that stays open. The notification thread may still
+  // be on its way out of the last cycle.
   const auto deadline = std::chrono::steady_clock::now() + PATIENCE;
   while (HandleCount() > before + CYCLES && std::chrono::steady_clock::now() < deadline) Sleep(10);
   EXPECT_EQ(HandleCount(), before + CYCLES);

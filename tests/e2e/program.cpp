@@ -10,12 +10,14 @@ namespace {
 
 constexpr DWORD POLL_MILLISECONDS = 50;
 
-std::filesystem::path WithSuffix(std::filesystem::path path, const wchar_t* suffix) { return path += suffix; }
+std::filesystem::path WithSuffix(std::filesystem::path path, const wchar_t* suffix) {
+  return path += suffix;
+}
 
 UniqueFileHandle CreateOutput(const std::filesystem::path& path) {
   SECURITY_ATTRIBUTES inheritable{sizeof(inheritable), nullptr, TRUE};
-  return UniqueFileHandle(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &inheritable,
-                                      CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+  return UniqueFileHandle(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                      &inheritable, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
 }
 
 }  // namespace
@@ -46,17 +48,24 @@ Program::~Program() {
 
 std::optional<DWORD> Program::Wait(std::chrono::seconds patience) {
   const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(patience).count();
-  if (WaitForSingleObject(process_.Get(), static_cast<DWORD>(milliseconds)) != WAIT_OBJECT_0) return std::nullopt;
+  if (WaitForSingleObject(process_.Get(), static_cast<DWORD>(milliseconds)) != WAIT_OBJECT_0)
+    return std::nullopt;
   DWORD exitCode = 0;
   GetExitCodeProcess(process_.Get(), &exitCode);
   return exitCode;
 }
 
-bool Program::IsRunning() const { return WaitForSingleObject(process_.Get(), 0) == WAIT_TIMEOUT; }
+bool Program::IsRunning() const {
+  return WaitForSingleObject(process_.Get(), 0) == WAIT_TIMEOUT;
+}
 
-std::string Program::Output() const { return ReadFile(WithSuffix(output_, L".out")); }
+std::string Program::Output() const {
+  return ReadFile(WithSuffix(output_, L".out"));
+}
 
-std::string Program::Errors() const { return ReadFile(WithSuffix(output_, L".err")); }
+std::string Program::Errors() const {
+  return ReadFile(WithSuffix(output_, L".err"));
+}
 
 bool Program::WaitForError(const std::string& text, std::chrono::seconds patience) const {
   const auto deadline = std::chrono::steady_clock::now() + patience;

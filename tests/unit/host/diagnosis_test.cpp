@@ -11,6 +11,8 @@ using ostrel::host::DiagnoseMachine;
 using ostrel::host::DiagnoseUnload;
 using ostrel::host::Diagnosis;
 using ostrel::host::ExitCode;
+using ostrel::host::MinifilterIsGone;
+using ostrel::host::SaysMinifilterIsGone;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
@@ -200,6 +202,25 @@ TEST(DiagnoseConfigurationTest, AFailureWithoutAnyLineSaysSo) {
   const Diagnosis diagnosis = Configuration(false, {});
   EXPECT_EQ(diagnosis.exitCode, ExitCode::PortRefused);
   EXPECT_THAT(diagnosis.message, HasSubstr("gave no reason"));
+}
+
+TEST(MinifilterIsGoneTest, TheDriversNoticeAndAClosedPortSaySo) {
+  EXPECT_TRUE(SaysMinifilterIsGone("OstrelFilterDriver: Driver unloaded."));
+  EXPECT_TRUE(SaysMinifilterIsGone(
+      "OstrelFilterDriver: Error getting message while receiving notifications: HResult: 80070006"));
+}
+
+TEST(MinifilterIsGoneTest, OtherLinesDoNot) {
+  for (const char* line :
+       {"", "OstrelFilterDriver: ", "OstrelFilterDriver: Driver unloaded. Or not",
+        "OstrelFilterDriver: LoadDriver was successful.",
+        "OstrelFilterDriver: Error getting message while receiving notifications: HResult: 800703e3"}) {
+    EXPECT_FALSE(SaysMinifilterIsGone(line)) << line;
+  }
+}
+
+TEST(MinifilterIsGoneTest, ItIsALostPort) {
+  EXPECT_EQ(MinifilterIsGone().exitCode, ExitCode::PortRefused);
 }
 
 TEST(DiagnoseUnloadTest, SuccessIsFine) {

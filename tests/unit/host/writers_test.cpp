@@ -88,17 +88,29 @@ TEST(LogWriterTest, TheFileGetsTheSameLinesAsTheConsole) {
   const WindowsHandle logFile = Open(folder / L"log", GENERIC_WRITE);
   LineWriter console(consoleFile.get());
   LineWriter file(logFile.get());
-  LogWriter(console, &file).Write(6, "loaded");
+  LogWriter(6, console, &file).Write(6, "loaded");
   const std::string line = ReadWholeFile(folder / L"console");
   EXPECT_EQ(line.substr(std::min(line.size(), std::size_t{24})), " info   loaded\n");
   EXPECT_EQ(ReadWholeFile(folder / L"log"), line);
+}
+
+TEST(LogWriterTest, LinesAboveTheLevelAreNotShown) {
+  const TemporaryFolder folder;
+  const WindowsHandle consoleFile = Open(folder / L"console", GENERIC_WRITE);
+  LineWriter console(consoleFile.get());
+  LogWriter log(3, console, nullptr);
+  log.Write(6, "notable");
+  log.Write(7, "detail");
+  EXPECT_EQ(ReadWholeFile(folder / L"console"), "");
+  log.Write(3, "failed");
+  EXPECT_NE(ReadWholeFile(folder / L"console"), "");
 }
 
 TEST(LogWriterTest, WithoutAFileOnlyTheConsoleGetsLines) {
   const TemporaryFolder folder;
   const WindowsHandle consoleFile = Open(folder / L"console", GENERIC_WRITE);
   LineWriter console(consoleFile.get());
-  LogWriter(console, nullptr).Write(3, "failed");
+  LogWriter(6, console, nullptr).Write(3, "failed");
   const std::string line = ReadWholeFile(folder / L"console");
   EXPECT_EQ(line.substr(std::min(line.size(), std::size_t{24})), " error  failed\n");
 }
