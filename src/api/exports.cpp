@@ -3,13 +3,11 @@
 #include <type_traits>
 
 #include "api/library.h"
-#include "util/text.h"
 
 static_assert(std::is_same_v<LogCallback, ostrel::LogSink>);
 static_assert(std::is_same_v<ActivityEventCallback, ostrel::ActivityCallback>);
 static_assert(std::is_same_v<PcdEventCallback, ostrel::PcdCallback>);
 
-using ostrel::CopyTexts;
 using ostrel::Library;
 
 namespace {
@@ -42,11 +40,9 @@ std::uint8_t EnableActivityDetection(ActivityEventCallback callback, const wchar
   return Guarded([&] {
     return Library::Instance().EnableActivity({
         .callback = callback,
-        .userName = userName == nullptr ? L"" : userName,
-        .processNames = CopyTexts(processNames, processCount),
-        .processCount = processCount,
-        .excludePaths = CopyTexts(excludePaths, excludeCount),
-        .excludeCount = excludeCount,
+        .userName = userName,
+        .processNames = {processNames, processCount},
+        .excludePaths = {excludePaths, excludeCount},
         .driverOption = driverOption,
         .tabTitles = tabTitles != 0,
     });
@@ -63,11 +59,9 @@ std::uint8_t EnablePCDDetection(PcdEventCallback callback, const wchar_t** cloud
   return Guarded([&] {
     return Library::Instance().EnablePcd({
         .callback = callback,
-        .processNames = CopyTexts(cloudProcesses, processCount),
-        .processCount = processCount,
-        .cloudPaths = CopyTexts(cloudPaths, cloudPathCount),
-        .cloudPathCount = cloudPathCount,
-        .cloudExcludePaths = CopyTexts(cloudExcludePaths, cloudExcludeCount),
+        .processNames = {cloudProcesses, processCount},
+        .cloudPaths = {cloudPaths, cloudPathCount},
+        .cloudExcludePaths = {cloudExcludePaths, cloudExcludeCount},
     });
   });
 }
@@ -79,8 +73,7 @@ std::uint8_t DisablePCDDetection() {
 void UpdateProcesses(const wchar_t** processNames, std::uint32_t processCount, std::uint8_t driverOption) {
   Guarded([&] {
     // Counts are signed everywhere: one beyond 2^31 is negative, and the list empty.
-    Library::Instance().UpdateProcesses(CopyTexts(processNames, static_cast<std::int32_t>(processCount)),
-                                        driverOption);
+    Library::Instance().UpdateProcesses({processNames, static_cast<std::int32_t>(processCount)}, driverOption);
     return true;
   });
 }

@@ -14,19 +14,20 @@
  *  2. Texts are NUL-terminated UTF-16. Counts of texts are numbers of elements. Times are milliseconds since
  *     1970-01-01 00:00 UTC. Sizes are bytes.
  *  3. Booleans are bytes: 0 is false, everything else true; results are 0 or 1.
- *  4. The library copies every text and array it is given during the call; the caller keeps what it passed.
+ *  4. The library reads texts and arrays only during the call and copies what it keeps; the caller keeps what it passed.
  *     A count of 0 or less, or a null array, is an empty list.
  *  5. What a callback receives belongs to the library and is valid only during the call. The host copies what it keeps.
  *  6. Threads. Any thread may call any function. All of them but EnableTabTitles, DisableTabTitles and
  *     DeallocStringPointer run one at a time, under one recursive lock. The log callback runs on whatever thread has
  *     something to say, on several at once. The event callbacks run on the library's disk event thread, one at a time,
  *     under the report lock: a callback that takes long delays every later report.
- *  7. From an event callback a host may call EnableTabTitles, DisableTabTitles and DeallocStringPointer. Other functions
- *     may be called too, except that UnloadDriver, called there or waiting elsewhere meanwhile, gives up on the disk event
- *     thread after 3 seconds. From the log callback call nothing: it may run while locks are held.
+ *  7. From an event callback a host may call any function but UnloadDriver, which waits for the very thread that the
+ *     callback runs on, and gives up on it after 3 seconds. From the log callback call nothing: it may run while locks are
+ *     held.
  *  8. No exception leaves the library. A callback should let none out either; one that does loses that report or line.
- *  9. Failures are told by a false result where there is one and by a log line of level 3, which names the step and ends
- *     with the system's code. So pass a log callback before anything can fail.
+ *  9. Failures are told by a false result where there is one and by log lines of level 3: one names the system call that
+ *     failed and ends with its code, one after it may name the step. A call that has nothing to do says so at level 6. So
+ *     pass a log callback before anything can fail.
  * 10. The library cannot be unloaded from a process safely once LoadDriver was called: its threads are not waited for
  *     beyond what UnloadDriver says. Do not call FreeLibrary.
  */
@@ -65,15 +66,18 @@ typedef void (*LogCallback)(const wchar_t* text, uint32_t level);
  * user            Account name (without domain) of the process's user, or "User not identified".
  * endTime         Time of the latest read or write.
  * fileEventType   0 upload, 1 download.
- * streamCount     Number of network streams that may have carried the file. One: the best match. More: none matched, and
- *                 these are all the process has, largest first.
+ * streamCount     Number of network streams that may have carried the file. One: the best match, or the only one there is.
+ *                 More: none matched, and these are all the process has, largest first. Always 0 in this version, which does
+ *                 not read the network driver.
  * addresses       streamCount address texts.
  * ports           streamCount remote ports.
  * hostNames       streamCount host names, empty where the reverse look-up failed; always empty for IPv6.
  * hintCount       Number of destination hints.
  * hints           hintCount tab titles that were open when the file was first touched.
- * tabTitleStatus  How the look-up of the titles went; empty while capture is off.
- * isNetworkDrive  1 when the file is on a network drive, and only then the rest is filled.
+ * tabTitleStatus  How the look-up of the titles went; empty while capture is off. "USER_HELPER_NOT_SUPPORTED" in this
+ *                 version, which finds no titles.
+ * isNetworkDrive  1 when the file is on a network drive, and only then the rest is filled. This version leaves it empty with
+ *                 the status "USER_HELPER_NOT_SUPPORTED", and takes every upload from a network drive for complete.
  * sha256Hex       Digest of the file, in hexadecimal digits.
  * md5Hex          Digest of the file, in hexadecimal digits.
  * fileSize        Low 32 bits of the file's size.
@@ -107,7 +111,7 @@ typedef void (*PcdEventCallback)(const wchar_t* fileName, const wchar_t* process
  * logLevel     Lines up to this level are logged: 3 errors, 6 and what is notable, 7 everything; 0 nothing.
  *
  * Returns true when the library is started, also when it was before; a second call changes nothing. The account must hold
- * the privilege to load drivers. False: the last line of level 3 names the step that failed; the call may be repeated.
+ * the privilege to load drivers. False: the last lines of level 3 name the step that failed; the call may be repeated.
  */
 OSTREL_FUNCTION uint8_t LoadDriver(LogCallback logCallback, uint32_t logLevel);
 
@@ -115,8 +119,11 @@ OSTREL_FUNCTION uint8_t LoadDriver(LogCallback logCallback, uint32_t logLevel);
  * Unloads the minifilter, closes its port and stops the disk event thread, for which it waits at most 3 seconds. Callbacks
  * and detected events that are still cached stay: a later LoadDriver goes on with them.
  *
- * Returns true when the library is unloaded, also when it was before. False: the minifilter could not be unloaded; the
- * port is closed all the same, and everything else is stopped.
+ * Returns true when the library is unloaded, also when it was before. False: the minifilter could not be unloaded; its port
+ * is closed all the same, unless the privilege to unload drivers was refused, and everything else is stopped.
+ *
+ * A disk event thread that does not end in time, as while an event callback blocks, goes on ending by itself. A LoadDriver
+ * after that succeeds but starts no new one, and nothing is reported until the library is unloaded and loaded once more.
  */
 OSTREL_FUNCTION uint8_t UnloadDriver(void);
 
@@ -124,7 +131,7 @@ OSTREL_FUNCTION uint8_t UnloadDriver(void);
  * Switches the detection of uploads and downloads by named processes on. Needs the minifilter loaded.
  *
  * callback           Receives the detections. It stays in use after detection is switched off.
- * userName           Account name of the monitored user, at most 255 characters. Only the network driver looks at it.
+ * userName           Account name of the monitored user, cut to 255 characters; for the network driver's filters.
  * processNames       Image names such as chrome.exe; the case does not matter. The minifilter gets the first 64, each cut to
  *                    31 characters.
  * excludePaths       Directories to leave out, as a user writes them. They add up over all calls; the minifilter gets the
@@ -156,7 +163,7 @@ OSTREL_FUNCTION uint8_t DisableActivityDetection(void);
  * cloudPaths         Directories that the clients synchronise. They add up over all calls; the minifilter gets the first 10.
  * cloudExcludePaths  Directories in them to leave out; likewise.
  *
- * False: the minifilter's port cannot be opened; it is on all the same. Calling it again sends everything again.
+ * False: the minifilter's port cannot be opened; it is on (or off) all the same. Calling it again sends everything again.
  */
 OSTREL_FUNCTION uint8_t EnablePCDDetection(PcdEventCallback callback, const wchar_t** cloudProcesses,
                                            int32_t processCount, const wchar_t** cloudPaths, int32_t cloudPathCount,

@@ -4,6 +4,8 @@
 // Needs windows.h before it.
 #include <fltuser.h>
 
+#include <utility>
+
 #include "filter/cache_hooks.h"
 #include "filter/driver_installer.h"
 #include "filter/load_driver_privilege.h"
@@ -92,7 +94,8 @@ bool Library::ConnectToMinifilter() {
     return false;
   }
   port_ = port;
-  if (!StartNotificationThread(port, {uploads_, downloads_, cloudDrive_, irpQueries_, ignoredSuffixes_})) {
+  if (!StartNotificationThread(
+          port, {uploads_, downloads_, cloudDrive_, irpQueries_, irpQueriesMutex_, ignoredSuffixes_})) {
     // The port stays open and counts as connected.
     Log(LOG_ERROR, L"Could not start receive notification thread. Code: %lu", GetLastError());
     return false;
@@ -149,9 +152,9 @@ bool Library::DisablePcd() {
   return configuration_.DisablePcd();
 }
 
-void Library::UpdateProcesses(std::vector<std::wstring> processNames, std::uint8_t driverOption) {
+void Library::UpdateProcesses(const TextList& processNames, std::uint8_t driverOption) {
   const std::lock_guard lock(apiMutex_);
-  configuration_.UpdateProcesses(std::move(processNames), driverOption);
+  configuration_.UpdateProcesses(processNames, driverOption);
 }
 
 void Library::EnableTabTitles() { tabTitles_.Enable(); }

@@ -26,7 +26,7 @@ namespace ostrel {
 // The process-wide state and the order in which its parts start and stop. The one composition root: every other class gets
 // what it uses from here.
 //
-// Every member but the tab title switches holds the API mutex for its whole run.
+// Every public member but Instance and the tab title switches holds the API mutex for its whole run.
 class Library {
  public:
   // The library's own, made at its first use and never destroyed: its threads may outlive every orderly end.
@@ -38,7 +38,7 @@ class Library {
   bool DisableActivity();
   bool EnablePcd(const PcdRequest& request);
   bool DisablePcd();
-  void UpdateProcesses(std::vector<std::wstring> processNames, std::uint8_t driverOption);
+  void UpdateProcesses(const TextList& processNames, std::uint8_t driverOption);
   void EnableTabTitles();
   void DisableTabTitles();
 
@@ -50,7 +50,7 @@ class Library {
   bool ConnectToMinifilter();
   bool UnloadMinifilter();
 
-  // Recursive because switching cloud-drive detection on for no process switches it off.
+  // Recursive, so that a host that calls again from within a call, out of its log callback, does not stop itself.
   std::recursive_mutex apiMutex_;
   bool started_ = false;
 
@@ -61,6 +61,7 @@ class Library {
   NetworkEventCache uploadStreams_;
   NetworkEventCache downloadStreams_;
   IrpCache irpQueries_;
+  std::mutex irpQueriesMutex_;
   SentEventCache sentEvents_;
 
   HostCallbacks callbacks_;

@@ -4,6 +4,7 @@
 
 #include <ctime>
 #include <memory>
+#include <new>
 
 #include "log/log.h"
 #include "util/unique_handle.h"
@@ -28,10 +29,10 @@ void StartWinsock() {
 
 // What one thread works with, apart from the members that a later start overwrites.
 struct DiskEventThread::Run {
-  explicit Run(DiskEventWorker& ownWorker) : worker(ownWorker) {}
+  Run(DiskEventWorker& ownWorker, HANDLE ownStopEvent) : worker(ownWorker), stopEvent(ownStopEvent) {}
 
   DiskEventWorker& worker;
-  HANDLE stopEvent = nullptr;
+  HANDLE stopEvent;
 
   static DWORD WINAPI Entry(void* parameter) {
     const std::unique_ptr<Run> run(static_cast<Run*>(parameter));
@@ -49,10 +50,13 @@ bool DiskEventThread::Start() {
     Log(LOG_ERROR, L"Disk Event thread already started!");
     return false;
   }
-  auto run = std::make_unique<Run>(worker_);
   UniqueKernelHandle stopEvent(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-  run->stopEvent = stopEvent.Get();
-  if (stopEvent) thread_ = CreateThread(nullptr, 0, Run::Entry, run.get(), 0, nullptr);
+  std::unique_ptr<Run> run(stopEvent ? new (std::nothrow) Run(worker_, stopEvent.Get()) : nullptr);
+  if (run) {
+    thread_ = CreateThread(nullptr, 0, Run::Entry, run.get(), 0, nullptr);
+  } else if (stopEvent) {
+    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+  }
   if (thread_ == nullptr) {
     Log(LOG_ERROR, L"Could not start Disk Event thread. Code: %lu", GetLastError());
     return false;

@@ -6,6 +6,7 @@
 
 #include "log/log.h"
 #include "userhelper/session_lookups.h"
+#include "util/name_capacity.h"
 #include "util/ostrel_filter_lib_util.h"
 #include "util/unique_handle.h"
 
@@ -49,13 +50,13 @@ unsigned char GetUserOfProcess(void* processHandle, std::wstring& user) {
 
   wchar_t account[NAME_CAPACITY] = {};
   wchar_t domain[NAME_CAPACITY] = {};
-  // One variable serves both lengths. A system that stores the account's before it checks the domain's room may refuse;
-  // the account name is in place by then, and is taken.
+  // One variable serves both lengths. A system that stores the account's before it checks the domain's room may refuse.
   DWORD length = static_cast<DWORD>(NAME_CAPACITY);
   SID_NAME_USE use{};
   const PSID sid = static_cast<const TOKEN_USER*>(block.Get())->User.Sid;
   const BOOL found = LookupAccountSidW(nullptr, sid, account, &length, domain, &length, &use);
   if (!found) Log(LOG_ERROR, L"Could not get account info from SID. %lu", GetLastError());
+  // Also after a refusal, with whatever the call had written by then; the cache puts its own text in its place.
   user = account;
   return found ? 1 : 0;
 }

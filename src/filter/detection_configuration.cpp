@@ -1,10 +1,10 @@
 #include "filter/detection_configuration.h"
 
-#include <utility>
+#include <string>
+#include <vector>
 
 #include "filter/control_port.h"
 #include "log/log.h"
-#include "util/text.h"
 
 namespace ostrel {
 
@@ -31,17 +31,17 @@ bool DetectionConfiguration::EnableActivity(const ActivityRequest& request) {
   }
   activityOn_ = true;
   callbacks_.activity = request.callback;
-  CopyBounded(request.userName, userName_.data(), userName_.size());
+  CopyBounded(request.userName == nullptr ? L"" : request.userName, userName_.data(), userName_.size());
   // Asking for titles switches nothing on: capture stays as it is.
   if (!request.tabTitles) tabTitles_.Disable();
-  for (const std::wstring& path : request.excludePaths) {
+  for (const std::wstring& path : request.excludePaths.Copy()) {
     Log(LOG_DETAIL, L"Excluding path: %s", builder_.AddExcludedPath(path).c_str());
   }
-  Log(LOG_NOTABLE, L"Created filter processor with pCount=%d, exCount=%d", request.processCount,
-      request.excludeCount);
-  LogEach(L"Monitoring process: %s", request.processNames);
-  const auto message =
-      builder_.Build(DetectionKind::Activity, {request.processNames, request.driverOption, true});
+  Log(LOG_NOTABLE, L"Created filter processor with pCount=%d, exCount=%d", request.processNames.count,
+      request.excludePaths.count);
+  const std::vector<std::wstring> names = request.processNames.Copy();
+  LogEach(L"Monitoring process: %s", names);
+  const auto message = builder_.Build(DetectionKind::Activity, {names, request.driverOption, true});
   Log(LOG_NOTABLE, L"Enabled Application Activity Detection.");
   return SendToMinifilter(*message);
 }
@@ -59,24 +59,25 @@ bool DetectionConfiguration::DisableActivity() {
 }
 
 bool DetectionConfiguration::EnablePcd(const PcdRequest& request) {
-  if (request.processCount == 0) {
+  if (request.processNames.count == 0) {
     Log(LOG_NOTABLE, L"No cloud processes. Turning PCD off");
     return DisablePcd();
   }
   // No guard against a second call: its paths are appended and everything is sent again.
   pcdOn_ = true;
   callbacks_.pcd = request.callback;
-  for (const std::wstring& path : request.cloudPaths) {
+  for (const std::wstring& path : request.cloudPaths.Copy()) {
     Log(LOG_DETAIL, L"Cloud path: %s", builder_.AddCloudPath(path).c_str());
   }
-  for (const std::wstring& path : request.cloudExcludePaths) {
+  for (const std::wstring& path : request.cloudExcludePaths.Copy()) {
     Log(LOG_DETAIL, L"Cloud exclude path: %s", builder_.AddCloudExclusionPath(path).c_str());
   }
   // "exCount" is the number of cloud paths, not of cloud exclude paths.
-  Log(LOG_NOTABLE, L"Created filter processor with cloud pCount=%d, exCount=%d", request.processCount,
-      request.cloudPathCount);
-  LogEach(L"Monitoring cloud process: %s", request.processNames);
-  const auto message = builder_.Build(DetectionKind::CloudDrive, {request.processNames, 0, true});
+  Log(LOG_NOTABLE, L"Created filter processor with cloud pCount=%d, exCount=%d", request.processNames.count,
+      request.cloudPaths.count);
+  const std::vector<std::wstring> names = request.processNames.Copy();
+  LogEach(L"Monitoring cloud process: %s", names);
+  const auto message = builder_.Build(DetectionKind::CloudDrive, {names, 0, true});
   Log(LOG_NOTABLE, L"Enabled PCD Detection.");
   return SendToMinifilter(*message);
 }
@@ -92,9 +93,9 @@ bool DetectionConfiguration::DisablePcd() {
   return SendToMinifilter(*message);
 }
 
-void DetectionConfiguration::UpdateProcesses(std::vector<std::wstring> processNames, std::uint8_t driverOption) {
+void DetectionConfiguration::UpdateProcesses(const TextList& processNames, std::uint8_t driverOption) {
   const auto message =
-      builder_.Build(DetectionKind::Activity, {std::move(processNames), driverOption, activityOn_});
+      builder_.Build(DetectionKind::Activity, {processNames.Copy(), driverOption, activityOn_});
   SendToMinifilter(*message);
   Log(LOG_NOTABLE, L"Successfully updated processes to monitor.");
 }

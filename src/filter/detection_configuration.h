@@ -3,33 +3,29 @@
 
 #include <array>
 #include <cstdint>
-#include <string>
-#include <vector>
 
 #include "cache/tab_title_switch.h"
 #include "detect/host_callbacks.h"
 #include "filter/detection_message_builder.h"
+#include "util/text.h"
 
 namespace ostrel {
 
+// What the host asks for, in its own arrays: nothing is read or copied before it is known that the call does anything.
 struct ActivityRequest {
   ActivityCallback callback = nullptr;
-  std::wstring userName;
-  std::vector<std::wstring> processNames;
-  int processCount = 0;  // as the host gave it, for the log
-  std::vector<std::wstring> excludePaths;
-  int excludeCount = 0;  // likewise
+  const wchar_t* userName = nullptr;  // null is empty
+  TextList processNames;
+  TextList excludePaths;
   std::uint8_t driverOption = 0;
   bool tabTitles = false;
 };
 
 struct PcdRequest {
   PcdCallback callback = nullptr;
-  std::vector<std::wstring> processNames;
-  int processCount = 0;  // as the host gave it, for the log and for "none means off"
-  std::vector<std::wstring> cloudPaths;
-  int cloudPathCount = 0;  // likewise
-  std::vector<std::wstring> cloudExcludePaths;
+  TextList processNames;
+  TextList cloudPaths;
+  TextList cloudExcludePaths;
 };
 
 // Switches the two kinds of detection by sending the minifilter what to watch. A switch is set before the message is sent
@@ -47,7 +43,7 @@ class DetectionConfiguration {
   bool DisableActivity();
   bool EnablePcd(const PcdRequest& request);
   bool DisablePcd();
-  void UpdateProcesses(std::vector<std::wstring> processNames, std::uint8_t driverOption);
+  void UpdateProcesses(const TextList& processNames, std::uint8_t driverOption);
 
  private:
   HostCallbacks& callbacks_;
@@ -55,7 +51,7 @@ class DetectionConfiguration {
   DetectionMessageBuilder builder_;
   bool activityOn_ = false;
   bool pcdOn_ = false;
-  std::array<wchar_t, 256> userName_{};  // at most 255 characters of the monitored user's account name
+  std::array<wchar_t, 256> userName_{};  // the monitored user's account name, kept for the network driver's filters
 };
 
 }  // namespace ostrel

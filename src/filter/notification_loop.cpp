@@ -1,14 +1,15 @@
 #include "filter/notification_loop.h"
 
 #include <windows.h>
-// Need windows.h before them.
+// Needs windows.h before it.
 #include <fltuser.h>
-#include <psapi.h>
 
+#include <new>
 #include <utility>
 
 #include "filter/event_name.h"
 #include "log/log.h"
+#include "util/name_capacity.h"
 #include "util/ostrel_filter_lib_util.h"
 #include "util/unique_handle.h"
 
@@ -73,13 +74,11 @@ void NotificationLoop::Handle(const EventMessage& message) {
   Acknowledge(message);
   if (OstrelFilterLibUtil::ExcludeBasedOnExtension(fileName, targets_.ignoredSuffixes)) return;
 
-  const UniqueKernelHandle process(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, message.processId));
-  if (!process) return;
   wchar_t processName[NAME_CAPACITY];
-  if (K32GetProcessImageFileNameW(process.Get(), processName, static_cast<DWORD>(NAME_CAPACITY)) == 0) {
-    Log(LOG_ERROR, L"Could not get process name. %lu", GetLastError());
-    return;
-  }
+  HANDLE opened = nullptr;
+  const bool isNamed = OstrelFilterLibUtil::GetProcessName(message.processId, processName, &opened);
+  const UniqueKernelHandle process(opened);
+  if (!isNamed) return;
   Log(LOG_DETAIL, L"Received event: %lu %s %s %d %d %d %lu", message.processId, fileName, processName,
       message.eventType, message.detail, IsNetworkEvent(message), message.readSize);
   File(message, fileName, process.Get(), processName);
@@ -98,7 +97,7 @@ void NotificationLoop::File(const EventMessage& message, const wchar_t* fileName
       FileNetworkInfoQuery(message, fileName, processName);
       return;
     case FILE_EVENT_STANDARD_INFO_QUERY:
-      targets_.irpQueries.AddStdInfoQuery(fileName, message.processId, message.eventTime, processName);
+      FileStdInfoQuery(message, fileName, processName);
       return;
     default:
       break;
@@ -113,12 +112,17 @@ void NotificationLoop::File(const EventMessage& message, const wchar_t* fileName
 
 void NotificationLoop::FileRead(const EventMessage& message, const wchar_t* fileName, HANDLE process,
                                 const wchar_t* processName) {
-  if (!targets_.irpQueries.ShouldAllowRead(fileName, message.processId, message.eventTime, processName)) {
+  if (!IsRealRead(message, fileName, processName)) {
     Log(LOG_DETAIL, L"Ignore Upload event. Not a real upload for file: %s process %s", fileName, processName);
     return;
   }
   targets_.uploads.AddEvent(fileName, process, processName, message.processId, message.eventTime,
                             IsNetworkEvent(message), FILE_EVENT_READ, message.readSize);
+}
+
+bool NotificationLoop::IsRealRead(const EventMessage& message, const wchar_t* fileName, const wchar_t* processName) {
+  const std::lock_guard lock(targets_.irpQueriesMutex);
+  return targets_.irpQueries.ShouldAllowRead(fileName, message.processId, message.eventTime, processName);
 }
 
 // A file that a process writes is no longer an upload candidate of that process.
@@ -131,9 +135,18 @@ void NotificationLoop::FileWrite(const EventMessage& message, const wchar_t* fil
 
 void NotificationLoop::FileNetworkInfoQuery(const EventMessage& message, const wchar_t* fileName,
                                             const wchar_t* processName) {
-  if (targets_.irpQueries.AddNetworkInfoQuery(fileName, message.processId, message.eventTime, processName)) return;
+  {
+    const std::lock_guard lock(targets_.irpQueriesMutex);
+    if (targets_.irpQueries.AddNetworkInfoQuery(fileName, message.processId, message.eventTime, processName)) return;
+  }
   targets_.uploads.RemoveEvent(fileName, message.processId);
   Log(LOG_DETAIL, L"Removed from Upload cache: %s %s", fileName, processName);
+}
+
+void NotificationLoop::FileStdInfoQuery(const EventMessage& message, const wchar_t* fileName,
+                                        const wchar_t* processName) {
+  const std::lock_guard lock(targets_.irpQueriesMutex);
+  targets_.irpQueries.AddStdInfoQuery(fileName, message.processId, message.eventTime, processName);
 }
 
 void NotificationLoop::Acknowledge(const EventMessage& message) {
@@ -144,7 +157,11 @@ void NotificationLoop::Acknowledge(const EventMessage& message) {
 }
 
 bool StartNotificationThread(std::shared_ptr<NotificationPort> port, const NotificationTargets& targets) {
-  auto loop = std::make_unique<NotificationLoop>(std::move(port), targets);
+  std::unique_ptr<NotificationLoop> loop(new (std::nothrow) NotificationLoop(std::move(port), targets));
+  if (!loop) {
+    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    return false;
+  }
   const auto run = [](void* parameter) -> DWORD {
     const std::unique_ptr<NotificationLoop> own(static_cast<NotificationLoop*>(parameter));
     own->Run();

@@ -2,6 +2,7 @@
 #define OSTREL_FILTER_NOTIFICATION_LOOP_H
 
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,8 @@ struct NotificationTargets {
   ReadEventCache& downloads;
   ReadEventCache& cloudDrive;
   IrpCache& irpQueries;
+  // For irpQueries: a loop that is late to end and its successor may meet there.
+  std::mutex& irpQueriesMutex;
   const std::vector<std::wstring>& ignoredSuffixes;
 };
 
@@ -38,14 +41,17 @@ class NotificationLoop {
   void File(const EventMessage& message, const wchar_t* fileName, HANDLE process, const wchar_t* processName);
   void FileRead(const EventMessage& message, const wchar_t* fileName, HANDLE process, const wchar_t* processName);
   void FileWrite(const EventMessage& message, const wchar_t* fileName, HANDLE process, const wchar_t* processName);
+  bool IsRealRead(const EventMessage& message, const wchar_t* fileName, const wchar_t* processName);
   void FileNetworkInfoQuery(const EventMessage& message, const wchar_t* fileName, const wchar_t* processName);
+  void FileStdInfoQuery(const EventMessage& message, const wchar_t* fileName, const wchar_t* processName);
   void Acknowledge(const EventMessage& message);
 
   std::shared_ptr<NotificationPort> port_;
   NotificationTargets targets_;
 };
 
-// Runs the loop on a thread of its own that nobody waits for. False with the last error when there is no thread.
+// Runs the loop on a thread of its own that nobody waits for. False with the last error when there is no
+// thread.
 bool StartNotificationThread(std::shared_ptr<NotificationPort> port, const NotificationTargets& targets);
 
 }  // namespace ostrel

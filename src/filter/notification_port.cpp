@@ -7,6 +7,10 @@
 
 namespace ostrel {
 
+NotificationPort::~NotificationPort() {
+  if (handle_ != nullptr) Close();
+}
+
 HRESULT NotificationPort::Connect() {
   const ConnectionContext context{GetCurrentProcessId(), PROTOCOL_CODE};
   HANDLE handle = nullptr;

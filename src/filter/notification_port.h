@@ -8,13 +8,14 @@
 namespace ostrel {
 
 // One connection to the minifilter's notification port, shared by the thread that reads it and the thread that unloads
-// the driver. A new connection is a new object, so that a reader that is late to end can neither read from nor close its
-// successor's handle. The destructor closes nothing: a port whose driver unloaded by itself stays open.
+// the driver. A new connection is a new object, so that a reader that is late to end sees its own handle gone and cannot
+// close its successor's. What nobody closed, as after a driver that left by itself, is closed with the last owner.
 class NotificationPort {
  public:
   NotificationPort() = default;
   NotificationPort(const NotificationPort&) = delete;
   NotificationPort& operator=(const NotificationPort&) = delete;
+  ~NotificationPort();
 
   // Connects with this process's id and marks the port connected.
   HRESULT Connect();
@@ -25,7 +26,7 @@ class NotificationPort {
   bool IsConnected() const { return connected_; }
   void MarkDisconnected() { connected_ = false; }
 
-  // Closes the handle, once whoever calls; the last error is that of closing.
+  // Closes the handle. Once it is closed this fails, without touching anything, with the last error of an invalid handle.
   bool Close();
 
  private:

@@ -68,7 +68,7 @@ constexpr std::size_t EXCLUDED_PATH_SLOTS = 200;
 constexpr std::size_t CLOUD_PATH_SLOTS = 10;
 constexpr std::size_t PATH_SLOT_CAPACITY = 300;
 
-// Library to driver over the control port, and to the network driver: what to watch.
+// Library to driver over the control port: what to watch.
 struct DetectionMessage {
   std::uint32_t code;  // PROTOCOL_CODE
   std::uint32_t hostProcessId;

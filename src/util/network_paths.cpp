@@ -1,6 +1,7 @@
 #include <string>
 #include <string_view>
 
+#include "util/name_capacity.h"
 #include "util/ostrel_filter_lib_util.h"
 #include "util/text.h"
 

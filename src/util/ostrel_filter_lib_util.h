@@ -14,8 +14,8 @@ enum DEVICE_SOURCE_TYPE : std::uint32_t {
   DEVICE_SOURCE_NETWORK_DRIVE = 1,
 };
 
-// Path, process and string helpers without state; any thread may call. Names compare without regard to ASCII case. No
-// member throws.
+// Path, process and string helpers without state; any thread may call. Names compare without regard to ASCII case. Only
+// GetRawDirectoryName can throw: std::bad_alloc.
 class OSTREL_EXPORT OstrelFilterLibUtil {
  public:
   // Turns the device form of a file name into the form a user knows: a drive letter for a local drive, \\server\share for
@@ -38,7 +38,7 @@ class OSTREL_EXPORT OstrelFilterLibUtil {
   static bool GetProcessName(ostrel::ULong32 processId, wchar_t* name, void** processHandle);
 
   // Writes the ids of the running processes whose executable is named like one of `processNames` to `processIds`, which
-  // holds `capacity` ids, and their number to `count`. Stops as soon as the array is full.
+  // holds `capacity` ids (at least 1), and their number to `count`. Stops as soon as the array is full.
   static void GetCurrentProcessIDsToWatch(ostrel::ULong32* processIds, int* count, int capacity,
                                           std::vector<std::wstring> processNames);
 
@@ -54,12 +54,5 @@ class OSTREL_EXPORT OstrelFilterLibUtil {
   static void ConvertNetworkDriveFileName(wchar_t* source, wchar_t* destination);
   static void ConvertOtherFileName(wchar_t* source, wchar_t* destination);
 };
-
-namespace ostrel {
-
-// Characters, the terminator included, that a converted file name, a process image name and a system path may have.
-constexpr std::size_t NAME_CAPACITY = 512;
-
-}  // namespace ostrel
 
 #endif

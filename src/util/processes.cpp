@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "log/log.h"
+#include "util/name_capacity.h"
 #include "util/ostrel_filter_lib_util.h"
 #include "util/text.h"
 #include "util/unique_handle.h"

@@ -8,7 +8,7 @@
 namespace {
 
 constexpr std::size_t ALLOCATED_CHARACTERS = 2048;
-// One less than allocated, so the longest text has 2046 characters; hosts have always seen it cut there.
+// One less than allocated, on purpose: the longest text has 2046 characters.
 constexpr std::size_t FORMATTED_CHARACTERS = 2047;
 
 }  // namespace

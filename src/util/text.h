@@ -34,15 +34,21 @@ inline void CopyBounded(std::wstring_view text, wchar_t* destination, std::size_
   destination[length] = L'\0';
 }
 
-// An array of NUL-terminated texts as a host hands it in. A count of 0 or less, or a null array, is the empty
-// list; a null entry counts as an empty text, so that the number of entries stays the host's.
-inline std::vector<std::wstring> CopyTexts(const wchar_t* const* texts, int count) {
-  std::vector<std::wstring> copies;
-  if (texts == nullptr || count <= 0) return copies;
-  copies.reserve(static_cast<std::size_t>(count));
-  for (int i = 0; i < count; ++i) copies.emplace_back(texts[i] == nullptr ? L"" : texts[i]);
-  return copies;
-}
+// An array of NUL-terminated texts as a host hands it in; valid only during the call it came with.
+struct TextList {
+  const wchar_t* const* texts = nullptr;
+  int count = 0;
+
+  // A count of 0 or less, or a null array, is the empty list; a null entry counts as an empty text, so that the number of
+  // entries stays the host's.
+  std::vector<std::wstring> Copy() const {
+    std::vector<std::wstring> copies;
+    if (texts == nullptr || count <= 0) return copies;
+    copies.reserve(static_cast<std::size_t>(count));
+    for (int i = 0; i < count; ++i) copies.emplace_back(texts[i] == nullptr ? L"" : texts[i]);
+    return copies;
+  }
+};
 
 }  // namespace ostrel
 

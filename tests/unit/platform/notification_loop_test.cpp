@@ -50,7 +50,7 @@ class TheNotificationLoop : public PlatformTest {
     system_.Send(UnloadNotice());
     const auto port = std::make_shared<NotificationPort>();
     ASSERT_EQ(port->Connect(), S_OK);
-    NotificationLoop(port, {uploads_, downloads, cloudDrive_, irpQueries_, suffixes_}).Run();
+    NotificationLoop(port, {uploads_, downloads, cloudDrive_, irpQueries_, irpQueriesMutex_, suffixes_}).Run();
     EXPECT_FALSE(port->IsConnected());
     port->Close();
   }
@@ -58,6 +58,7 @@ class TheNotificationLoop : public PlatformTest {
   ReadEventCache uploads_ = MakeCache(&GetUserOfProcess);
   ReadEventCache cloudDrive_ = MakeCache(&GetUserOfProcess);
   IrpCache irpQueries_;
+  std::mutex irpQueriesMutex_;
   const std::vector<std::wstring> suffixes_{L".tmp"};
 };
 

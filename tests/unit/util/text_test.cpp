@@ -10,7 +10,7 @@
 namespace {
 
 using ostrel::CopyBounded;
-using ostrel::CopyTexts;
+using ostrel::TextList;
 using ostrel::EndsWithIgnoringAsciiCase;
 using ostrel::EqualsIgnoringAsciiCase;
 using ostrel::FoldAsciiCase;
@@ -59,15 +59,15 @@ TEST(Text, ABoundedCopyFillsItsCapacityAndWritesNoFurther) {
 
 TEST(Text, AnArrayOfTextsIsCopiedInItsOrder) {
   const wchar_t* const texts[] = {L"b", nullptr, L"a"};
-  EXPECT_EQ(CopyTexts(texts, 3), (std::vector<std::wstring>{L"b", L"", L"a"}));
-  EXPECT_EQ(CopyTexts(texts, 1), std::vector<std::wstring>{L"b"});
+  EXPECT_EQ((TextList{texts, 3}.Copy()), (std::vector<std::wstring>{L"b", L"", L"a"}));
+  EXPECT_EQ((TextList{texts, 1}.Copy()), std::vector<std::wstring>{L"b"});
 }
 
 TEST(Text, NoArrayAndNoPositiveCountAreTheEmptyList) {
   const wchar_t* const texts[] = {L"a"};
-  EXPECT_TRUE(CopyTexts(texts, 0).empty());
-  EXPECT_TRUE(CopyTexts(texts, -1).empty());
-  EXPECT_TRUE(CopyTexts(nullptr, 5).empty());
+  EXPECT_TRUE((TextList{texts, 0}.Copy()).empty());
+  EXPECT_TRUE((TextList{texts, -1}.Copy()).empty());
+  EXPECT_TRUE((TextList{nullptr, 5}.Copy()).empty());
 }
 
 }  // namespace
