@@ -1,4 +1,5 @@
-// What one pass over a read event cache costs, beside the plainest thing that could do a comparable amount of work.
+// What one pass over a read event cache costs, beside the plainest thing that could do a comparable amount of
+// work.
 
 #include <benchmark/benchmark.h>
 
@@ -21,11 +22,14 @@ unsigned char NoUser(void* /*processHandle*/, std::wstring& user) {
   return 1;
 }
 
-std::vector<std::wstring> NoTitles(ostrel::ULong32 /*processId*/, std::wstring /*processName*/, std::wstring& /*status*/) {
+std::vector<std::wstring> NoTitles(ostrel::ULong32 /*processId*/, std::wstring /*processName*/,
+                                   std::wstring& /*status*/) {
   return {};
 }
 
-unsigned char NoDirectory(std::wstring /*fileName*/) { return 0; }
+unsigned char NoDirectory(std::wstring /*fileName*/) {
+  return 0;
+}
 
 std::unique_ptr<ReadEventCache> MakeCache() {
   ostrel::UserLookup userLookup = NoUser;
@@ -39,11 +43,12 @@ std::wstring FileName(std::size_t number) {
 }
 
 void Add(ReadEventCache& cache, std::size_t file, ostrel::ULong32 process, unsigned long long time) {
-  cache.AddEvent(FileName(file), nullptr, L"\\Device\\HarddiskVolume3\\Program Files\\browser.exe", process, time, 0,
-                 FILE_EVENT_READ, 4096);
+  cache.AddEvent(FileName(file), nullptr, L"\\Device\\HarddiskVolume3\\Program Files\\browser.exe", process,
+                 time, 0, FILE_EVENT_READ, 4096);
 }
 
-// `count` events; a fifth of them due, of which every second is the same file as its neighbour, read by another process.
+// `count` events; a fifth of them due, of which every second is the same file as its neighbour, read by
+// another process.
 void Fill(ReadEventCache& cache, std::size_t count) {
   const std::size_t due = count / 5;
   for (std::size_t i = 0; i < due; ++i) Add(cache, i / 2, static_cast<ostrel::ULong32>(100 + i % 2), DUE);
@@ -59,14 +64,21 @@ void GetEventsWithAFifthDue(benchmark::State& state) {
     auto events = cache->GetEvents(NOW);
     benchmark::DoNotOptimize(events);
     state.PauseTiming();
-    if (events.size() != static_cast<std::size_t>(state.range(0)) / 10) state.SkipWithError("wrong number of events");
+    if (events.size() != static_cast<std::size_t>(state.range(0)) / 10)
+      state.SkipWithError("wrong number of events");
     cache.reset();
     state.ResumeTiming();
   }
 }
-BENCHMARK(GetEventsWithAFifthDue)->Arg(25'000)->Arg(50'000)->Arg(100'000)->Arg(200'000)->Unit(benchmark::kMillisecond);
+BENCHMARK(GetEventsWithAFifthDue)
+    ->Arg(25'000)
+    ->Arg(50'000)
+    ->Arg(100'000)
+    ->Arg(200'000)
+    ->Unit(benchmark::kMillisecond);
 
-// What comparing every pair of due events and every due event with every cached one costs, without any cache around it.
+// What comparing every pair of due events and every due event with every cached one costs, without any cache
+// around it.
 void ComparingEveryPair(benchmark::State& state) {
   const auto count = static_cast<std::size_t>(state.range(0));
   std::vector<std::wstring> due;

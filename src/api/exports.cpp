@@ -12,7 +12,8 @@ using ostrel::Library;
 
 namespace {
 
-// Nothing may be thrown into a host, which need not even be C++. What throws here is out of memory, and is a failure.
+// Nothing may be thrown into a host, which need not even be C++. What throws here is out of memory, and is a
+// failure.
 template <typename Call>
 std::uint8_t Guarded(Call call) noexcept {
   try {
@@ -53,9 +54,10 @@ std::uint8_t DisableActivityDetection() {
   return Guarded([] { return Library::Instance().DisableActivity(); });
 }
 
-std::uint8_t EnablePCDDetection(PcdEventCallback callback, const wchar_t** cloudProcesses, std::int32_t processCount,
-                                const wchar_t** cloudPaths, std::int32_t cloudPathCount,
-                                const wchar_t** cloudExcludePaths, std::int32_t cloudExcludeCount) {
+std::uint8_t EnablePCDDetection(PcdEventCallback callback, const wchar_t** cloudProcesses,
+                                std::int32_t processCount, const wchar_t** cloudPaths,
+                                std::int32_t cloudPathCount, const wchar_t** cloudExcludePaths,
+                                std::int32_t cloudExcludeCount) {
   return Guarded([&] {
     return Library::Instance().EnablePcd({
         .callback = callback,
@@ -73,7 +75,8 @@ std::uint8_t DisablePCDDetection() {
 void UpdateProcesses(const wchar_t** processNames, std::uint32_t processCount, std::uint8_t driverOption) {
   Guarded([&] {
     // Counts are signed everywhere: one beyond 2^31 is negative, and the list empty.
-    Library::Instance().UpdateProcesses({processNames, static_cast<std::int32_t>(processCount)}, driverOption);
+    Library::Instance().UpdateProcesses({processNames, static_cast<std::int32_t>(processCount)},
+                                        driverOption);
     return true;
   });
 }
@@ -92,4 +95,6 @@ void DisableTabTitles() {
   });
 }
 
-void DeallocStringPointer(wchar_t** string) { OstrelFilterLibUtil::DeallocStringPointer(string); }
+void DeallocStringPointer(wchar_t** string) {
+  OstrelFilterLibUtil::DeallocStringPointer(string);
+}

@@ -4,32 +4,34 @@
 /*
  * OstrelFilterLib.dll: the one header that a host includes.
  *
- * First the functions and callback types, usable from C and so from every language that can call C; then, for C++ only,
- * the exported classes.
+ * First the functions and callback types, usable from C and so from every language that can call C; then, for
+ * C++ only, the exported classes.
  *
  * Rules
  *
- *  1. 64-bit Windows only. Functions and callbacks use the platform's one calling convention. Exported functions have
- *     undecorated names.
+ *  1. 64-bit Windows only. Functions and callbacks use the platform's one calling convention. Exported
+ *     functions have undecorated names.
  *  2. Texts are NUL-terminated UTF-16. Counts of texts are numbers of elements. Times are milliseconds since
  *     1970-01-01 00:00 UTC. Sizes are bytes.
  *  3. Booleans are bytes: 0 is false, everything else true; results are 0 or 1.
- *  4. The library reads texts and arrays only during the call and copies what it keeps; the caller keeps what it passed.
- *     A count of 0 or less, or a null array, is an empty list.
- *  5. What a callback receives belongs to the library and is valid only during the call. The host copies what it keeps.
+ *  4. The library reads texts and arrays only during the call and copies what it keeps; the caller keeps what
+ *     it passed. A count of 0 or less, or a null array, is an empty list.
+ *  5. What a callback receives belongs to the library and is valid only during the call. The host copies what
+ *     it keeps.
  *  6. Threads. Any thread may call any function. All of them but EnableTabTitles, DisableTabTitles and
- *     DeallocStringPointer run one at a time, under one recursive lock. The log callback runs on whatever thread has
- *     something to say, on several at once. The event callbacks run on the library's disk event thread, one at a time,
- *     under the report lock: a callback that takes long delays every later report.
- *  7. From an event callback a host may call any function but UnloadDriver, which waits for the very thread that the
- *     callback runs on, and gives up on it after 3 seconds. From the log callback call nothing: it may run while locks are
- *     held.
- *  8. No exception leaves the library. A callback should let none out either; one that does loses that report or line.
- *  9. Failures are told by a false result where there is one and by log lines of level 3: one names the system call that
- *     failed and ends with its code, one after it may name the step. A call that has nothing to do says so at level 6. So
- *     pass a log callback before anything can fail.
- * 10. The library cannot be unloaded from a process safely once LoadDriver was called: its threads are not waited for
- *     beyond what UnloadDriver says. Do not call FreeLibrary.
+ *     DeallocStringPointer run one at a time, under one recursive lock. The log callback runs on whatever
+ *     thread has something to say, on several at once. The event callbacks run on the library's disk event
+ *     thread, one at a time, under the report lock: a callback that takes long delays every later report.
+ *  7. From an event callback a host may call any function but UnloadDriver, which waits for the very thread
+ *     that the callback runs on, and gives up on it after 3 seconds. From the log callback call nothing: it
+ *     may run while locks are held.
+ *  8. No exception leaves the library. A callback should let none out either; one that does loses that report
+ *     or line.
+ *  9. Failures are told by a false result where there is one and by log lines of level 3: one names the
+ *     system call that failed and ends with its code, one after it may name the step. A call that has nothing
+ *     to do says so at level 6. So pass a log callback before anything can fail.
+ * 10. The library cannot be unloaded from a process safely once LoadDriver was called: its threads are not
+ *     waited for beyond what UnloadDriver says. Do not call FreeLibrary.
  */
 
 #include <stdint.h>
@@ -54,7 +56,8 @@ extern "C" {
  * text   "OstrelFilterDriver: " and the message, at most 1023 characters.
  * level  3 something failed, 6 a state changed or something was detected, 7 detail.
  *
- * Runs on the host's own threads during calls, on the notification thread and on the disk event thread, at the same time.
+ * Runs on the host's own threads during calls, on the notification thread and on the disk event thread, at
+ * the same time.
  */
 typedef void (*LogCallback)(const wchar_t* text, uint32_t level);
 
@@ -66,18 +69,19 @@ typedef void (*LogCallback)(const wchar_t* text, uint32_t level);
  * user            Account name (without domain) of the process's user, or "User not identified".
  * endTime         Time of the latest read or write.
  * fileEventType   0 upload, 1 download.
- * streamCount     Number of network streams that may have carried the file. One: the best match, or the only one there is.
- *                 More: none matched, and these are all the process has, largest first. Always 0 in this version, which does
- *                 not read the network driver.
+ * streamCount     Number of network streams that may have carried the file. One: the best match, or the only
+ *                 one there is. More: none matched, and these are all the process has, largest first. Always
+ *                 0 in this version, which does not read the network driver.
  * addresses       streamCount address texts.
  * ports           streamCount remote ports.
  * hostNames       streamCount host names, empty where the reverse look-up failed; always empty for IPv6.
  * hintCount       Number of destination hints.
  * hints           hintCount tab titles that were open when the file was first touched.
- * tabTitleStatus  How the look-up of the titles went; empty while capture is off. "USER_HELPER_NOT_SUPPORTED" in this
- *                 version, which finds no titles.
- * isNetworkDrive  1 when the file is on a network drive, and only then the rest is filled. This version leaves it empty with
- *                 the status "USER_HELPER_NOT_SUPPORTED", and takes every upload from a network drive for complete.
+ * tabTitleStatus  How the look-up of the titles went; empty while capture is off. "USER_HELPER_NOT_SUPPORTED"
+ *                 in this version, which finds no titles.
+ * isNetworkDrive  1 when the file is on a network drive, and only then the rest is filled. This version
+ *                 leaves it empty with the status "USER_HELPER_NOT_SUPPORTED", and takes every upload from a
+ *                 network drive for complete.
  * sha256Hex       Digest of the file, in hexadecimal digits.
  * md5Hex          Digest of the file, in hexadecimal digits.
  * fileSize        Low 32 bits of the file's size.
@@ -86,10 +90,11 @@ typedef void (*LogCallback)(const wchar_t* text, uint32_t level);
  *
  * An array whose count is 0 may be null. Runs on the disk event thread, under the report lock.
  */
-typedef void (*ActivityEventCallback)(const wchar_t* fileName, const wchar_t* processName, const wchar_t* user,
-                                      uint64_t endTime, uint32_t fileEventType, int32_t streamCount,
-                                      wchar_t** addresses, uint32_t* ports, wchar_t** hostNames, int32_t hintCount,
-                                      wchar_t** hints, const wchar_t* tabTitleStatus, uint8_t isNetworkDrive,
+typedef void (*ActivityEventCallback)(const wchar_t* fileName, const wchar_t* processName,
+                                      const wchar_t* user, uint64_t endTime, uint32_t fileEventType,
+                                      int32_t streamCount, wchar_t** addresses, uint32_t* ports,
+                                      wchar_t** hostNames, int32_t hintCount, wchar_t** hints,
+                                      const wchar_t* tabTitleStatus, uint8_t isNetworkDrive,
                                       const wchar_t* sha256Hex, const wchar_t* md5Hex, uint32_t fileSize,
                                       const wchar_t* metadataStatus, const wchar_t* extraText);
 
@@ -104,26 +109,30 @@ typedef void (*PcdEventCallback)(const wchar_t* fileName, const wchar_t* process
                                  uint64_t endTime, uint32_t fileEventType);
 
 /*
- * Installs both drivers from OstrelFilter.inf, OstrelFilter.sys, OstrelNWFilter.inf and OstrelNWFilter.sys beside the
- * library, loads the minifilter, connects to it and starts the library's threads. Detection starts off.
+ * Installs both drivers from OstrelFilter.inf, OstrelFilter.sys, OstrelNWFilter.inf and OstrelNWFilter.sys
+ * beside the library, loads the minifilter, connects to it and starts the library's threads. Detection starts
+ * off.
  *
  * logCallback  Receives the log from now on, also from a load that fails; null for no log.
  * logLevel     Lines up to this level are logged: 3 errors, 6 and what is notable, 7 everything; 0 nothing.
  *
- * Returns true when the library is started, also when it was before; a second call changes nothing. The account must hold
- * the privilege to load drivers. False: the last lines of level 3 name the step that failed; the call may be repeated.
+ * Returns true when the library is started, also when it was before; a second call changes nothing. The
+ * account must hold the privilege to load drivers. False: the last lines of level 3 name the step that
+ * failed; the call may be repeated.
  */
 OSTREL_FUNCTION uint8_t LoadDriver(LogCallback logCallback, uint32_t logLevel);
 
 /*
- * Unloads the minifilter, closes its port and stops the disk event thread, for which it waits at most 3 seconds. Callbacks
- * and detected events that are still cached stay: a later LoadDriver goes on with them.
+ * Unloads the minifilter, closes its port and stops the disk event thread, for which it waits at most 3
+ * seconds. Callbacks and detected events that are still cached stay: a later LoadDriver goes on with them.
  *
- * Returns true when the library is unloaded, also when it was before. False: the minifilter could not be unloaded; its port
- * is closed all the same, unless the privilege to unload drivers was refused, and everything else is stopped.
+ * Returns true when the library is unloaded, also when it was before. False: the minifilter could not be
+ * unloaded; its port is closed all the same, unless the privilege to unload drivers was refused, and
+ * everything else is stopped.
  *
- * A disk event thread that does not end in time, as while an event callback blocks, goes on ending by itself. A LoadDriver
- * after that succeeds but starts no new one, and nothing is reported until the library is unloaded and loaded once more.
+ * A disk event thread that does not end in time, as while an event callback blocks, goes on ending by itself.
+ * A LoadDriver after that succeeds but starts no new one, and nothing is reported until the library is
+ * unloaded and loaded once more.
  */
 OSTREL_FUNCTION uint8_t UnloadDriver(void);
 
@@ -131,21 +140,25 @@ OSTREL_FUNCTION uint8_t UnloadDriver(void);
  * Switches the detection of uploads and downloads by named processes on. Needs the minifilter loaded.
  *
  * callback           Receives the detections. It stays in use after detection is switched off.
- * userName           Account name of the monitored user, cut to 255 characters; for the network driver's filters.
- * processNames       Image names such as chrome.exe; the case does not matter. The minifilter gets the first 64, each cut to
- *                    31 characters.
- * excludePaths       Directories to leave out, as a user writes them. They add up over all calls; the minifilter gets the
- *                    first 200, and is meant for paths below 300 characters.
+ * userName           Account name of the monitored user, cut to 255 characters; for the network driver's
+ *                    filters.
+ * processNames       Image names such as chrome.exe; the case does not matter. The minifilter gets the first
+ *                    64, each cut to 31 characters.
+ * excludePaths       Directories to leave out, as a user writes them. They add up over all calls; the
+ *                    minifilter gets the first 200, and is meant for paths below 300 characters.
  * driverOption       Handed to the minifilter unchanged.
- * remoteAddressInfo  Reserved for the network driver, which this version of the library does not connect to; ignored.
+ * remoteAddressInfo  Reserved for the network driver, which this version of the library does not connect to;
+ *                    ignored.
  * tabTitles          False switches tab title capture off. True leaves it as it is.
  *
- * False: it is on already, and nothing is sent; or the minifilter's port cannot be opened, and it is on all the same.
+ * False: it is on already, and nothing is sent; or the minifilter's port cannot be opened, and it is on all
+ * the same.
  */
 OSTREL_FUNCTION uint8_t EnableActivityDetection(ActivityEventCallback callback, const wchar_t* userName,
                                                 const wchar_t** processNames, int32_t processCount,
                                                 const wchar_t** excludePaths, int32_t excludeCount,
-                                                uint8_t driverOption, uint8_t remoteAddressInfo, uint8_t tabTitles);
+                                                uint8_t driverOption, uint8_t remoteAddressInfo,
+                                                uint8_t tabTitles);
 
 /*
  * Switches the detection of uploads and downloads off. What is cached is still reported.
@@ -155,32 +168,37 @@ OSTREL_FUNCTION uint8_t EnableActivityDetection(ActivityEventCallback callback, 
 OSTREL_FUNCTION uint8_t DisableActivityDetection(void);
 
 /*
- * Switches the detection of cloud-drive events on; for no process at all (processCount 0), off. Needs the minifilter
- * loaded.
+ * Switches the detection of cloud-drive events on; for no process at all (processCount 0), off. Needs the
+ * minifilter loaded.
  *
  * callback           Receives the detections. It stays in use after detection is switched off.
  * cloudProcesses     Image names of cloud clients, as processNames above.
- * cloudPaths         Directories that the clients synchronise. They add up over all calls; the minifilter gets the first 10.
+ * cloudPaths         Directories that the clients synchronise. They add up over all calls; the minifilter
+ *                    gets the first 10.
  * cloudExcludePaths  Directories in them to leave out; likewise.
  *
- * False: the minifilter's port cannot be opened; it is on (or off) all the same. Calling it again sends everything again.
+ * False: the minifilter's port cannot be opened; it is on (or off) all the same. Calling it again sends
+ * everything again.
  */
 OSTREL_FUNCTION uint8_t EnablePCDDetection(PcdEventCallback callback, const wchar_t** cloudProcesses,
-                                           int32_t processCount, const wchar_t** cloudPaths, int32_t cloudPathCount,
-                                           const wchar_t** cloudExcludePaths, int32_t cloudExcludeCount);
+                                           int32_t processCount, const wchar_t** cloudPaths,
+                                           int32_t cloudPathCount, const wchar_t** cloudExcludePaths,
+                                           int32_t cloudExcludeCount);
 
 /*
  * Switches the detection of cloud-drive events off. What is cached is still reported.
  *
- * True also when it is off already. False: the minifilter's port cannot be opened, and it is off all the same.
+ * True also when it is off already. False: the minifilter's port cannot be opened, and it is off all the
+ * same.
  */
 OSTREL_FUNCTION uint8_t DisablePCDDetection(void);
 
 /*
- * Sends the minifilter a new list of processes to watch for uploads and downloads, on or off as detection is, and the ids
- * of those of them that run at the moment. Call it also when a watched program has started.
+ * Sends the minifilter a new list of processes to watch for uploads and downloads, on or off as detection is,
+ * and the ids of those of them that run at the moment. Call it also when a watched program has started.
  */
-OSTREL_FUNCTION void UpdateProcesses(const wchar_t** processNames, uint32_t processCount, uint8_t driverOption);
+OSTREL_FUNCTION void UpdateProcesses(const wchar_t** processNames, uint32_t processCount,
+                                     uint8_t driverOption);
 
 /* Switch the capture of tab titles for files touched later. It starts on. */
 OSTREL_FUNCTION void EnableTabTitles(void);
@@ -192,7 +210,8 @@ OSTREL_FUNCTION void DeallocStringPointer(wchar_t** string);
 #ifdef __cplusplus
 }
 
-/* The exported classes are for hosts built with the same compiler, standard library and runtime as the DLL. */
+/* The exported classes are for hosts built with the same compiler, standard library and runtime as the DLL.
+ */
 #include "cache/event_records.h"
 #include "cache/irp_cache.h"
 #include "cache/read_event_cache.h"

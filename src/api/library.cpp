@@ -157,8 +157,12 @@ void Library::UpdateProcesses(const TextList& processNames, std::uint8_t driverO
   configuration_.UpdateProcesses(processNames, driverOption);
 }
 
-void Library::EnableTabTitles() { tabTitles_.Enable(); }
+void Library::EnableTabTitles() {
+  tabTitles_.Enable();
+}
 
-void Library::DisableTabTitles() { tabTitles_.Disable(); }
+void Library::DisableTabTitles() {
+  tabTitles_.Disable();
+}
 
 }  // namespace ostrel

@@ -23,8 +23,8 @@
 
 namespace ostrel {
 
-// The process-wide state and the order in which its parts start and stop. The one composition root: every other class gets
-// what it uses from here.
+// The process-wide state and the order in which its parts start and stop. The one composition root: every
+// other class gets what it uses from here.
 //
 // Every public member but Instance and the tab title switches holds the API mutex for its whole run.
 class Library {
@@ -50,7 +50,8 @@ class Library {
   bool ConnectToMinifilter();
   bool UnloadMinifilter();
 
-  // Recursive, so that a host that calls again from within a call, out of its log callback, does not stop itself.
+  // Recursive, so that a host that calls again from within a call, out of its log callback, does not stop
+  // itself.
   std::recursive_mutex apiMutex_;
   bool started_ = false;
 

@@ -6,9 +6,13 @@
 DiskCacheKey::DiskCacheKey(std::wstring filePath, unsigned long long processId)
     : filePath_(std::move(filePath)), processId_(processId) {}
 
-std::wstring DiskCacheKey::GetFilePath() const { return filePath_; }
+std::wstring DiskCacheKey::GetFilePath() const {
+  return filePath_;
+}
 
-unsigned long long DiskCacheKey::GetProcessId() const { return processId_; }
+unsigned long long DiskCacheKey::GetProcessId() const {
+  return processId_;
+}
 
 bool DiskCacheKey::operator<(const DiskCacheKey& other) const {
   if (other.processId_ != processId_) return other.processId_ < processId_;
@@ -20,13 +24,21 @@ IpPort::IpPort(ostrel::ULong32 ipv4, int port, unsigned char* ipv6, IP_VERSION v
   if (version == IPV6 && ipv6 != nullptr) std::copy_n(ipv6, ipv6_.size(), ipv6_.begin());
 }
 
-ostrel::ULong32 IpPort::GetIpV4Address() const { return ipv4_; }
+ostrel::ULong32 IpPort::GetIpV4Address() const {
+  return ipv4_;
+}
 
-std::array<unsigned char, 16> IpPort::GetIpV6Address() const { return ipv6_; }
+std::array<unsigned char, 16> IpPort::GetIpV6Address() const {
+  return ipv6_;
+}
 
-IP_VERSION IpPort::GetIpVersion() const { return version_; }
+IP_VERSION IpPort::GetIpVersion() const {
+  return version_;
+}
 
-int IpPort::GetPort() const { return port_; }
+int IpPort::GetPort() const {
+  return port_;
+}
 
 bool IpPort::operator==(const IpPort& other) const {
   if (version_ != other.version_ || port_ != other.port_) return false;
@@ -63,31 +75,57 @@ ReadEventMetaData::ReadEventMetaData(std::wstring user, std::wstring processName
       fileEventType_(fileEventType),
       readSize_(readSize) {}
 
-std::wstring ReadEventMetaData::GetUser() const { return user_; }
+std::wstring ReadEventMetaData::GetUser() const {
+  return user_;
+}
 
-std::wstring ReadEventMetaData::GetProcessName() const { return processName_; }
+std::wstring ReadEventMetaData::GetProcessName() const {
+  return processName_;
+}
 
-std::wstring ReadEventMetaData::GetFileName() const { return fileName_; }
+std::wstring ReadEventMetaData::GetFileName() const {
+  return fileName_;
+}
 
-unsigned long long ReadEventMetaData::GetStartTime() const { return startTime_; }
+unsigned long long ReadEventMetaData::GetStartTime() const {
+  return startTime_;
+}
 
-unsigned long long ReadEventMetaData::GetEndTime() const { return endTime_; }
+unsigned long long ReadEventMetaData::GetEndTime() const {
+  return endTime_;
+}
 
-ostrel::ULong32 ReadEventMetaData::GetProcessId() const { return processId_; }
+ostrel::ULong32 ReadEventMetaData::GetProcessId() const {
+  return processId_;
+}
 
-std::vector<std::wstring> ReadEventMetaData::GetDestHints() const { return destHints_; }
+std::vector<std::wstring> ReadEventMetaData::GetDestHints() const {
+  return destHints_;
+}
 
-std::wstring ReadEventMetaData::GetTabTitleStatus() { return tabTitleStatus_; }
+std::wstring ReadEventMetaData::GetTabTitleStatus() {
+  return tabTitleStatus_;
+}
 
-unsigned char ReadEventMetaData::IsNetworkEvent() { return isNetworkEvent_; }
+unsigned char ReadEventMetaData::IsNetworkEvent() {
+  return isNetworkEvent_;
+}
 
-FILE_EVENT_TYPE ReadEventMetaData::GetFileEventType() { return fileEventType_; }
+FILE_EVENT_TYPE ReadEventMetaData::GetFileEventType() {
+  return fileEventType_;
+}
 
-ostrel::ULong32 ReadEventMetaData::GetReadSize() { return readSize_; }
+ostrel::ULong32 ReadEventMetaData::GetReadSize() {
+  return readSize_;
+}
 
-void ReadEventMetaData::UpdateEndTime(unsigned long long time) { endTime_ = time; }
+void ReadEventMetaData::UpdateEndTime(unsigned long long time) {
+  endTime_ = time;
+}
 
-void ReadEventMetaData::UpdateReadSize(ostrel::ULong32 size) { readSize_ += size; }
+void ReadEventMetaData::UpdateReadSize(ostrel::ULong32 size) {
+  readSize_ += size;
+}
 
 BytesTimeStamps::BytesTimeStamps(unsigned long long bytes, unsigned long long time)
     : bytes_(bytes), startTime_(time), endTime_(time) {}
@@ -97,13 +135,21 @@ void BytesTimeStamps::UpdateBytesEndTime(unsigned long long bytes, unsigned long
   endTime_ = time;
 }
 
-unsigned long long BytesTimeStamps::GetBytes() const { return bytes_; }
+unsigned long long BytesTimeStamps::GetBytes() const {
+  return bytes_;
+}
 
-unsigned long long BytesTimeStamps::GetStartTime() const { return startTime_; }
+unsigned long long BytesTimeStamps::GetStartTime() const {
+  return startTime_;
+}
 
-unsigned long long BytesTimeStamps::GetEndTime() const { return endTime_; }
+unsigned long long BytesTimeStamps::GetEndTime() const {
+  return endTime_;
+}
 
-bool BytesTimeStamps::operator<(const BytesTimeStamps& other) const { return bytes_ < other.bytes_; }
+bool BytesTimeStamps::operator<(const BytesTimeStamps& other) const {
+  return bytes_ < other.bytes_;
+}
 
 IrpCacheMetaData::IrpCacheMetaData()
     : networkInfoCount_(0),
@@ -128,17 +174,29 @@ void IrpCacheMetaData::AddReadEvent(unsigned long long time) {
   lastReadTime_ = std::max(lastReadTime_, time);
 }
 
-ostrel::ULong32 IrpCacheMetaData::GetNetworkInfoCount() { return networkInfoCount_; }
+ostrel::ULong32 IrpCacheMetaData::GetNetworkInfoCount() {
+  return networkInfoCount_;
+}
 
-ostrel::ULong32 IrpCacheMetaData::GetReadCount() { return readCount_; }
+ostrel::ULong32 IrpCacheMetaData::GetReadCount() {
+  return readCount_;
+}
 
-ostrel::ULong32 IrpCacheMetaData::GetStdInfoCount() { return stdInfoCount_; }
+ostrel::ULong32 IrpCacheMetaData::GetStdInfoCount() {
+  return stdInfoCount_;
+}
 
-unsigned long long IrpCacheMetaData::GetLastNetworkInfoTime() { return lastNetworkInfoTime_; }
+unsigned long long IrpCacheMetaData::GetLastNetworkInfoTime() {
+  return lastNetworkInfoTime_;
+}
 
-unsigned long long IrpCacheMetaData::GetLastStdInfoTime() { return lastStdInfoTime_; }
+unsigned long long IrpCacheMetaData::GetLastStdInfoTime() {
+  return lastStdInfoTime_;
+}
 
-unsigned long long IrpCacheMetaData::GetLastReadTime() { return lastReadTime_; }
+unsigned long long IrpCacheMetaData::GetLastReadTime() {
+  return lastReadTime_;
+}
 
 unsigned long long IrpCacheMetaData::GetLatestEventTime() {
   return std::max({lastNetworkInfoTime_, lastStdInfoTime_, lastReadTime_});

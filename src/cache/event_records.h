@@ -1,8 +1,9 @@
 #ifndef OSTREL_CACHE_EVENT_RECORDS_H
 #define OSTREL_CACHE_EVENT_RECORDS_H
 
-// The value records that the caches and the detection pass between them. Every time is a count of milliseconds
-// since 1970-01-01 00:00 UTC. All records copy and move member by member and are not synchronised.
+// The value records that the caches and the detection pass between them. Every time is a count of
+// milliseconds since 1970-01-01 00:00 UTC. All records copy and move member by member and are not
+// synchronised.
 
 #include <array>
 #include <cstdint>
@@ -49,8 +50,8 @@ class OSTREL_EXPORT DiskCacheKey {
 // One remote endpoint of a TCP stream.
 class OSTREL_EXPORT IpPort {
  public:
-  // `ipv6` points to 16 bytes in network order, or is null. They are copied only for an IPV6 record; every other
-  // record has an all-zero IPv6 address. `ipv4` is in host order.
+  // `ipv6` points to 16 bytes in network order, or is null. They are copied only for an IPV6 record; every
+  // other record has an all-zero IPv6 address. `ipv4` is in host order.
   IpPort(ostrel::ULong32 ipv4, int port, unsigned char* ipv6, IP_VERSION version);
 
   ostrel::ULong32 GetIpV4Address() const;
@@ -58,7 +59,8 @@ class OSTREL_EXPORT IpPort {
   IP_VERSION GetIpVersion() const;
   int GetPort() const;
 
-  // IPV6 records do not compare their IPv4 field. Records of a version other than IPV4 and IPV6 equal nothing.
+  // IPV6 records do not compare their IPv4 field. Records of a version other than IPV4 and IPV6 equal
+  // nothing.
   bool operator==(const IpPort& other) const;
 
   // Descending within a version; every other record sorts before every IPV4 record.
@@ -74,10 +76,10 @@ class OSTREL_EXPORT IpPort {
 // All reads (or writes) of one file by one process, merged.
 class OSTREL_EXPORT ReadEventMetaData {
  public:
-  // `user` is an account name, `processName` an image name, `fileName` a full path, `destHints` the tab titles open
-  // when the event was created (copied), `readSize` a number of bytes.
-  ReadEventMetaData(std::wstring user, std::wstring processName, std::wstring fileName, ostrel::ULong32 processId,
-                    unsigned long long startTime, unsigned long long endTime,
+  // `user` is an account name, `processName` an image name, `fileName` a full path, `destHints` the tab
+  // titles open when the event was created (copied), `readSize` a number of bytes.
+  ReadEventMetaData(std::wstring user, std::wstring processName, std::wstring fileName,
+                    ostrel::ULong32 processId, unsigned long long startTime, unsigned long long endTime,
                     std::vector<std::wstring>& destHints, std::wstring tabTitleStatus,
                     unsigned char isNetworkEvent, FILE_EVENT_TYPE fileEventType, ostrel::ULong32 readSize);
 
@@ -135,7 +137,8 @@ class OSTREL_EXPORT BytesTimeStamps {
   unsigned long long endTime_;
 };
 
-// Counts and last times of the queries and reads of one file by one program. A last time never moves backwards.
+// Counts and last times of the queries and reads of one file by one program. A last time never moves
+// backwards.
 class OSTREL_EXPORT IrpCacheMetaData {
  public:
   IrpCacheMetaData();

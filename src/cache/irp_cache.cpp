@@ -61,7 +61,8 @@ bool IrpCache::ShouldAllowRead(std::wstring filePath, ULong32 processId, unsigne
   return allowed;
 }
 
-bool IrpCache::IsChromiumUpload(IrpCacheMetaData& counts, unsigned long long time, const std::wstring& filePath) {
+bool IrpCache::IsChromiumUpload(IrpCacheMetaData& counts, unsigned long long time,
+                                const std::wstring& filePath) {
   if (counts.GetNetworkInfoCount() < 2) return false;
   // Unsigned: a query later than the read wraps to a large difference and negates nothing.
   if (counts.GetStdInfoCount() > 0 && time - counts.GetLastStdInfoTime() < 1000) {
@@ -118,4 +119,6 @@ unsigned long long IrpCache::GetProcessIdToUse(ULong32 processId, ApplicationTyp
   }
 }
 
-unsigned long long IrpCache::GetCacheCount() { return events_.size(); }
+unsigned long long IrpCache::GetCacheCount() {
+  return events_.size();
+}

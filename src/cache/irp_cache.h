@@ -8,11 +8,11 @@
 #include "util/export.h"
 #include "util/integers.h"
 
-// Tells a real upload read from metadata probing by the queries that surround it, with one rule per program. All
-// processes of one browser family share their counts. Memory is ten seconds of the times passed in.
+// Tells a real upload read from metadata probing by the queries that surround it, with one rule per program.
+// All processes of one browser family share their counts. Memory is ten seconds of the times passed in.
 //
-// Not synchronised: one thread only. `filePath` is a full path, `processName` an image path of which only the last
-// component counts, `time` milliseconds since 1970.
+// Not synchronised: one thread only. `filePath` is a full path, `processName` an image path of which only the
+// last component counts, `time` milliseconds since 1970.
 class OSTREL_EXPORT IrpCache {
  public:
   IrpCache();
@@ -23,8 +23,8 @@ class OSTREL_EXPORT IrpCache {
   void AddStdInfoQuery(std::wstring filePath, ostrel::ULong32 processId, unsigned long long time,
                        std::wstring processName);
 
-  // Records a network-open-information query. False means: a read let through earlier was probing after all; withdraw
-  // it.
+  // Records a network-open-information query. False means: a read let through earlier was probing after all;
+  // withdraw it.
   bool AddNetworkInfoQuery(std::wstring filePath, ostrel::ULong32 processId, unsigned long long time,
                            std::wstring processName);
 
@@ -36,7 +36,14 @@ class OSTREL_EXPORT IrpCache {
   unsigned long long GetCacheCount();
 
  private:
-  enum ApplicationType { Chromium = 0, EdgeLegacy = 1, Firefox = 2, InternetExplorer = 3, WinScp = 4, Other = 5 };
+  enum ApplicationType {
+    Chromium = 0,
+    EdgeLegacy = 1,
+    Firefox = 2,
+    InternetExplorer = 3,
+    WinScp = 4,
+    Other = 5
+  };
 
   void PurgeEvents(unsigned long long now);
   ApplicationType GetApplicationType(std::wstring processName);

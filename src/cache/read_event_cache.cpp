@@ -17,7 +17,9 @@ const int ReadEventCache::MILLISECOND_THRESHOLD;
 
 namespace {
 
-std::size_t HashOf(std::wstring_view name) { return std::hash<std::wstring_view>()(name); }
+std::size_t HashOf(std::wstring_view name) {
+  return std::hash<std::wstring_view>()(name);
+}
 
 // For each of `count` names the position of the next equal one, or `count` when there is none.
 template <typename NameAt>
@@ -68,7 +70,8 @@ void ReadEventCache::AddEvent(std::wstring fileName, void* processHandle, std::w
   if (found != events_.end()) {
     Merge(found->second, time, readSize);
   } else {
-    Create(key, processHandle, std::move(processName), processId, time, isNetworkEvent, fileEventType, readSize);
+    Create(key, processHandle, std::move(processName), processId, time, isNetworkEvent, fileEventType,
+           readSize);
   }
 }
 
@@ -93,9 +96,10 @@ void ReadEventCache::Create(const DiskCacheKey& key, void* processHandle, std::w
   std::wstring status;
   if (captureTabTitles_) titles = tabTitleLookup_(processId, processName, status);
 
-  ReadEventMetaData event(std::move(user), std::move(processName), key.filePath_, processId, time, time, titles,
-                          std::move(status), isNetworkEvent, fileEventType, readSize);
-  const auto position = events_.emplace(key, CachedEvent{std::move(event), endTimes_.end(), HashOf(key.filePath_)}).first;
+  ReadEventMetaData event(std::move(user), std::move(processName), key.filePath_, processId, time, time,
+                          titles, std::move(status), isNetworkEvent, fileEventType, readSize);
+  const auto position =
+      events_.emplace(key, CachedEvent{std::move(event), endTimes_.end(), HashOf(key.filePath_)}).first;
   try {
     position->second.endTime = endTimes_.insert(endTimes_.end(), time);
   } catch (...) {
@@ -143,8 +147,9 @@ std::vector<ReadEventMetaData> ReadEventCache::TakeDueEvents(unsigned long long 
   return due;
 }
 
-// For one file the first event with hints survives or, when none has hints, the last event. The lines come in the
-// order of comparing each event with all that follow it, but each event only ever meets the next of its own file.
+// For one file the first event with hints survives or, when none has hints, the last event. The lines come in
+// the order of comparing each event with all that follow it, but each event only ever meets the next of its
+// own file.
 void ReadEventCache::RemoveDuplicatesFromOutExpiringEvents(std::vector<ReadEventMetaData>& events) {
   const std::size_t none = events.size();
   const std::vector<std::size_t> nextOfSameFile = NextOfSameName(
@@ -158,15 +163,16 @@ void ReadEventCache::RemoveDuplicatesFromOutExpiringEvents(std::vector<ReadEvent
       continue;
     }
     for (std::size_t j = nextOfSameFile[i]; j != none; j = nextOfSameFile[j]) {
-      Log(LOG_DETAIL, L"Event suppressed from outgoing events. Duplicate event. %s", events[j].fileName_.c_str());
+      Log(LOG_DETAIL, L"Event suppressed from outgoing events. Duplicate event. %s",
+          events[j].fileName_.c_str());
       dropped[j] = true;
     }
   }
   EraseMarked(events, dropped);
 }
 
-// An outgoing event without hints gives way to any cached event of its file; one with hints deletes them all. Each
-// file occurs once in `events` by now, so one walk of the cache finds every pair.
+// An outgoing event without hints gives way to any cached event of its file; one with hints deletes them all.
+// Each file occurs once in `events` by now, so one walk of the cache finds every pair.
 void ReadEventCache::RemoveDuplicatesFromCachedEvents(std::vector<ReadEventMetaData>& events) {
   if (events.empty()) return;
   std::unordered_multimap<std::size_t, std::size_t> indexByHash;
@@ -177,7 +183,8 @@ void ReadEventCache::RemoveDuplicatesFromCachedEvents(std::vector<ReadEventMetaD
   for (auto cached = events_.begin(); cached != events_.end(); ++cached) {
     auto [candidate, end] = indexByHash.equal_range(cached->second.nameHash);
     for (; candidate != end; ++candidate) {
-      if (events[candidate->second].fileName_ == cached->first.filePath_) pairs.emplace_back(candidate->second, cached);
+      if (events[candidate->second].fileName_ == cached->first.filePath_)
+        pairs.emplace_back(candidate->second, cached);
     }
   }
   std::stable_sort(pairs.begin(), pairs.end(),
@@ -191,7 +198,8 @@ void ReadEventCache::RemoveDuplicatesFromCachedEvents(std::vector<ReadEventMetaD
       Log(LOG_DETAIL, L"Outgoing Event suppressed. Duplicate event. %s", event.fileName_.c_str());
       heldBack[index] = true;
     } else {
-      Log(LOG_DETAIL, L"Event suppressed from cache. Duplicate event. %s", cached->second.event.fileName_.c_str());
+      Log(LOG_DETAIL, L"Event suppressed from cache. Duplicate event. %s",
+          cached->second.event.fileName_.c_str());
       Erase(cached);
     }
   }
@@ -208,4 +216,6 @@ void ReadEventCache::DisableTabTitleCapture() {
   captureTabTitles_ = false;
 }
 
-unsigned long long ReadEventCache::GetCacheCount() { return events_.size(); }
+unsigned long long ReadEventCache::GetCacheCount() {
+  return events_.size();
+}

@@ -24,12 +24,12 @@ using DirectoryTest = unsigned char (*)(std::wstring fileName);
 
 }  // namespace ostrel
 
-// Merges single file events into one event per file and process, holds each until it has been quiet for a minute
-// and hands it out once, free of duplicates.
+// Merges single file events into one event per file and process, holds each until it has been quiet for a
+// minute and hands it out once, free of duplicates.
 //
-// Every member but GetCacheCount holds the cache's own mutex for its whole run, the three callbacks included: a slow
-// callback holds up the other threads, and a callback must not call back into the same cache. What a callback throws
-// leaves the member after the mutex is released.
+// Every member but GetCacheCount holds the cache's own mutex for its whole run, the three callbacks included:
+// a slow callback holds up the other threads, and a callback must not call back into the same cache. What a
+// callback throws leaves the member after the mutex is released.
 class OSTREL_EXPORT ReadEventCache {
  public:
   // The quiet time in milliseconds.
@@ -39,19 +39,20 @@ class OSTREL_EXPORT ReadEventCache {
   ReadEventCache(ostrel::UserLookup& userLookup, ostrel::TabTitleLookup& tabTitleLookup,
                  ostrel::DirectoryTest& directoryTest);
 
-  // Creates the event of (fileName, processId), asking for its user and its tab titles, or merges into it: then only
-  // the end time (also backwards) and the read size (adding, modulo 2^32) change and no callback runs.
-  // `processHandle` is an open handle of the process, only passed on; `time` is in milliseconds, `readSize` in bytes.
-  void AddEvent(std::wstring fileName, void* processHandle, std::wstring processName, ostrel::ULong32 processId,
-                unsigned long long time, unsigned char isNetworkEvent, FILE_EVENT_TYPE fileEventType,
-                ostrel::ULong32 readSize);
+  // Creates the event of (fileName, processId), asking for its user and its tab titles, or merges into it:
+  // then only the end time (also backwards) and the read size (adding, modulo 2^32) change and no callback
+  // runs. `processHandle` is an open handle of the process, only passed on; `time` is in milliseconds,
+  // `readSize` in bytes.
+  void AddEvent(std::wstring fileName, void* processHandle, std::wstring processName,
+                ostrel::ULong32 processId, unsigned long long time, unsigned char isNetworkEvent,
+                FILE_EVENT_TYPE fileEventType, ostrel::ULong32 readSize);
 
   // Forgets the event of exactly this file and process, if there is one.
   void RemoveEvent(std::wstring fileName, ostrel::ULong32 processId);
 
-  // Takes out the events whose end time is less than `now` - 60000 (unsigned: below 60000 every event goes) and
-  // returns them from the highest process id down and, within one process, from the greatest path down, without
-  // directories and without duplicates. Costs next to nothing while no event is due.
+  // Takes out the events whose end time is less than `now` - 60000 (unsigned: below 60000 every event goes)
+  // and returns them from the highest process id down and, within one process, from the greatest path down,
+  // without directories and without duplicates. Costs next to nothing while no event is due.
   std::vector<ReadEventMetaData> GetEvents(unsigned long long now);
 
   // Only events created later are affected.
@@ -73,9 +74,9 @@ class OSTREL_EXPORT ReadEventCache {
   using Events = std::map<DiskCacheKey, CachedEvent>;
 
   void Merge(CachedEvent& cached, unsigned long long time, ostrel::ULong32 readSize);
-  void Create(const DiskCacheKey& key, void* processHandle, std::wstring processName, ostrel::ULong32 processId,
-              unsigned long long time, unsigned char isNetworkEvent, FILE_EVENT_TYPE fileEventType,
-              ostrel::ULong32 readSize);
+  void Create(const DiskCacheKey& key, void* processHandle, std::wstring processName,
+              ostrel::ULong32 processId, unsigned long long time, unsigned char isNetworkEvent,
+              FILE_EVENT_TYPE fileEventType, ostrel::ULong32 readSize);
   Events::iterator Erase(Events::iterator position);
   std::vector<ReadEventMetaData> TakeDueEvents(unsigned long long threshold);
   void RemoveDuplicatesFromOutExpiringEvents(std::vector<ReadEventMetaData>& events);

@@ -6,11 +6,13 @@ namespace {
 
 // The times come from a driver and may be anything; wrapping keeps the sums defined.
 long long AddWrapping(long long left, long long right) {
-  return static_cast<long long>(static_cast<unsigned long long>(left) + static_cast<unsigned long long>(right));
+  return static_cast<long long>(static_cast<unsigned long long>(left) +
+                                static_cast<unsigned long long>(right));
 }
 
 long long SubtractWrapping(long long left, long long right) {
-  return static_cast<long long>(static_cast<unsigned long long>(left) - static_cast<unsigned long long>(right));
+  return static_cast<long long>(static_cast<unsigned long long>(left) -
+                                static_cast<unsigned long long>(right));
 }
 
 }  // namespace
@@ -40,4 +42,6 @@ void SentEventCache::PurgeEvents(long long now) {
   std::erase_if(events_, [oldest](const auto& entry) { return entry.second < oldest; });
 }
 
-unsigned long long SentEventCache::GetCacheCount() { return events_.size(); }
+unsigned long long SentEventCache::GetCacheCount() {
+  return events_.size();
+}

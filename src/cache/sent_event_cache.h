@@ -7,18 +7,19 @@
 
 #include "util/export.h"
 
-// Remembers for ten seconds which files were reported as downloads, so that the read that follows is not reported as
-// an upload too. Times are signed milliseconds since 1970; any thread may call.
+// Remembers for ten seconds which files were reported as downloads, so that the read that follows is not
+// reported as an upload too. Times are signed milliseconds since 1970; any thread may call.
 class OSTREL_EXPORT SentEventCache {
  public:
   SentEventCache();
   ~SentEventCache();
 
-  // Records the file, or records it again: the new time counts even when it is earlier. At most once in ten seconds
-  // of `time` it also forgets the entries that are more than ten seconds older than `time`.
+  // Records the file, or records it again: the new time counts even when it is earlier. At most once in ten
+  // seconds of `time` it also forgets the entries that are more than ten seconds older than `time`.
   void AddEvent(std::wstring fileName, long long time);
 
-  // Non-zero when the file (exact, case-sensitive name) was recorded at most 10000 ms before `time`, or after it.
+  // Non-zero when the file (exact, case-sensitive name) was recorded at most 10000 ms before `time`, or after
+  // it.
   unsigned char EventExists(std::wstring fileName, long long time);
 
   // Number of entries. Takes no lock: a momentary count.

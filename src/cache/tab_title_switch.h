@@ -5,8 +5,8 @@
 
 namespace ostrel {
 
-// Switches tab title capture in the caches of uploads and downloads together. Any thread may call; each cache is switched
-// under its own lock.
+// Switches tab title capture in the caches of uploads and downloads together. Any thread may call; each cache
+// is switched under its own lock.
 class TabTitleSwitch {
  public:
   TabTitleSwitch(ReadEventCache& uploads, ReadEventCache& downloads);

@@ -17,7 +17,9 @@ constexpr DWORD PASS_INTERVAL_MILLISECONDS = 1000;
 constexpr DWORD STOP_TIMEOUT_MILLISECONDS = 3000;
 
 // Calendar time in milliseconds since 1970, in whole seconds.
-unsigned long long Now() { return static_cast<unsigned long long>(std::time(nullptr)) * 1000; }
+unsigned long long Now() {
+  return static_cast<unsigned long long>(std::time(nullptr)) * 1000;
+}
 
 void StartWinsock() {
   WSADATA data{};

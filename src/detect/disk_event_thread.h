@@ -14,12 +14,13 @@ class DiskEventThread {
   DiskEventThread(const DiskEventThread&) = delete;
   DiskEventThread& operator=(const DiskEventThread&) = delete;
 
-  // False when a thread is still held or none can be created. The first pass comes a second later. Each start makes its
-  // own stop event and leaves the one before it open: a thread that did not end in time may still wait on that.
+  // False when a thread is still held or none can be created. The first pass comes a second later. Each start
+  // makes its own stop event and leaves the one before it open: a thread that did not end in time may still
+  // wait on that.
   bool Start();
 
-  // Waits at most three seconds. A thread that does not end by then, as when the host's callback blocks, stays held, and
-  // the next start is refused.
+  // Waits at most three seconds. A thread that does not end by then, as when the host's callback blocks,
+  // stays held, and the next start is refused.
   void Stop();
 
  private:

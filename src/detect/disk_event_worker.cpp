@@ -29,14 +29,18 @@ void DiskEventWorker::RunPass(unsigned long long now) {
 void DiskEventWorker::ReportDownloads(unsigned long long now) {
   for (const ReadEventMetaData& event : sources_.downloads.GetEvents(now)) {
     Guarded([&] { reporter_.ReportFileEvent(sources_.downloadStreams, event); });
-    Guarded([&] { sources_.sentEvents.AddEvent(event.GetFileName(), static_cast<long long>(event.GetEndTime())); });
+    Guarded([&] {
+      sources_.sentEvents.AddEvent(event.GetFileName(), static_cast<long long>(event.GetEndTime()));
+    });
   }
 }
 
 void DiskEventWorker::ReportUploads(unsigned long long now) {
   for (const ReadEventMetaData& event : sources_.uploads.GetEvents(now)) {
     Guarded([&] {
-      if (sources_.sentEvents.EventExists(event.GetFileName(), static_cast<long long>(event.GetEndTime())) != 0) return;
+      if (sources_.sentEvents.EventExists(event.GetFileName(), static_cast<long long>(event.GetEndTime())) !=
+          0)
+        return;
       reporter_.ReportFileEvent(sources_.uploadStreams, event);
     });
   }

@@ -23,9 +23,9 @@ class DiskEventWorker {
  public:
   DiskEventWorker(DetectionSources sources, FileEventReporter& reporter);
 
-  // `now` in milliseconds since 1970. Downloads come before uploads, so that a file that was downloaded and then read is
-  // not reported as an upload too. A report that throws, as when memory is short or the host's callback does, is lost;
-  // the others of the pass are not.
+  // `now` in milliseconds since 1970. Downloads come before uploads, so that a file that was downloaded and
+  // then read is not reported as an upload too. A report that throws, as when memory is short or the host's
+  // callback does, is lost; the others of the pass are not.
   void RunPass(unsigned long long now);
 
  private:

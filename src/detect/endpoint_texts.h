@@ -17,7 +17,8 @@ struct EndpointTexts {
   wchar_t hostName[HOST_NAME_CAPACITY] = {};  // empty when the reverse look-up failed
 };
 
-// Formats the address and looks its name up, which may take as long as the system's resolver does. Needs Winsock started.
+// Formats the address and looks its name up, which may take as long as the system's resolver does. Needs
+// Winsock started.
 void DescribeEndpoint(const IpPort& endpoint, EndpointTexts& texts);
 
 }  // namespace ostrel

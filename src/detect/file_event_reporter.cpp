@@ -67,7 +67,8 @@ void FileEventReporter::ReportFileEvent(NetworkEventCache& streams, const ReadEv
       streams.GetLikelyEvents(processName, event.GetStartTime(), event.GetEndTime(), fileSize);
   std::vector<std::wstring> hints = event.GetDestHints();
   Log(LOG_NOTABLE, L"Detected file use by monitored process %s: %s: %s   tab title: %s", fileName.c_str(),
-      processName.c_str(), isUpload ? L"UPLOAD" : L"DOWNLOAD", hints.empty() ? L"none" : hints.front().c_str());
+      processName.c_str(), isUpload ? L"UPLOAD" : L"DOWNLOAD",
+      hints.empty() ? L"none" : hints.front().c_str());
 
   EndpointArrays endpoints(likely);
   std::vector<wchar_t*> hintTexts = PointersTo(hints);
@@ -88,9 +89,10 @@ void FileEventReporter::ReportFileEvent(NetworkEventCache& streams, const ReadEv
   }
   callback(fileName.c_str(), processName.c_str(), user.c_str(), event.GetEndTime(),
            static_cast<std::uint32_t>(event.GetFileEventType()), endpoints.Count(), endpoints.Addresses(),
-           endpoints.Ports(), endpoints.HostNames(), static_cast<std::int32_t>(hintTexts.size()), hintTexts.data(),
-           tabTitleStatus.c_str(), event.IsNetworkEvent(), metaData.sha256Hex.c_str(), metaData.md5Hex.c_str(),
-           static_cast<std::uint32_t>(metaData.fileSize), metaDataStatus.c_str(), metaData.extraText.c_str());
+           endpoints.Ports(), endpoints.HostNames(), static_cast<std::int32_t>(hintTexts.size()),
+           hintTexts.data(), tabTitleStatus.c_str(), event.IsNetworkEvent(), metaData.sha256Hex.c_str(),
+           metaData.md5Hex.c_str(), static_cast<std::uint32_t>(metaData.fileSize), metaDataStatus.c_str(),
+           metaData.extraText.c_str());
 }
 
 void FileEventReporter::ReportPcdEvent(const ReadEventMetaData& reported) {
@@ -104,7 +106,8 @@ void FileEventReporter::ReportPcdEvent(const ReadEventMetaData& reported) {
   const std::wstring user = event.GetUser();
   // The size is read and not used; what opening the file sets off in the system is part of the report.
   GetFileSizeOrMax(fileName);
-  Log(LOG_NOTABLE, L"Detected PCD event use by monitored process %s: %s", fileName.c_str(), processName.c_str());
+  Log(LOG_NOTABLE, L"Detected PCD event use by monitored process %s: %s", fileName.c_str(),
+      processName.c_str());
   callback(fileName.c_str(), processName.c_str(), user.c_str(), event.GetEndTime(),
            static_cast<std::uint32_t>(event.GetFileEventType()));
 }

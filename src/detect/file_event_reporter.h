@@ -7,14 +7,14 @@
 
 namespace ostrel {
 
-// Turns one event into one call of the host, under the report mutex. Without a callback nothing happens, not even a log
-// line.
+// Turns one event into one call of the host, under the report mutex. Without a callback nothing happens, not
+// even a log line.
 class FileEventReporter {
  public:
   explicit FileEventReporter(HostCallbacks& callbacks);
 
-  // An upload or a download, with the streams of the same process that may have carried it. An upload of which less than
-  // 90 per cent was read is logged and goes no further.
+  // An upload or a download, with the streams of the same process that may have carried it. An upload of
+  // which less than 90 per cent was read is logged and goes no further.
   void ReportFileEvent(NetworkEventCache& streams, const ReadEventMetaData& event);
 
   // A cloud-drive event, complete or not, whether its file still exists or not.

@@ -50,13 +50,15 @@ unsigned char GetUserOfProcess(void* processHandle, std::wstring& user) {
 
   wchar_t account[NAME_CAPACITY] = {};
   wchar_t domain[NAME_CAPACITY] = {};
-  // One variable serves both lengths. A system that stores the account's before it checks the domain's room may refuse.
+  // One variable serves both lengths. A system that stores the account's before it checks the domain's room
+  // may refuse.
   DWORD length = static_cast<DWORD>(NAME_CAPACITY);
   SID_NAME_USE use{};
   const PSID sid = static_cast<const TOKEN_USER*>(block.Get())->User.Sid;
   const BOOL found = LookupAccountSidW(nullptr, sid, account, &length, domain, &length, &use);
   if (!found) Log(LOG_ERROR, L"Could not get account info from SID. %lu", GetLastError());
-  // Also after a refusal, with whatever the call had written by then; the cache puts its own text in its place.
+  // Also after a refusal, with whatever the call had written by then; the cache puts its own text in its
+  // place.
   user = account;
   return found ? 1 : 0;
 }
@@ -66,6 +68,8 @@ std::vector<std::wstring> GetTabTitlesOfProcess(ULong32 processId, std::wstring 
   return GetTabTitlesFromUserHelper(processId, processName, status);
 }
 
-unsigned char IsDirectory(std::wstring path) { return PathIsDirectoryW(path.c_str()) ? 1 : 0; }
+unsigned char IsDirectory(std::wstring path) {
+  return PathIsDirectoryW(path.c_str()) ? 1 : 0;
+}
 
 }  // namespace ostrel

@@ -14,7 +14,8 @@ namespace ostrel {
 unsigned char GetUserOfProcess(void* processHandle, std::wstring& user);
 
 // Titles of the windows of a process in the user's session.
-std::vector<std::wstring> GetTabTitlesOfProcess(ULong32 processId, std::wstring processName, std::wstring& status);
+std::vector<std::wstring> GetTabTitlesOfProcess(ULong32 processId, std::wstring processName,
+                                                std::wstring& status);
 
 // Non-zero when the path is a directory.
 unsigned char IsDirectory(std::wstring path);

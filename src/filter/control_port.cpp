@@ -11,7 +11,8 @@ namespace ostrel {
 
 bool SendToMinifilter(const DetectionMessage& message) {
   HANDLE opened = nullptr;
-  const HRESULT connected = FilterConnectCommunicationPort(CONTROL_PORT_NAME, 0, nullptr, 0, nullptr, &opened);
+  const HRESULT connected =
+      FilterConnectCommunicationPort(CONTROL_PORT_NAME, 0, nullptr, 0, nullptr, &opened);
   if (FAILED(connected)) {
     Log(LOG_ERROR, L"Error opening port for updating monitored processes: HResult: %x", connected);
     return false;

@@ -11,7 +11,8 @@
 
 namespace ostrel {
 
-// What the host asks for, in its own arrays: nothing is read or copied before it is known that the call does anything.
+// What the host asks for, in its own arrays: nothing is read or copied before it is known that the call does
+// anything.
 struct ActivityRequest {
   ActivityCallback callback = nullptr;
   const wchar_t* userName = nullptr;  // null is empty
@@ -28,8 +29,9 @@ struct PcdRequest {
   TextList cloudExcludePaths;
 };
 
-// Switches the two kinds of detection by sending the minifilter what to watch. A switch is set before the message is sent
-// and stays set when sending fails; the results tell only whether the control port could be opened.
+// Switches the two kinds of detection by sending the minifilter what to watch. A switch is set before the
+// message is sent and stays set when sending fails; the results tell only whether the control port could be
+// opened.
 //
 // Not synchronised: the caller serialises.
 class DetectionConfiguration {
@@ -51,7 +53,8 @@ class DetectionConfiguration {
   DetectionMessageBuilder builder_;
   bool activityOn_ = false;
   bool pcdOn_ = false;
-  std::array<wchar_t, 256> userName_{};  // the monitored user's account name, kept for the network driver's filters
+  std::array<wchar_t, 256>
+      userName_{};  // the monitored user's account name, kept for the network driver's filters
 };
 
 }  // namespace ostrel

@@ -14,8 +14,8 @@ constexpr std::size_t PATH_WRITE_LIMIT = 512;
 // What lies behind the texts and must not be written over.
 constexpr std::size_t END_OF_TEXTS = offsetof(DetectionMessage, processIdCount);
 
-// Writes at most `limit` characters with the terminator. Through the bytes of the message, because a path may cross the
-// border of its own array.
+// Writes at most `limit` characters with the terminator. Through the bytes of the message, because a path may
+// cross the border of its own array.
 void WriteText(DetectionMessage& message, std::size_t offset, const std::wstring& text, std::size_t limit) {
   const std::size_t room = std::min(limit, (END_OF_TEXTS - offset) / sizeof(char16_t));
   const std::size_t length = std::min(text.size(), room - 1);
@@ -43,7 +43,8 @@ std::uint32_t WritePaths(DetectionMessage& message, std::size_t offset, std::siz
 
 }  // namespace
 
-void FillDetectionMessage(DetectionMessage& message, const DetectionContent& content, const DetectionPaths& paths) {
+void FillDetectionMessage(DetectionMessage& message, const DetectionContent& content,
+                          const DetectionPaths& paths) {
   const std::size_t idCount = std::min(content.processIds.size(), WATCHED_PROCESS_ID_SLOTS);
   std::copy_n(content.processIds.begin(), idCount, message.processIds);
   message.processIdCount = static_cast<std::uint32_t>(idCount);

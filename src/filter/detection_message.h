@@ -10,7 +10,8 @@
 
 namespace ostrel {
 
-// The paths that every message carries, in device form. They only grow: a second enabling sends the first one's too.
+// The paths that every message carries, in device form. They only grow: a second enabling sends the first
+// one's too.
 struct DetectionPaths {
   std::vector<std::wstring> excluded;
   std::vector<std::wstring> cloud;
@@ -28,9 +29,10 @@ struct DetectionContent {
 
 // Writes the message. An activity message leaves the cloud regions and their counts as they are.
 //
-// A path of 300 characters or more, up to 511, runs on into the next slot, and the next path overwrites it there: that is
-// the driver's layout. It never reaches the counts and switches at the end of the message.
-void FillDetectionMessage(DetectionMessage& message, const DetectionContent& content, const DetectionPaths& paths);
+// A path of 300 characters or more, up to 511, runs on into the next slot, and the next path overwrites it
+// there: that is the driver's layout. It never reaches the counts and switches at the end of the message.
+void FillDetectionMessage(DetectionMessage& message, const DetectionContent& content,
+                          const DetectionPaths& paths);
 
 }  // namespace ostrel
 

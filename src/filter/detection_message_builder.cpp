@@ -53,8 +53,8 @@ std::unique_ptr<DetectionMessage> DetectionMessageBuilder::Build(DetectionKind k
   const std::vector<std::wstring> names = LowerCased(request.processNames);
   const std::vector<std::uint32_t> ids = RunningProcessIds(names);
   auto message = std::make_unique<DetectionMessage>();
-  FillDetectionMessage(*message,
-                       {GetCurrentProcessId(), names, ids, request.driverOption, request.enabled, kind}, paths_);
+  FillDetectionMessage(
+      *message, {GetCurrentProcessId(), names, ids, request.driverOption, request.enabled, kind}, paths_);
   return message;
 }
 

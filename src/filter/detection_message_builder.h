@@ -17,7 +17,8 @@ struct DetectionRequest {
   bool enabled = false;
 };
 
-// Holds the accumulated paths and builds configuration messages from them and from the processes that run at the moment.
+// Holds the accumulated paths and builds configuration messages from them and from the processes that run at
+// the moment.
 class DetectionMessageBuilder {
  public:
   // Converts the directory to its device form, appends it to the list and returns it.

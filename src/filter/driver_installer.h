@@ -12,9 +12,9 @@ constexpr wchar_t MINIFILTER_SYS[] = L"OstrelFilter.sys";
 constexpr wchar_t NETWORK_DRIVER_INF[] = L"OstrelNWFilter.inf";
 constexpr wchar_t NETWORK_DRIVER_SYS[] = L"OstrelNWFilter.sys";
 
-// Unloads the minifilter, whichever driver is being installed, copies the driver file from the library's own directory
-// to the system's and registers the service from the INF. True when the file was copied: a failed service setup alone is
-// only logged.
+// Unloads the minifilter, whichever driver is being installed, copies the driver file from the library's own
+// directory to the system's and registers the service from the INF. True when the file was copied: a failed
+// service setup alone is only logged.
 bool InstallDriver(const std::wstring& infFileName, const std::wstring& sysFileName);
 
 }  // namespace ostrel

@@ -13,8 +13,8 @@ constexpr std::size_t DEVICE_NAME_CAPACITY = 513;
 // Copies the name out of the message and terminates it whatever the message holds.
 void CopyDeviceName(const EventMessage& message, wchar_t (&name)[DEVICE_NAME_CAPACITY]);
 
-// Ends the name of a written file at its last ':', where the driver says that it carries a stream suffix. A driver that
-// says so of a name without one loses everything behind the drive letter.
+// Ends the name of a written file at its last ':', where the driver says that it carries a stream suffix. A
+// driver that says so of a name without one loses everything behind the drive letter.
 void CutStreamSuffix(const EventMessage& message, wchar_t* name);
 
 }  // namespace ostrel

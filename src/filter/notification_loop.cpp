@@ -120,7 +120,8 @@ void NotificationLoop::FileRead(const EventMessage& message, const wchar_t* file
                             IsNetworkEvent(message), FILE_EVENT_READ, message.readSize);
 }
 
-bool NotificationLoop::IsRealRead(const EventMessage& message, const wchar_t* fileName, const wchar_t* processName) {
+bool NotificationLoop::IsRealRead(const EventMessage& message, const wchar_t* fileName,
+                                  const wchar_t* processName) {
   const std::lock_guard lock(targets_.irpQueriesMutex);
   return targets_.irpQueries.ShouldAllowRead(fileName, message.processId, message.eventTime, processName);
 }
@@ -137,7 +138,8 @@ void NotificationLoop::FileNetworkInfoQuery(const EventMessage& message, const w
                                             const wchar_t* processName) {
   {
     const std::lock_guard lock(targets_.irpQueriesMutex);
-    if (targets_.irpQueries.AddNetworkInfoQuery(fileName, message.processId, message.eventTime, processName)) return;
+    if (targets_.irpQueries.AddNetworkInfoQuery(fileName, message.processId, message.eventTime, processName))
+      return;
   }
   targets_.uploads.RemoveEvent(fileName, message.processId);
   Log(LOG_DETAIL, L"Removed from Upload cache: %s %s", fileName, processName);

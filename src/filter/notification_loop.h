@@ -24,8 +24,8 @@ struct NotificationTargets {
   const std::vector<std::wstring>& ignoredSuffixes;
 };
 
-// Receives the minifilter's events from one connection, acknowledges each before anything slow is done with it, and files
-// it. Nothing is allocated before the acknowledgement.
+// Receives the minifilter's events from one connection, acknowledges each before anything slow is done with
+// it, and files it. Nothing is allocated before the acknowledgement.
 class NotificationLoop {
  public:
   NotificationLoop(std::shared_ptr<NotificationPort> port, NotificationTargets targets);
@@ -39,8 +39,10 @@ class NotificationLoop {
   bool ReceiveFailed(HRESULT result);
   void Handle(const EventMessage& message);
   void File(const EventMessage& message, const wchar_t* fileName, HANDLE process, const wchar_t* processName);
-  void FileRead(const EventMessage& message, const wchar_t* fileName, HANDLE process, const wchar_t* processName);
-  void FileWrite(const EventMessage& message, const wchar_t* fileName, HANDLE process, const wchar_t* processName);
+  void FileRead(const EventMessage& message, const wchar_t* fileName, HANDLE process,
+                const wchar_t* processName);
+  void FileWrite(const EventMessage& message, const wchar_t* fileName, HANDLE process,
+                 const wchar_t* processName);
   bool IsRealRead(const EventMessage& message, const wchar_t* fileName, const wchar_t* processName);
   void FileNetworkInfoQuery(const EventMessage& message, const wchar_t* fileName, const wchar_t* processName);
   void FileStdInfoQuery(const EventMessage& message, const wchar_t* fileName, const wchar_t* processName);

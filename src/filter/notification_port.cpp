@@ -22,6 +22,8 @@ HRESULT NotificationPort::Connect() {
   return result;
 }
 
-bool NotificationPort::Close() { return CloseHandle(handle_.exchange(nullptr)) != FALSE; }
+bool NotificationPort::Close() {
+  return CloseHandle(handle_.exchange(nullptr)) != FALSE;
+}
 
 }  // namespace ostrel

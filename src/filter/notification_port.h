@@ -7,9 +7,10 @@
 
 namespace ostrel {
 
-// One connection to the minifilter's notification port, shared by the thread that reads it and the thread that unloads
-// the driver. A new connection is a new object, so that a reader that is late to end sees its own handle gone and cannot
-// close its successor's. What nobody closed, as after a driver that left by itself, is closed with the last owner.
+// One connection to the minifilter's notification port, shared by the thread that reads it and the thread
+// that unloads the driver. A new connection is a new object, so that a reader that is late to end sees its
+// own handle gone and cannot close its successor's. What nobody closed, as after a driver that left by
+// itself, is closed with the last owner.
 class NotificationPort {
  public:
   NotificationPort() = default;
@@ -26,7 +27,8 @@ class NotificationPort {
   bool IsConnected() const { return connected_; }
   void MarkDisconnected() { connected_ = false; }
 
-  // Closes the handle. Once it is closed this fails, without touching anything, with the last error of an invalid handle.
+  // Closes the handle. Once it is closed this fails, without touching anything, with the last error of an
+  // invalid handle.
   bool Close();
 
  private:

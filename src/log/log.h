@@ -18,10 +18,10 @@ using LogSink = void (*)(const wchar_t* text, std::uint32_t level);
 // there is no sink, so nothing is logged.
 void SetLogSink(LogSink sink, std::int32_t level) noexcept;
 
-// Formats "OstrelFilterDriver: " and the message into a stack buffer of 1024 characters, cutting silently what
-// does not fit, and hands it to the sink. `%s` takes a wide string, `%lu` and `%ld` a 32-bit integer, `%llu` an
-// unsigned long long. A line above the configured level costs one comparison; nothing is ever allocated. An
-// exception of the sink ends here.
+// Formats "OstrelFilterDriver: " and the message into a stack buffer of 1024 characters, cutting silently
+// what does not fit, and hands it to the sink. `%s` takes a wide string, `%lu` and `%ld` a 32-bit integer,
+// `%llu` an unsigned long long. A line above the configured level costs one comparison; nothing is ever
+// allocated. An exception of the sink ends here.
 void Log(std::int32_t level, const wchar_t* format, ...) noexcept;
 
 }  // namespace ostrel

@@ -66,7 +66,8 @@ bool StopNetworkDriverService() {
   SERVICE_STATUS stopped{};
   if (!ControlService(opened.service.Get(), SERVICE_CONTROL_STOP, &stopped)) {
     opened.Close();
-    Log(LOG_NOTABLE, L"ControlService failed to stop network filter or it wasn't running. %d", GetLastError());
+    Log(LOG_NOTABLE, L"ControlService failed to stop network filter or it wasn't running. %d",
+        GetLastError());
     return false;
   }
   opened.Close();

@@ -3,8 +3,8 @@
 
 namespace ostrel {
 
-// Starts the network driver's service, stopping it first. Does not wait for it to run. For whoever reads the driver's
-// records; loading only stops the service.
+// Starts the network driver's service, stopping it first. Does not wait for it to run. For whoever reads the
+// driver's records; loading only stops the service.
 bool StartNetworkDriverService();
 
 // Asks the network driver's service to stop, whatever state it is in. Does not wait for it to end.

@@ -15,8 +15,8 @@ const int NetworkEventCache::MILLISECOND_THRESHOLD;
 
 namespace {
 
-// `size` times `factor` in single precision, whose rounding of large sizes is part of the rule. What exceeds 64 bits, as
-// for the size of a file that could not be read, becomes the largest value.
+// `size` times `factor` in single precision, whose rounding of large sizes is part of the rule. What exceeds
+// 64 bits, as for the size of a file that could not be read, becomes the largest value.
 unsigned long long Bound(unsigned long long size, float factor) {
   const float bound = static_cast<float>(size) * factor;
   constexpr float two_to_the_64 = 18446744073709551616.0F;
@@ -30,15 +30,16 @@ NetworkEventCache::NetworkEventCache(int upload) : direction_(upload != 0 ? L"up
 
 NetworkEventCache::~NetworkEventCache() = default;
 
-void NetworkEventCache::AddEvent(std::wstring processName, ULong32 ipv4, unsigned char* ipv6, IP_VERSION version,
-                                 int port, unsigned long long time, unsigned long long bytes) {
+void NetworkEventCache::AddEvent(std::wstring processName, ULong32 ipv4, unsigned char* ipv6,
+                                 IP_VERSION version, int port, unsigned long long time,
+                                 unsigned long long bytes) {
   const std::lock_guard lock(mutex_);
   Streams& streams = events_[processName];
   const auto [stream, isNew] =
       streams.try_emplace(IpPort(ipv4, port, ipv6, version), BytesTimeStamps(bytes, time));
   if (isNew) {
-    Log(LOG_DETAIL, L"added network event: %s %s: %lu:%d %llu", direction_.c_str(), processName.c_str(), ipv4, port,
-        bytes);
+    Log(LOG_DETAIL, L"added network event: %s %s: %lu:%d %llu", direction_.c_str(), processName.c_str(), ipv4,
+        port, bytes);
     return;
   }
   stream->second.UpdateBytesEndTime(bytes, time);
@@ -71,8 +72,10 @@ void NetworkEventCache::PurgeAllEvents() {
   events_.clear();
 }
 
-std::vector<IpPort> NetworkEventCache::GetLikelyEvents(std::wstring processName, unsigned long long /*startTime*/,
-                                                       unsigned long long /*endTime*/, unsigned long long size) {
+std::vector<IpPort> NetworkEventCache::GetLikelyEvents(std::wstring processName,
+                                                       unsigned long long /*startTime*/,
+                                                       unsigned long long /*endTime*/,
+                                                       unsigned long long size) {
   if (size == 0) return {};
   const std::lock_guard lock(mutex_);
   const auto found = events_.find(processName);
@@ -108,4 +111,6 @@ unsigned long long NetworkEventCache::GetStreamCount(std::wstring processName) {
   return found == events_.end() ? 0 : found->second.size();
 }
 
-unsigned long long NetworkEventCache::GetCacheCount() { return events_.size(); }
+unsigned long long NetworkEventCache::GetCacheCount() {
+  return events_.size();
+}

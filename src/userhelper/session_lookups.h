@@ -9,8 +9,8 @@
 
 namespace ostrel {
 
-// What only the interactive user's session can answer. This version of the library does not ask it yet: both look-ups
-// return nothing and say so in their status.
+// What only the interactive user's session can answer. This version of the library does not ask it yet: both
+// look-ups return nothing and say so in their status.
 constexpr wchar_t USER_HELPER_NOT_SUPPORTED[] = L"USER_HELPER_NOT_SUPPORTED";
 
 struct FileMetaData {

@@ -75,7 +75,8 @@ std::wstring OstrelFilterLibUtil::GetRawDirectoryName(wchar_t* directory) {
   }
   // What stands before the colon is cut to two characters when it is no drive letter; the look-up then fails.
   wchar_t drive[DRIVE_CAPACITY];
-  CopyBounded(std::wstring_view(longPath, static_cast<std::size_t>(colon - longPath) + 1), drive, DRIVE_CAPACITY);
+  CopyBounded(std::wstring_view(longPath, static_cast<std::size_t>(colon - longPath) + 1), drive,
+              DRIVE_CAPACITY);
   wchar_t target[DIRECTORY_CAPACITY];
   if (QueryDosDeviceW(drive, target, DIRECTORY_CAPACITY) == 0) {
     // The line shows the path from the colon on, not the drive.

@@ -5,7 +5,8 @@
 
 namespace ostrel {
 
-// Characters, the terminator included, of the buffers for file names, process image names, account names and system paths.
+// Characters, the terminator included, of the buffers for file names, process image names, account names and
+// system paths.
 constexpr std::size_t NAME_CAPACITY = 512;
 
 }  // namespace ostrel

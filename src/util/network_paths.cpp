@@ -9,7 +9,8 @@
 void OstrelFilterLibUtil::ConvertNetworkDriveFileName(wchar_t* source, wchar_t* destination) {
   const std::wstring_view name(source);
   std::size_t backslash = name.find(L'\\');
-  for (int i = 0; i < 2 && backslash != std::wstring_view::npos; ++i) backslash = name.find(L'\\', backslash + 1);
+  for (int i = 0; i < 2 && backslash != std::wstring_view::npos; ++i)
+    backslash = name.find(L'\\', backslash + 1);
   if (backslash == std::wstring_view::npos) {
     ConvertOtherFileName(source, destination);
     return;

@@ -23,5 +23,5 @@ void OstrelFilterLibUtil::AllocStringPointer(wchar_t** out, const wchar_t* forma
 }
 
 void OstrelFilterLibUtil::DeallocStringPointer(wchar_t** pointer) {
-  if (pointer != nullptr) delete[] *pointer;
+  if (pointer != nullptr) delete[] * pointer;
 }

@@ -39,8 +39,8 @@ struct TextList {
   const wchar_t* const* texts = nullptr;
   int count = 0;
 
-  // A count of 0 or less, or a null array, is the empty list; a null entry counts as an empty text, so that the number of
-  // entries stays the host's.
+  // A count of 0 or less, or a null array, is the empty list; a null entry counts as an empty text, so that
+  // the number of entries stays the host's.
   std::vector<std::wstring> Copy() const {
     std::vector<std::wstring> copies;
     if (texts == nullptr || count <= 0) return copies;

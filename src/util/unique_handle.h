@@ -7,8 +7,9 @@
 
 namespace ostrel {
 
-// Owns one handle of the kind that `Policy` describes: its type, the value that stands for "none", and how it is
-// closed. Destruction and Reset keep the last error, which the caller may still have to read; Close does not.
+// Owns one handle of the kind that `Policy` describes: its type, the value that stands for "none", and how it
+// is closed. Destruction and Reset keep the last error, which the caller may still have to read; Close does
+// not.
 template <typename Policy>
 class UniqueHandle {
  public:
