@@ -22,9 +22,10 @@
  *     DeallocStringPointer run one at a time, under one recursive lock. The log callback runs on whatever
  *     thread has something to say, on several at once. The event callbacks run on the library's disk event
  *     thread, one at a time, under the report lock: a callback that takes long delays every later report.
- *  7. From an event callback a host may call any function but UnloadDriver, which waits for the very thread
- *     that the callback runs on, and gives up on it after 3 seconds. From the log callback call nothing: it
- *     may run while locks are held.
+ *  7. From an event callback a host may call EnableTabTitles, DisableTabTitles and DeallocStringPointer. Any
+ *     other function may have to wait there for UnloadDriver, which waits for the very thread that the
+ *     callback runs on and gives up on it after 3 seconds. From the log callback call nothing: it may run
+ *     while locks are held.
  *  8. No exception leaves the library. A callback should let none out either; one that does loses that report
  *     or line.
  *  9. Failures are told by a false result where there is one and by log lines of level 3: one names the
@@ -64,7 +65,7 @@ typedef void (*LogCallback)(const wchar_t* text, uint32_t level);
 /*
  * Receives one upload or download.
  *
- * fileName        Full path, with a drive letter or as \\server\share.
+ * fileName        Full path, with a drive letter or as \\server\share; in device form where there is neither.
  * processName     Image path of the process in device form, such as \Device\HarddiskVolume3\...\chrome.exe.
  * user            Account name (without domain) of the process's user, or "User not identified".
  * endTime         Time of the latest read or write.
@@ -88,7 +89,7 @@ typedef void (*LogCallback)(const wchar_t* text, uint32_t level);
  * metadataStatus  How the look-up of size and digests went.
  * extraText       What else the look-up returned.
  *
- * An array whose count is 0 may be null. Runs on the disk event thread, under the report lock.
+ * An array whose count is 0 is empty, not null. Runs on the disk event thread, under the report lock.
  */
 typedef void (*ActivityEventCallback)(const wchar_t* fileName, const wchar_t* processName,
                                       const wchar_t* user, uint64_t endTime, uint32_t fileEventType,
@@ -127,12 +128,12 @@ OSTREL_FUNCTION uint8_t LoadDriver(LogCallback logCallback, uint32_t logLevel);
  * seconds. Callbacks and detected events that are still cached stay: a later LoadDriver goes on with them.
  *
  * Returns true when the library is unloaded, also when it was before. False: the minifilter could not be
- * unloaded; its port is closed all the same, unless the privilege to unload drivers was refused, and
- * everything else is stopped.
+ * unloaded; its port is closed all the same, unless the privilege to unload drivers was refused, and the disk
+ * event thread is stopped.
  *
- * A disk event thread that does not end in time, as while an event callback blocks, goes on ending by itself.
- * A LoadDriver after that succeeds but starts no new one, and nothing is reported until the library is
- * unloaded and loaded once more.
+ * A disk event thread that does not end in time, as while an event callback blocks, ends by itself later; the
+ * result does not tell, only a line of level 3 does. A LoadDriver after that succeeds but starts no new one,
+ * and nothing is reported until the library is unloaded and loaded once more.
  */
 OSTREL_FUNCTION uint8_t UnloadDriver(void);
 

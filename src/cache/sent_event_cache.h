@@ -7,8 +7,9 @@
 
 #include "util/export.h"
 
-// Remembers for ten seconds which files were reported as downloads, so that the read that follows is not
-// reported as an upload too. Times are signed milliseconds since 1970; any thread may call.
+// Remembers for ten seconds which downloads were handed on, whether or not a host was told, so that the read
+// that follows is not reported as an upload too. Times are signed milliseconds since 1970; any thread may
+// call.
 class OSTREL_EXPORT SentEventCache {
  public:
   SentEventCache();

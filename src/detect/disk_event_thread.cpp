@@ -75,7 +75,7 @@ void DiskEventThread::Stop() {
     Log(LOG_ERROR, L"Disk Event thread is null, and can't be ended.");
     return;
   }
-  if (WaitForSingleObject(thread_, STOP_TIMEOUT_MILLISECONDS) == WAIT_TIMEOUT) {
+  if (WaitForSingleObject(thread_, STOP_TIMEOUT_MILLISECONDS) != WAIT_OBJECT_0) {
     Log(LOG_ERROR, L"Disk Event thread never ended.");
     return;
   }

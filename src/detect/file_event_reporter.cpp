@@ -19,6 +19,10 @@ namespace {
 class EndpointArrays {
  public:
   explicit EndpointArrays(const std::vector<IpPort>& endpoints) : texts_(endpoints.size()) {
+    // One more than needed: a host gets an array also when it is empty.
+    addresses_.reserve(endpoints.size() + 1);
+    ports_.reserve(endpoints.size() + 1);
+    hostNames_.reserve(endpoints.size() + 1);
     for (std::size_t i = 0; i < endpoints.size(); ++i) {
       DescribeEndpoint(endpoints[i], texts_[i]);
       addresses_.push_back(texts_[i].address);
@@ -43,6 +47,7 @@ class EndpointArrays {
 
 std::vector<wchar_t*> PointersTo(std::vector<std::wstring>& texts) {
   std::vector<wchar_t*> pointers;
+  pointers.reserve(texts.size() + 1);
   for (std::wstring& text : texts) pointers.push_back(text.data());
   return pointers;
 }

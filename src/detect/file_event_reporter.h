@@ -14,7 +14,9 @@ class FileEventReporter {
   explicit FileEventReporter(HostCallbacks& callbacks);
 
   // An upload or a download, with the streams of the same process that may have carried it. An upload of
-  // which less than 90 per cent was read is logged and goes no further.
+  // which less than 90 per cent of the expected size was read is logged and goes no further. That size is the
+  // file's own or, on a network drive, what the user's session says: 0, which anything reaches, when it says
+  // nothing.
   void ReportFileEvent(NetworkEventCache& streams, const ReadEventMetaData& event);
 
   // A cloud-drive event, complete or not, whether its file still exists or not.

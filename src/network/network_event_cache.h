@@ -10,16 +10,16 @@
 #include "util/export.h"
 #include "util/integers.h"
 
-// The TCP streams of each process, by process image name (compared exactly), with their byte counts. Any
-// thread may call; times are milliseconds since 1970. GetStreamCount and GetCacheCount take no lock and give
-// momentary counts.
+// The TCP streams of each process, by process image name (compared exactly), with their byte counts. Times
+// are milliseconds since 1970. Any thread may call, except that GetStreamCount and GetCacheCount take no lock
+// and must not run while another thread adds or removes.
 class OSTREL_EXPORT NetworkEventCache {
  public:
   // The age in milliseconds beyond which PurgeEvents removes a stream.
   static const int MILLISECOND_THRESHOLD = 70000;
 
   // Non-zero for the cache of outgoing streams; only its log lines tell the difference.
-  explicit NetworkEventCache(int upload);
+  NetworkEventCache(int upload);
   ~NetworkEventCache();
 
   // Adds the stream to this endpoint or, when there is one, grows it by `bytes` and moves its end time to
@@ -35,8 +35,9 @@ class OSTREL_EXPORT NetworkEventCache {
   void PurgeAllEvents();
 
   // The one stream whose byte count comes closest to `size` among those from 0.75 to 1.25 times (below 50000
-  // bytes: 2.5 times) as large, both bounds excluded; when there is none, all streams, largest first. Empty
-  // for a size of 0 or an unknown process. The times are not consulted: byte counts alone decide.
+  // bytes: 2.5 times) as large, both bounds excluded, and less than 2147483647 bytes off; when there is none,
+  // all streams, largest first. Empty for a size of 0 or an unknown process. The times are not consulted:
+  // byte counts alone decide.
   std::vector<IpPort> GetLikelyEvents(std::wstring processName, unsigned long long startTime,
                                       unsigned long long endTime, unsigned long long size);
 
