@@ -7,7 +7,7 @@ source scripts/lib.sh
 
 # Google Benchmark's source package, fetched with a copy of the machine's own source list; nothing is installed.
 fetch_benchmark() {
-  local home=build/third-party version
+  local home=build/third-party
   compgen -G "$home/benchmark-*/CMakeLists.txt" >/dev/null && return
   mkdir -p "$home/parts" "$home/state/lists/partial" "$home/cache/archives/partial"
   sed 's/^Types: deb$/Types: deb-src/' /etc/apt/sources.list.d/debian.sources >"$home/parts/source.sources"

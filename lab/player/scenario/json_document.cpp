@@ -83,7 +83,11 @@ class TreeBuilder : public nlohmann::json_sax<nlohmann::json> {
     }
     return number_integer(static_cast<number_integer_t>(value));
   }
-  bool number_float(number_float_t, const string_t&) override { return Add(Value(JsonKind::Real)); }
+  // The parser hands over whole numbers beyond 64 bits as well.
+  bool number_float(number_float_t, const string_t& text) override {
+    if (text.find_first_of(".eE") == std::string::npos) return Fail("number too large: " + text);
+    return Add(Value(JsonKind::Real));
+  }
   bool string(string_t& value) override {
     JsonValue fresh = Value(JsonKind::String);
     fresh.string = std::move(value);
@@ -137,6 +141,9 @@ class TreeBuilder : public nlohmann::json_sax<nlohmann::json> {
   }
   bool Fail(const std::string& what) {
     error_ = Position(text_, static_cast<std::size_t>(farthest_ - text_.data())) + what;
+    // Keys may hold anything; an error stays one line.
+    std::replace_if(
+        error_.begin(), error_.end(), [](char c) { return c >= 0 && c < ' '; }, '?');
     return false;
   }
 
@@ -153,6 +160,9 @@ class TreeBuilder : public nlohmann::json_sax<nlohmann::json> {
 }  // namespace
 
 JsonResult ParseJson(std::string_view text) {
+  // The parser would take it for the end of the text and leave the rest unread.
+  const std::size_t zero = text.find('\0');
+  if (zero != std::string_view::npos) return {std::nullopt, Position(text, zero + 1) + "zero byte"};
   const char* farthest = text.data();
   TreeBuilder builder(text, farthest);
   const bool parsed =

@@ -214,7 +214,7 @@ class ScenarioReader {
         step.Integer("streamFlag", 0, UINT8_MAX).value_or(event.stream.empty() ? 1 : 0));
     event.readSize =
         static_cast<std::uint32_t>(step.Integer("readSize", 0, UINT32_MAX).value_or(DefaultReadSize(event)));
-    if (step.Has("deviceSource")) {
+    if (step.Optional("deviceSource") != nullptr) {
       event.deviceSource =
           static_cast<std::uint32_t>(ReadWord(step, "deviceSource", SOURCE_WORDS, 0, UINT32_MAX));
     }
