@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
+#include <cstddef>
 #include <map>
 #include <string>
 #include <type_traits>
@@ -152,6 +154,30 @@ TEST(IpPort, IpV6RecordsSortDescendingByUnsignedBytesThenByPort) {
   EXPECT_TRUE(V6(1, 2, 8080) < V6(1, 2, 443));
   EXPECT_FALSE(V6(1, 2, 443) < V6(1, 2, 8080));
   EXPECT_FALSE(V6(1, 2, 443) < V6(1, 2, 443));
+}
+
+TEST(IpPort, PortsOfIpV6RecordsCompareSigned) {
+  EXPECT_TRUE(V6(1, 2, 1) < V6(1, 2, -1));
+  EXPECT_FALSE(V6(1, 2, -1) < V6(1, 2, 1));
+}
+
+TEST(IpPort, EveryByteOfAnIpV6AddressCountsForMoreThanAllThatFollowIt) {
+  for (std::size_t i = 0; i < 16; ++i) {
+    SCOPED_TRACE(i);
+    std::array<unsigned char, 16> greater{};
+    greater[i] = 1;
+    std::array<unsigned char, 16> lesser{};
+    std::fill(lesser.begin() + static_cast<std::ptrdiff_t>(i) + 1, lesser.end(),
+              static_cast<unsigned char>(0xFF));
+    std::array<unsigned char, 16> zero{};
+    const IpPort first(0, 443, greater.data(), IPV6);
+    for (unsigned char* const other : {lesser.data(), zero.data()}) {
+      const IpPort second(0, 443, other, IPV6);
+      EXPECT_FALSE(first == second);
+      EXPECT_TRUE(first < second);
+      EXPECT_FALSE(second < first);
+    }
+  }
 }
 
 TEST(IpPort, EveryOtherRecordSortsBeforeAnIpV4Record) {

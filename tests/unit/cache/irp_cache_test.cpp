@@ -247,6 +247,28 @@ TEST_F(IrpCacheTest, ANameWhoseLowBytesSpellABrowserIsTakenForIt) {
   EXPECT_EQ(cache_.GetCacheCount(), 1U);
 }
 
+TEST_F(IrpCacheTest, ADisguisedNameMatchesInUpperCaseToo) {
+  std::wstring disguised = L"CHROME.EXE";
+  for (wchar_t& character : disguised) character = static_cast<wchar_t>(character + 0x4E00);
+  NetworkInfo(disguised, 1);
+  NetworkInfo(disguised, 2);
+  EXPECT_TRUE(Read(L"chrome.exe", 3));
+  EXPECT_EQ(cache_.GetCacheCount(), 1U);
+}
+
+// A family's key lies beyond every process id, the highest included.
+TEST_F(IrpCacheTest, NoProcessSharesAKeyWithABrowserFamily) {
+  for (const ULong32 processId : {0xFFFFFFFFU, 0xFFFFFFFEU, 0xFFFFFFFDU, 0xFFFFFFFCU}) {
+    StdInfo(L"notepad.exe", 1, processId);
+  }
+  EXPECT_EQ(cache_.GetCacheCount(), 4U);
+  unsigned long long count = 4;
+  for (const wchar_t* browser : {L"firefox.exe", L"microsoftedgecp.exe", L"chrome.exe", L"iexplore.exe"}) {
+    StdInfo(browser, 1, 0xFFFFFFFF);
+    EXPECT_EQ(cache_.GetCacheCount(), ++count);
+  }
+}
+
 TEST_F(IrpCacheTest, OnlyARealBackslashSeparatesComponents) {
   const std::wstring disguised = std::wstring(L"x") + static_cast<wchar_t>(0x4E00 + L'\\') + L"winscp.exe";
   EXPECT_TRUE(Read(disguised, 1));  // another program: always allowed

@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "cache/cache_callbacks.h"
@@ -34,6 +36,12 @@ LogLine SuppressedFromOutgoing(const std::wstring& name) {
 LogLine SuppressedFromCache(const std::wstring& name) {
   return {7, L"Event suppressed from cache. Duplicate event. " + name};
 }
+
+// Two names to which the standard library gives the same hash. It hashes bytes, so the width of a character
+// matters.
+constexpr bool HAS_WIDE_CHARACTERS = sizeof(wchar_t) == 4;
+const std::wstring COLLIDING = HAS_WIDE_CHARACTERS ? L"C:\\dhuct\u53EE\u504B" : L"C:\\d99bkke20";
+const std::wstring COLLIDED = HAS_WIDE_CHARACTERS ? L"C:\\dcfmn\u5264\u51BD" : L"C:\\d7mwjo5bu";
 
 std::vector<ULong32> ProcessIds(const std::vector<ReadEventMetaData>& events) {
   std::vector<ULong32> ids;
@@ -483,6 +491,49 @@ TEST_F(ReadEventCacheTest, ThePointersAreCopiedAtConstruction) {
   directory = nullptr;
   cache.AddEvent(FILE_NAME, nullptr, L"chrome.exe", 7, DUE, 0, FILE_EVENT_READ, 1);
   EXPECT_EQ(cache.GetEvents(NOW).size(), 1U);
+}
+
+// A library that hashes otherwise needs another pair of names; the tests of colliding names prove nothing
+// without one.
+TEST_F(ReadEventCacheTest, TheCollidingNamesHaveOneHash) {
+  const std::hash<std::wstring_view> hash;
+  ASSERT_EQ(hash(COLLIDING), hash(COLLIDED));
+  ASSERT_NE(COLLIDING, COLLIDED);
+}
+
+TEST_F(ReadEventCacheTest, OutgoingEventsOfDifferentFilesAreNoDuplicatesWhenTheirHashesCollide) {
+  Add(COLLIDING, 2, DUE);
+  Add(COLLIDED, 1, DUE);
+  EXPECT_EQ(FileNames(cache_.GetEvents(NOW)), (std::vector<std::wstring>{COLLIDING, COLLIDED}));
+  EXPECT_TRUE(log_.Take().empty());
+
+  hinted_ = {1, 2};
+  Add(COLLIDING, 2, DUE);
+  Add(COLLIDED, 1, DUE);
+  EXPECT_EQ(FileNames(cache_.GetEvents(NOW)), (std::vector<std::wstring>{COLLIDING, COLLIDED}));
+  EXPECT_TRUE(log_.Take().empty());
+}
+
+TEST_F(ReadEventCacheTest, DuplicatesAreFoundAlsoBesideAFileWhoseHashCollides) {
+  Add(COLLIDING, 4, DUE);
+  Add(COLLIDED, 3, DUE);
+  Add(COLLIDING, 2, DUE);
+  Add(COLLIDED, 1, DUE);
+  EXPECT_EQ(ProcessIds(cache_.GetEvents(NOW)), (std::vector<ULong32>{2, 1}));
+  EXPECT_EQ(log_.Take().size(), 2U);
+}
+
+TEST_F(ReadEventCacheTest, ACachedEventOfAnotherFileIsNoDuplicateWhenTheHashesCollide) {
+  Add(COLLIDING, 1, DUE);
+  Add(COLLIDED, 1, NOT_DUE);
+  EXPECT_EQ(FileNames(cache_.GetEvents(NOW)), std::vector<std::wstring>{COLLIDING});
+  EXPECT_EQ(cache_.GetCacheCount(), 1U);
+
+  hinted_ = {2};
+  Add(COLLIDING, 2, DUE);
+  EXPECT_EQ(FileNames(cache_.GetEvents(NOW)), std::vector<std::wstring>{COLLIDING});
+  EXPECT_EQ(cache_.GetCacheCount(), 1U);
+  EXPECT_TRUE(log_.Take().empty());
 }
 
 }  // namespace

@@ -4,20 +4,34 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "log/log.h"
 #include "support/log_capture.h"
+#include "support/test_thread.h"
 
 namespace {
 
 using ostrel::ULong32;
+using ostrel_test::DEADLINE;
 using ostrel_test::LogCapture;
 using ostrel_test::LogLine;
+using ostrel_test::Signal;
+using ostrel_test::TestThread;
 
 constexpr wchar_t PROCESS[] = L"chrome.exe";
+
+// Long enough for a call that finds the lock free to come back many times over.
+constexpr std::chrono::milliseconds SHUT_OUT{150};
+
 const LogLine NO_MATCH{7, L"Could not find any good match. Returning all possibilities."};
 
 std::vector<ULong32> Addresses(const std::vector<IpPort>& endpoints) {
@@ -25,6 +39,51 @@ std::vector<ULong32> Addresses(const std::vector<IpPort>& endpoints) {
   for (const IpPort& endpoint : endpoints) addresses.push_back(endpoint.GetIpV4Address());
   return addresses;
 }
+
+// Makes a call on another thread at the first line that is logged from now on. The members log with the
+// cache's mutex held.
+class Intrusion {
+ public:
+  Intrusion(std::function<void()> call, std::chrono::milliseconds patience)
+      : call_(std::move(call)), patience_(patience) {
+    current = this;
+    ostrel::SetLogSink(OnLine, ostrel::LOG_DETAIL);
+  }
+  ~Intrusion() {
+    thread_.reset();  // logs too, perhaps
+    ostrel::SetLogSink(nullptr, 0);
+    current = nullptr;
+  }
+  Intrusion(const Intrusion&) = delete;
+  Intrusion& operator=(const Intrusion&) = delete;
+
+  bool HasBegun() const { return hasBegun_; }
+  // While the line was being logged.
+  bool HasReturned() const { return hasReturned_; }
+
+ private:
+  static void OnLine(const wchar_t* /*text*/, std::uint32_t /*level*/) {
+    if (!current->hasBegun_.exchange(true)) current->Begin();
+  }
+
+  void Begin() {
+    thread_ = std::make_unique<TestThread>([this] {
+      call_();
+      returned_.Set();
+    });
+    hasReturned_ = returned_.WaitFor(patience_);
+  }
+
+  // The sink comes without a context.
+  static inline Intrusion* current = nullptr;
+
+  std::function<void()> call_;
+  std::chrono::milliseconds patience_;
+  std::atomic<bool> hasBegun_{false};
+  bool hasReturned_ = false;
+  Signal returned_;
+  std::unique_ptr<TestThread> thread_;
+};
 
 class NetworkEventCacheTest : public testing::Test {
  protected:
@@ -176,6 +235,14 @@ TEST_F(NetworkEventCacheTest, PurgedStreamsAreLoggedByProcessNameThenInStreamOrd
   EXPECT_EQ(cache_.GetStreamCount(L"b.exe"), 1U);
 }
 
+// Its end time plus the age limit wraps to little more than a minute after 1970.
+TEST_F(NetworkEventCacheTest, AStreamWhoseEndTimeLiesAtTheEndOfTheRangeIsPurgedAtOnce) {
+  Add(1, 10, ~0ULL);
+  EXPECT_EQ(cache_.PurgeEvents(69999), 0);
+  EXPECT_EQ(cache_.PurgeEvents(70000), 1);
+  EXPECT_EQ(cache_.GetStreamCount(PROCESS), 0U);
+}
+
 TEST_F(NetworkEventCacheTest, PurgingEverythingRemovesTheProcessesTooAndLogsNothing) {
   Add(1, 10);
   cache_.AddEvent(L"b.exe", 1, nullptr, IPV4, 80, 1000, 11);
@@ -322,6 +389,41 @@ TEST_F(NetworkEventCacheTest, AFileThatCouldNotBeSizedHasEveryStreamAsLikely) {
   log_.Take();
   EXPECT_EQ(Likely(~0ULL), (std::vector<ULong32>{2, 1}));
   EXPECT_EQ(log_.Take(), std::vector<LogLine>{NO_MATCH});
+}
+
+TEST_F(NetworkEventCacheTest, TheOtherMembersWaitWhileAStreamIsAdded) {
+  const std::vector<std::function<void()>> calls = {
+      [this] { cache_.AddEvent(L"b.exe", 1, nullptr, IPV4, 80, 1000, 1); }, [this] { cache_.PurgeEvents(1); },
+      [this] { cache_.PurgeAllEvents(); }, [this] { Likely(1); }};
+  for (const auto& call : calls) {
+    const Intrusion intrusion(call, SHUT_OUT);
+    Add(1, 10);
+    EXPECT_TRUE(intrusion.HasBegun());
+    EXPECT_FALSE(intrusion.HasReturned());
+  }
+}
+
+TEST_F(NetworkEventCacheTest, CountsAreReadWithoutTheLock) {
+  unsigned long long streams = 99;
+  unsigned long long processes = 99;
+  {
+    const Intrusion intrusion(
+        [&] {
+          streams = cache_.GetStreamCount(PROCESS);
+          processes = cache_.GetCacheCount();
+        },
+        DEADLINE);
+    Add(1, 10);
+    EXPECT_TRUE(intrusion.HasReturned());
+  }
+  EXPECT_EQ(streams, 1U);
+  EXPECT_EQ(processes, 1U);
+}
+
+TEST_F(NetworkEventCacheTest, TheLikelyStreamsOfASizeOfZeroAreFoundWithoutTheLock) {
+  const Intrusion intrusion([this] { Likely(0); }, DEADLINE);
+  Add(1, 10);
+  EXPECT_TRUE(intrusion.HasReturned());
 }
 
 // Single precision in whole numbers: the nearest multiple of the last of 24 bits, the even one when two are

@@ -1,4 +1,7 @@
 #include "detect/disk_event_thread.h"
+
+#include <ctime>
+
 #include "filter/cache_hooks.h"
 #include "platform_test.h"
 
@@ -23,6 +26,12 @@ class Gate {
     const Lock::Holder holder(lock_);
     isOpen_ = true;
     reached_ = false;
+    secondReached_ = 0;
+  }
+  // The second since 1970 in which the last pass reached the gate.
+  static std::time_t SecondReached() {
+    const Lock::Holder holder(lock_);
+    return secondReached_;
   }
   static void Close() {
     const Lock::Holder holder(lock_);
@@ -36,6 +45,7 @@ class Gate {
   static unsigned char Pass(std::wstring) {
     Lock::Holder holder(lock_);
     reached_ = true;
+    secondReached_ = std::time(nullptr);
     holder.Changed();
     holder.WaitFor([] { return isOpen_; });
     return 1;
@@ -45,6 +55,7 @@ class Gate {
   static inline Lock lock_;
   static inline bool isOpen_ = true;
   static inline bool reached_ = false;
+  static inline std::time_t secondReached_ = 0;
 };
 
 ReadEventCache MakeCache(DirectoryTest directoryTest) {
@@ -173,6 +184,24 @@ TEST_F(TheDiskEventThread, MakesItsFirstPassAfterASecond) {
   thread_.Stop();
   const DWORD worker = system_.ThreadIds().at(0);
   EXPECT_EQ(system_.transcript.Of(worker).at(0), "WaitForSingleObject(event, 1000)");
+}
+
+// In real time: an event that has been quiet for a minute and less than a second waits for the next second.
+TEST_F(TheDiskEventThread, TellsTheTimeInWholeSeconds) {
+  Hurry();
+  ASSERT_TRUE(thread_.Start());
+  const std::time_t before = std::time(nullptr);
+  std::time_t now = before;
+  for (int tries = 0; now == before && tries < 20000; ++tries) {
+    Sleep(1);
+    now = std::time(nullptr);
+  }
+  ASSERT_NE(now, before);
+  const auto aMinuteAgo = static_cast<unsigned long long>(now - 60) * 1000;
+  uploads_.AddEvent(L"C:\\a", nullptr, L"chrome.exe", 42, aMinuteAgo, 0, FILE_EVENT_READ, 1);
+  ASSERT_TRUE(Gate::WaitUntilReached());
+  EXPECT_GT(Gate::SecondReached(), now);
+  thread_.Stop();
 }
 
 // In real time: a pass that is held up, as by a host's callback, is waited for three seconds and then kept.

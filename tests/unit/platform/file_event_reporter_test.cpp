@@ -1,6 +1,11 @@
 #include "detect/file_event_reporter.h"
 
+#include <winsock2.h>
+// Needs winsock2.h before it.
+#include <ws2tcpip.h>
+
 #include <algorithm>
+#include <cwchar>
 #include <mutex>
 #include <stdexcept>
 
@@ -36,6 +41,7 @@ struct Reported {
   std::wstring sha256, md5;
   std::uint32_t fileSize = 0;
   std::wstring metadataStatus, extraText;
+  bool hasAllArrays = false;
 };
 
 struct Host {
@@ -85,6 +91,8 @@ void OnActivity(const wchar_t* fileName, const wchar_t* processName, const wchar
                             fileSize,
                             metadataStatus,
                             extraText});
+  host->activity.back().hasAllArrays =
+      addresses != nullptr && ports != nullptr && hostNames != nullptr && hints != nullptr;
   if (host->throws) throw std::runtime_error("the host throws");
 }
 
@@ -107,6 +115,41 @@ ReadEventMetaData Event(std::int32_t type, ULong32 readSize, std::vector<std::ws
           2000,    hints,        L"TABTITLE_STATUS", isNetwork, static_cast<FILE_EVENT_TYPE>(type),
           readSize};
 }
+
+// Tries at each file that is opened and each name that is looked up whether another report could begin then.
+class ReportMutexProbe {
+ public:
+  explicit ReportMutexProbe(std::mutex& mutex) : mutex_(mutex) { current = this; }
+  ~ReportMutexProbe() { current = nullptr; }
+  ReportMutexProbe(const ReportMutexProbe&) = delete;
+  ReportMutexProbe& operator=(const ReportMutexProbe&) = delete;
+
+  Lines tries;
+
+ private:
+  static HANDLE WINAPI CreateFileW(const wchar_t* path, DWORD access, DWORD share,
+                                   SECURITY_ATTRIBUTES* security, DWORD disposition, DWORD flags,
+                                   HANDLE pattern) {
+    current->Try("CreateFileW");
+    return reinterpret_cast<decltype(&::CreateFileW)>(current->createFile_.Original())(
+        path, access, share, security, disposition, flags, pattern);
+  }
+
+  static INT WINAPI GetNameInfoW(const SOCKADDR* address, socklen_t length, wchar_t* hostName, DWORD capacity,
+                                 wchar_t* service, DWORD serviceCapacity, INT flags) {
+    current->Try("GetNameInfoW");
+    return reinterpret_cast<decltype(&::GetNameInfoW)>(current->getNameInfo_.Original())(
+        address, length, hostName, capacity, service, serviceCapacity, flags);
+  }
+
+  void Try(const std::string& call) { tries.push_back(call + (IsFree(mutex_) ? ": free" : ": held")); }
+
+  static inline ReportMutexProbe* current = nullptr;
+
+  std::mutex& mutex_;
+  ImportPatch createFile_{GetModuleHandleW(nullptr), "CreateFileW", reinterpret_cast<void*>(&CreateFileW)};
+  ImportPatch getNameInfo_{GetModuleHandleW(nullptr), "GetNameInfoW", reinterpret_cast<void*>(&GetNameInfoW)};
+};
 
 class Reporting : public PlatformTest {
  protected:
@@ -181,6 +224,68 @@ TEST_F(Reporting, TakesItsStepsInOrder) {
                           "log 7 Uploaded file C:\\a.txt. 1000 of 1000"));
 }
 
+TEST_F(Reporting, HoldsTheReportMutexWhileItReadsTheSizeAndLooksNamesUp) {
+  AddStream(0x0A000001, 443, 5000);
+  AddStream(0x0A000002, 443, 5000);
+  const ReportMutexProbe probe(callbacks_.reportMutex);
+  reporter_.ReportFileEvent(streams_, Event(0, 1000));
+  EXPECT_THAT(probe.tries, ElementsAre("CreateFileW: held", "GetNameInfoW: held", "GetNameInfoW: held"));
+}
+
+TEST_F(Reporting, HoldsTheReportMutexWhileItReadsTheSizeOfACloudDriveFile) {
+  const ReportMutexProbe probe(callbacks_.reportMutex);
+  reporter_.ReportPcdEvent(Event(4, 0));
+  EXPECT_THAT(probe.tries, ElementsAre("CreateFileW: held"));
+}
+
+TEST_F(Reporting, LogsTheFirstOfSeveralTabTitles) {
+  reporter_.ReportFileEvent(streams_, Event(1, 1, {L"Mail", L"Drive", L"News"}));
+  EXPECT_THAT(Logs(), ElementsAre("log 6 Detected file use by monitored process C:\\a.txt: "
+                                  "\\Device\\HarddiskVolume3\\chrome.exe: DOWNLOAD   tab title: Mail"));
+}
+
+TEST_F(Reporting, LogsEachStreamRightAfterItsOwnLookUp) {
+  AddStream(0x0A000001, 1, 5000);
+  AddStream(0x0A000002, 2, 9000);
+  system_.hostNames = {{L"10.0.0.2", L"two"}, {L"10.0.0.1", L"one"}};
+  reporter_.ReportFileEvent(streams_, Event(1, 1));
+  Lines lookUps;
+  for (const std::string& step : Calls()) {
+    if (step.starts_with("GetNameInfoW(") || step.starts_with("log 7 Possible")) lookUps.push_back(step);
+  }
+  EXPECT_THAT(lookUps, ElementsAre(StartsWith("GetNameInfoW(family 2, 10.0.0.2,"),
+                                   "log 7 Possible stream info: 10.0.0.2:2  two",
+                                   StartsWith("GetNameInfoW(family 2, 10.0.0.1,"),
+                                   "log 7 Possible stream info: 10.0.0.1:1  one"));
+}
+
+TEST_F(Reporting, LeavesTheHostNameEmptyWhenTheLookUpFailsHalfWay) {
+  const auto failHalfWay = [](const SOCKADDR*, socklen_t, wchar_t* hostName, DWORD, wchar_t*, DWORD, INT)
+                               WINAPI -> INT {
+    std::wcscpy(hostName, L"half a na");
+    return WSATRY_AGAIN;
+  };
+  const ImportPatch patch(GetModuleHandleW(nullptr), "GetNameInfoW",
+                          reinterpret_cast<void*>(static_cast<decltype(&::GetNameInfoW)>(failHalfWay)));
+  AddStream(0x0A000001, 443, 1000);
+  reporter_.ReportFileEvent(streams_, Event(1, 1));
+  ASSERT_EQ(host_.activity.size(), 1U);
+  EXPECT_THAT(host_.activity[0].hostNames, ElementsAre(L""));
+  EXPECT_THAT(Logs(), Contains("log 7 Possible stream info: 10.0.0.1:443  "));
+}
+
+TEST_F(Reporting, LeavesAnAddressThatCannotBeFormattedEmpty) {
+  const auto fail = [](INT, const void*, wchar_t*, std::size_t) WINAPI -> const wchar_t* { return nullptr; };
+  const ImportPatch patch(GetModuleHandleW(nullptr), "InetNtopW",
+                          reinterpret_cast<void*>(static_cast<decltype(&::InetNtopW)>(fail)));
+  AddStream(0x0A000001, 443, 1000);
+  reporter_.ReportFileEvent(streams_, Event(1, 1));
+  ASSERT_EQ(host_.activity.size(), 1U);
+  EXPECT_THAT(host_.activity[0].addresses, ElementsAre(L""));
+  EXPECT_THAT(host_.activity[0].ports, ElementsAre(443));
+  EXPECT_THAT(Logs(), Contains("log 7 Possible stream info: :443  "));
+}
+
 TEST_F(Reporting, LeavesTheHostNameEmptyWhenItCannotBeFound) {
   AddStream(0x0A000001, 443, 1000);
   reporter_.ReportFileEvent(streams_, Event(1, 1));
@@ -223,6 +328,7 @@ TEST_F(Reporting, ReportsAnEventWithoutStreamsOrHints) {
   EXPECT_EQ(host_.activity[0].type, 1U);
   EXPECT_THAT(host_.activity[0].addresses, IsEmpty());
   EXPECT_THAT(host_.activity[0].hints, IsEmpty());
+  EXPECT_TRUE(host_.activity[0].hasAllArrays);
   EXPECT_THAT(Logs(), ElementsAre("log 6 Detected file use by monitored process C:\\a.txt: "
                                   "\\Device\\HarddiskVolume3\\chrome.exe: DOWNLOAD   tab title: none"));
 }
@@ -382,6 +488,37 @@ TEST_F(APass, StillReportsAnUploadMoreThanTenSecondsAfterTheDownload) {
   EXPECT_THAT(Told(), ElementsAre(L"down C:\\a.txt", L"up C:\\a.txt"));
 }
 
+// Of events that were merged from several reads the last one counts.
+TEST_F(APass, ComparesTheEndOfADownloadWithTheEndOfTheUpload) {
+  Add(downloads_, FILE_NAME, 1, 1000);
+  Add(downloads_, FILE_NAME, 1, 20000);
+  Add(uploads_, FILE_NAME, 0, 25000);
+  Add(uploads_, FILE_NAME, 0, 30000);
+  worker_.RunPass(100000);
+  EXPECT_THAT(Told(), ElementsAre(L"down C:\\a.txt"));
+}
+
+TEST_F(APass, ReportsAnUploadThatEndsMoreThanTenSecondsAfterTheDownloadAlthoughItBeganSooner) {
+  Add(downloads_, FILE_NAME, 1, 1000);
+  Add(downloads_, FILE_NAME, 1, 20000);
+  Add(uploads_, FILE_NAME, 0, 25000);
+  Add(uploads_, FILE_NAME, 0, 30001);
+  worker_.RunPass(100000);
+  EXPECT_THAT(Told(), ElementsAre(L"down C:\\a.txt", L"up C:\\a.txt"));
+}
+
+TEST_F(APass, RemembersADownloadAlsoWhenNobodyIsTold) {
+  callbacks_.activity = nullptr;
+  Add(downloads_, FILE_NAME, 1, 1000);
+  worker_.RunPass(61001);
+  callbacks_.activity = &OnActivity;
+  Add(uploads_, FILE_NAME, 0, 2000);
+  worker_.RunPass(62001);
+  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_EQ(sentEvents_.GetCacheCount(), 1U);
+  EXPECT_EQ(uploads_.GetCacheCount(), 0U);
+}
+
 TEST_F(APass, MatchesDownloadsWithIncomingAndUploadsWithOutgoingStreams) {
   system_.fileSizes = {{L"C:\\up", 1000}, {L"C:\\down", 1000}};
   AddStream(0x0A000001, 1, 1000);
@@ -392,6 +529,28 @@ TEST_F(APass, MatchesDownloadsWithIncomingAndUploadsWithOutgoingStreams) {
   ASSERT_EQ(host_.activity.size(), 2U);
   EXPECT_THAT(host_.activity[0].ports, ElementsAre(2));
   EXPECT_THAT(host_.activity[1].ports, ElementsAre(1));
+}
+
+TEST_F(APass, StillMatchesStreamsThatItThenPurges) {
+  system_.fileSizes = {{L"C:\\up", 1000}, {L"C:\\down", 1000}};
+  AddStream(0x0A000001, 1, 1000);
+  downloadStreams_.AddEvent(PROCESS_NAME, 0x0A000002, nullptr, IPV4, 2, 1500, 1000);
+  Add(downloads_, L"C:\\down", 1, 1500);
+  Add(uploads_, L"C:\\up", 0, 1500);
+  Add(cloudDrive_, L"C:\\cloud", 4, 1500);
+  system_.transcript.Clear();
+  worker_.RunPass(71501);
+  ASSERT_EQ(host_.activity.size(), 2U);
+  EXPECT_THAT(host_.activity[0].ports, ElementsAre(2));
+  EXPECT_THAT(host_.activity[1].ports, ElementsAre(1));
+  EXPECT_EQ(downloadStreams_.GetStreamCount(PROCESS_NAME), 0U);
+  EXPECT_EQ(streams_.GetStreamCount(PROCESS_NAME), 0U);
+  Lines last = Logs();
+  ASSERT_GE(last.size(), 3U);
+  last.erase(last.begin(), last.end() - 3);
+  EXPECT_THAT(last, ElementsAre(StartsWith("log 6 Detected PCD event use"),
+                                StartsWith("log 7 purged network event: download"),
+                                StartsWith("log 7 purged network event: upload")));
 }
 
 TEST_F(APass, PurgesTheStreamsOfDownloadsThenOfUploads) {
