@@ -2,6 +2,7 @@
 # Runs OstrelHost.exe with the library on the lab's stand-in drivers under Wine, plays a scenario to it (the default one, or
 # the file named as argument), shows each detection as it arrives, and compares them with what the scenario expects.
 set -euo pipefail
+[ $# -eq 0 ] || set -- "$(realpath -- "$1")"
 cd "$(dirname "$0")/.."
 source scripts/lib.sh
 

@@ -109,6 +109,8 @@ int RunCommandLine(const std::vector<std::string>& arguments) {
   app.name("OstrelLab");
   app.set_version_flag("--version", OSTREL_VERSION);
   app.require_subcommand(1);
+  // A path may begin with a slash.
+  app.allow_windows_style_options(false);
 
   CLI::App* const play =
       app.add_subcommand("play", "Wait for a host, play the scenario to it, wait until it is done");

@@ -114,6 +114,9 @@ typedef void (*PcdEventCallback)(const wchar_t* fileName, const wchar_t* process
  * beside the library, loads the minifilter, connects to it and starts the library's threads. Detection starts
  * off.
  *
+ * A minifilter that is loaded already is unloaded first, also when another process uses it. The first load on
+ * a machine logs "OpenService failed (1060)." at level 3: there is no network driver service to stop yet.
+ *
  * logCallback  Receives the log from now on, also from a load that fails; null for no log.
  * logLevel     Lines up to this level are logged: 3 errors, 6 and what is notable, 7 everything; 0 nothing.
  *
@@ -138,7 +141,9 @@ OSTREL_FUNCTION uint8_t LoadDriver(LogCallback logCallback, uint32_t logLevel);
 OSTREL_FUNCTION uint8_t UnloadDriver(void);
 
 /*
- * Switches the detection of uploads and downloads by named processes on. Needs the minifilter loaded.
+ * Switches the detection of uploads and downloads by named processes on. Needs the minifilter loaded. A file
+ * is reported once it has been quiet for 60 seconds, by a pass that runs every second; an upload only if at
+ * least 90 per cent of the file was read.
  *
  * callback           Receives the detections. It stays in use after detection is switched off.
  * userName           Account name of the monitored user, cut to 255 characters; for the network driver's
