@@ -12,6 +12,11 @@ using ostrel::Library;
 
 namespace {
 
+// Counts are signed everywhere: one beyond 2^31 is negative, and the list empty.
+ostrel::TextList List(const wchar_t** texts, std::uint32_t count) {
+  return {texts, static_cast<std::int32_t>(count)};
+}
+
 // Nothing may be thrown into a host, which need not even be C++. What throws here is out of memory, and is a
 // failure.
 template <typename Call>
@@ -36,7 +41,7 @@ std::uint8_t UnloadDriver() {
 std::uint8_t EnableActivityDetection(ActivityEventCallback callback, const wchar_t* userName,
                                      const wchar_t** processNames, std::int32_t processCount,
                                      const wchar_t** excludePaths, std::int32_t excludeCount,
-                                     std::uint8_t driverOption, std::uint8_t /*remoteAddressInfo*/,
+                                     std::uint8_t driverOption, std::uint8_t remoteAddressInfo,
                                      std::uint8_t tabTitles) {
   return Guarded([&] {
     return Library::Instance().EnableActivity({
@@ -45,6 +50,7 @@ std::uint8_t EnableActivityDetection(ActivityEventCallback callback, const wchar
         .processNames = {processNames, processCount},
         .excludePaths = {excludePaths, excludeCount},
         .driverOption = driverOption,
+        .remoteAddressInfo = remoteAddressInfo != 0,
         .tabTitles = tabTitles != 0,
     });
   });
@@ -72,11 +78,23 @@ std::uint8_t DisablePCDDetection() {
   return Guarded([] { return Library::Instance().DisablePcd(); });
 }
 
+void EnableRemoteAddressInfo(const wchar_t** processNames, std::uint32_t processCount) {
+  Guarded([&] {
+    Library::Instance().EnableRemoteAddressInfo(List(processNames, processCount));
+    return true;
+  });
+}
+
+void DisableRemoteAddressInfo() {
+  Guarded([] {
+    Library::Instance().DisableRemoteAddressInfo();
+    return true;
+  });
+}
+
 void UpdateProcesses(const wchar_t** processNames, std::uint32_t processCount, std::uint8_t driverOption) {
   Guarded([&] {
-    // Counts are signed everywhere: one beyond 2^31 is negative, and the list empty.
-    Library::Instance().UpdateProcesses({processNames, static_cast<std::int32_t>(processCount)},
-                                        driverOption);
+    Library::Instance().UpdateProcesses(List(processNames, processCount), driverOption);
     return true;
   });
 }

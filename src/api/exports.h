@@ -79,8 +79,8 @@ typedef void (*LogCallback)(const wchar_t* text, uint32_t level);
  * endTime         Time of the latest read or write.
  * fileEventType   0 upload, 1 download.
  * streamCount     Number of network streams that may have carried the file. One: the best match, or the only
- *                 one there is. More: none matched, and these are all the process has, largest first. Always
- *                 0 in this version, which does not read the network driver.
+ *                 one there is. More: none matched, and these are all the process has, largest first. 0
+ *                 while remote address info is off.
  * addresses       streamCount address texts.
  * ports           streamCount remote ports.
  * hostNames       streamCount host names, empty where the reverse look-up failed; always empty for IPv6.
@@ -156,15 +156,15 @@ OSTREL_FUNCTION uint8_t UnloadDriver(void);
  * least 90 per cent of the file was read.
  *
  * callback           Receives the detections. It stays in use after detection is switched off.
- * userName           Account name of the monitored user, cut to 255 characters; for the network driver's
- *                    filters.
+ * userName           Account name of the monitored user, cut to 255 characters: remote address info, when it
+ *                    is switched on later, looks at this user's network streams.
  * processNames       Image names such as chrome.exe; the case does not matter. The minifilter gets the first
  *                    64, each cut to 31 characters.
  * excludePaths       Directories to leave out, as a user writes them. They add up over all calls; the
  *                    minifilter gets the first 200, and is meant for paths below 300 characters.
  * driverOption       Handed to the minifilter unchanged.
- * remoteAddressInfo  Reserved for the network driver, which this version of the library does not connect to;
- *                    ignored.
+ * remoteAddressInfo  True calls EnableRemoteAddressInfo with the same processes before the minifilter is told.
+ *                    False leaves remote address info as it is.
  * tabTitles          False switches tab title capture off. True leaves it as it is.
  *
  * False: it is on already, and nothing is sent; or the minifilter's port cannot be opened, and it is on all
@@ -210,8 +210,32 @@ OSTREL_FUNCTION uint8_t EnablePCDDetection(PcdEventCallback callback, const wcha
 OSTREL_FUNCTION uint8_t DisablePCDDetection(void);
 
 /*
+ * Switches remote address info on: detections then name the network streams that may have carried the file.
+ * Starts the network driver's service, registers its callouts with the Windows Filtering Platform for good,
+ * opens a filtering session for the traffic of the user that EnableActivityDetection was given, and starts a
+ * thread that reads the driver's packet records.
+ *
+ * processNames  Image names, as for EnableActivityDetection.
+ *
+ * Every step runs whatever the one before it did; failures are only logged. The filtering session and, of each
+ * packet reader, the thread, its stop event and its 63 request events stay open until the process ends. Does
+ * nothing when it is on already.
+ *
+ * UnloadDriver stops service and reader and leaves remote address info on; the next LoadDriver starts the
+ * service again. For streams to be read again, switch it off and on.
+ */
+OSTREL_FUNCTION void EnableRemoteAddressInfo(const wchar_t** processNames, uint32_t processCount);
+
+/*
+ * Switches remote address info off, waiting at most 3 seconds for the packet reader, and forgets all network
+ * streams. Does nothing when it is off already.
+ */
+OSTREL_FUNCTION void DisableRemoteAddressInfo(void);
+
+/*
  * Sends the minifilter a new list of processes to watch for uploads and downloads, on or off as detection is,
- * and the ids of those of them that run at the moment. Call it also when a watched program has started.
+ * and the ids of those of them that run at the moment. Call it also when a watched program has started. While
+ * remote address info is on, the network driver gets the same list.
  */
 OSTREL_FUNCTION void UpdateProcesses(const wchar_t** processNames, uint32_t processCount,
                                      uint8_t driverOption);

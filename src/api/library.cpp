@@ -40,7 +40,8 @@ Library::Library()
       uploadStreams_(1),
       downloadStreams_(0),
       tabTitles_(uploads_, downloads_),
-      configuration_(callbacks_, tabTitles_),
+      remoteAddressInfo_(uploadStreams_, downloadStreams_),
+      configuration_(callbacks_, tabTitles_, remoteAddressInfo_),
       reporter_(callbacks_),
       worker_({uploads_, downloads_, cloudDrive_, uploadStreams_, downloadStreams_, sentEvents_}, reporter_),
       diskEventThread_(worker_),
@@ -55,7 +56,9 @@ bool Library::Load(LogSink logCallback, std::uint32_t logLevel) {
   SetLogSink(logCallback, static_cast<std::int32_t>(logLevel));
   configuration_.ForgetSwitches();
   cloudDrive_.DisableTabTitleCapture();
-  if (!InstallDrivers() || !LoadMinifilter() || !ConnectToMinifilter()) return false;
+  if (!InstallDrivers() || !LoadMinifilter()) return false;
+  remoteAddressInfo_.RestartServiceIfOn();
+  if (!ConnectToMinifilter()) return false;
   diskEventThread_.Start();
   started_ = true;
   Log(LOG_NOTABLE, L"LoadDriver was successful.");
@@ -112,7 +115,8 @@ bool Library::Unload() {
   started_ = false;
   const bool unloaded = UnloadMinifilter();
   diskEventThread_.Stop();
-  return unloaded;
+  const bool suspended = remoteAddressInfo_.Suspend();
+  return unloaded && suspended;
 }
 
 bool Library::UnloadMinifilter() {
@@ -150,6 +154,16 @@ bool Library::EnablePcd(const PcdRequest& request) {
 bool Library::DisablePcd() {
   const std::lock_guard lock(apiMutex_);
   return configuration_.DisablePcd();
+}
+
+void Library::EnableRemoteAddressInfo(const TextList& processNames) {
+  const std::lock_guard lock(apiMutex_);
+  configuration_.EnableRemoteAddressInfo(processNames);
+}
+
+void Library::DisableRemoteAddressInfo() {
+  const std::lock_guard lock(apiMutex_);
+  remoteAddressInfo_.Disable();
 }
 
 void Library::UpdateProcesses(const TextList& processNames, std::uint8_t driverOption) {

@@ -20,6 +20,7 @@
 #include "filter/notification_port.h"
 #include "log/log.h"
 #include "network/network_event_cache.h"
+#include "network/remote_address_info.h"
 
 namespace ostrel {
 
@@ -38,6 +39,8 @@ class Library {
   bool DisableActivity();
   bool EnablePcd(const PcdRequest& request);
   bool DisablePcd();
+  void EnableRemoteAddressInfo(const TextList& processNames);
+  void DisableRemoteAddressInfo();
   void UpdateProcesses(const TextList& processNames, std::uint8_t driverOption);
   void EnableTabTitles();
   void DisableTabTitles();
@@ -67,6 +70,7 @@ class Library {
 
   HostCallbacks callbacks_;
   TabTitleSwitch tabTitles_;
+  RemoteAddressInfo remoteAddressInfo_;
   DetectionConfiguration configuration_;
   FileEventReporter reporter_;
   DiskEventWorker worker_;

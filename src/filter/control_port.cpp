@@ -9,7 +9,7 @@
 
 namespace ostrel {
 
-bool SendToMinifilter(const DetectionMessage& message) {
+bool SendToDrivers(const DetectionMessage& message, RemoteAddressInfo& remoteAddressInfo) {
   HANDLE opened = nullptr;
   const HRESULT connected =
       FilterConnectCommunicationPort(CONTROL_PORT_NAME, 0, nullptr, 0, nullptr, &opened);
@@ -22,6 +22,8 @@ bool SendToMinifilter(const DetectionMessage& message) {
   const HRESULT sent = FilterSendMessage(port.Get(), const_cast<DetectionMessage*>(&message), sizeof(message),
                                          nullptr, 0, &returned);
   if (FAILED(sent)) Log(LOG_ERROR, L"Error getting message while updating kernel filter: HResult: %x", sent);
+  if (message.kind == static_cast<std::uint8_t>(DetectionKind::Activity))
+    remoteAddressInfo.SendProcessListIfOn(message);
   return true;
 }
 

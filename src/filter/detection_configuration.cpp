@@ -16,8 +16,9 @@ void LogEach(const wchar_t* format, const std::vector<std::wstring>& names) {
 
 }  // namespace
 
-DetectionConfiguration::DetectionConfiguration(HostCallbacks& callbacks, TabTitleSwitch& tabTitles)
-    : callbacks_(callbacks), tabTitles_(tabTitles) {}
+DetectionConfiguration::DetectionConfiguration(HostCallbacks& callbacks, TabTitleSwitch& tabTitles,
+                                               RemoteAddressInfo& remoteAddressInfo)
+    : callbacks_(callbacks), tabTitles_(tabTitles), remoteAddressInfo_(remoteAddressInfo) {}
 
 void DetectionConfiguration::ForgetSwitches() {
   pcdOn_ = false;
@@ -42,8 +43,9 @@ bool DetectionConfiguration::EnableActivity(const ActivityRequest& request) {
   const std::vector<std::wstring> names = request.processNames.Copy();
   LogEach(L"Monitoring process: %s", names);
   const auto message = builder_.Build(DetectionKind::Activity, {names, request.driverOption, true});
+  if (request.remoteAddressInfo) EnableRemoteAddressInfo(request.processNames);
   Log(LOG_NOTABLE, L"Enabled Application Activity Detection.");
-  return SendToMinifilter(*message);
+  return SendToDrivers(*message, remoteAddressInfo_);
 }
 
 bool DetectionConfiguration::DisableActivity() {
@@ -55,7 +57,7 @@ bool DetectionConfiguration::DisableActivity() {
   activityOn_ = false;
   const auto message = builder_.Build(DetectionKind::Activity, {});
   Log(LOG_NOTABLE, L"Disabled Application Activity Detection.");
-  return SendToMinifilter(*message);
+  return SendToDrivers(*message, remoteAddressInfo_);
 }
 
 bool DetectionConfiguration::EnablePcd(const PcdRequest& request) {
@@ -79,7 +81,7 @@ bool DetectionConfiguration::EnablePcd(const PcdRequest& request) {
   LogEach(L"Monitoring cloud process: %s", names);
   const auto message = builder_.Build(DetectionKind::CloudDrive, {names, 0, true});
   Log(LOG_NOTABLE, L"Enabled PCD Detection.");
-  return SendToMinifilter(*message);
+  return SendToDrivers(*message, remoteAddressInfo_);
 }
 
 bool DetectionConfiguration::DisablePcd() {
@@ -90,13 +92,17 @@ bool DetectionConfiguration::DisablePcd() {
   pcdOn_ = false;
   const auto message = builder_.Build(DetectionKind::CloudDrive, {});
   Log(LOG_NOTABLE, L"Disabled PCD detection.");
-  return SendToMinifilter(*message);
+  return SendToDrivers(*message, remoteAddressInfo_);
+}
+
+void DetectionConfiguration::EnableRemoteAddressInfo(const TextList& processNames) {
+  remoteAddressInfo_.Enable(userName_.data(), builder_, processNames, activityOn_);
 }
 
 void DetectionConfiguration::UpdateProcesses(const TextList& processNames, std::uint8_t driverOption) {
   const auto message =
       builder_.Build(DetectionKind::Activity, {processNames.Copy(), driverOption, activityOn_});
-  SendToMinifilter(*message);
+  SendToDrivers(*message, remoteAddressInfo_);
   Log(LOG_NOTABLE, L"Successfully updated processes to monitor.");
 }
 

@@ -7,6 +7,7 @@
 #include "cache/tab_title_switch.h"
 #include "detect/host_callbacks.h"
 #include "filter/detection_message_builder.h"
+#include "network/remote_address_info.h"
 #include "util/text.h"
 
 namespace ostrel {
@@ -19,6 +20,7 @@ struct ActivityRequest {
   TextList processNames;
   TextList excludePaths;
   std::uint8_t driverOption = 0;
+  bool remoteAddressInfo = false;
   bool tabTitles = false;
 };
 
@@ -36,7 +38,8 @@ struct PcdRequest {
 // Not synchronised: the caller serialises.
 class DetectionConfiguration {
  public:
-  DetectionConfiguration(HostCallbacks& callbacks, TabTitleSwitch& tabTitles);
+  DetectionConfiguration(HostCallbacks& callbacks, TabTitleSwitch& tabTitles,
+                         RemoteAddressInfo& remoteAddressInfo);
 
   // Without sending anything.
   void ForgetSwitches();
@@ -45,16 +48,18 @@ class DetectionConfiguration {
   bool DisableActivity();
   bool EnablePcd(const PcdRequest& request);
   bool DisablePcd();
+  void EnableRemoteAddressInfo(const TextList& processNames);
   void UpdateProcesses(const TextList& processNames, std::uint8_t driverOption);
 
  private:
   HostCallbacks& callbacks_;
   TabTitleSwitch& tabTitles_;
+  RemoteAddressInfo& remoteAddressInfo_;
   DetectionMessageBuilder builder_;
   bool activityOn_ = false;
   bool pcdOn_ = false;
-  std::array<wchar_t, 256>
-      userName_{};  // the monitored user's account name, kept for the network driver's filters
+  // The monitored user's account name. Never cleared.
+  std::array<wchar_t, 256> userName_{};
 };
 
 }  // namespace ostrel
