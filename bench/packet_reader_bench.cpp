@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <functional>
 #include <stdexcept>
 #include <string>
@@ -28,13 +29,14 @@ using ostrel::bench::LabNetworkDriver;
 using ostrel::bench::ThrowLastError;
 
 constexpr std::uint32_t REQUESTS = MAXIMUM_WAIT_OBJECTS - 1;
-constexpr std::uint32_t STREAMS = 100;
-constexpr int PAIRS = 15;
-constexpr DWORD WARM_UP_MILLISECONDS = 100;
-constexpr DWORD ROUND_MILLISECONDS = 1000;
+constexpr std::uint32_t STREAMS = 20;
+constexpr int PAIRS = 61;
+constexpr DWORD ROUND_MILLISECONDS = 250;
+// A round on a busy machine goes on until it has so many.
+constexpr std::uint64_t LEAST_RECORDS = 200;
 constexpr DWORD PATIENCE_MILLISECONDS = 10000;
 
-// Reads until the event is signalled. True when every record that it had from the driver was dealt with.
+// Reads until the event is signalled. True when it dealt with the records of every stream.
 using Contender = std::function<bool(HANDLE device, HANDLE stop)>;
 
 bool ReadWithLibrary(HANDLE device, HANDLE stop) {
@@ -139,24 +141,43 @@ double MicrosecondsNow() {
   return static_cast<double>(now.QuadPart) * 1e6 / static_cast<double>(frequency.QuadPart);
 }
 
+// Waits until the driver has completed `count` requests and returns how many it has.
+std::uint64_t WaitForCompleted(LabNetworkDriver& driver, std::uint64_t count) {
+  const std::uint64_t deadline = GetTickCount64() + PATIENCE_MILLISECONDS;
+  for (;;) {
+    const std::uint64_t completed = driver.Status().completed;
+    if (completed >= count) return completed;
+    if (GetTickCount64() > deadline) throw std::runtime_error("the reader came to a halt");
+    Sleep(10);
+  }
+}
+
 double MicrosecondsPerRecord(LabNetworkDriver& driver, const Contender& contender) {
   const EnabledDevice device;
   ReadingThread thread(contender, device.Get());
   WaitUntilAllRequestsPend(driver);
+  const std::uint64_t before = driver.Status().completed;
   driver.Flood(EndlessFlood());
-  Sleep(WARM_UP_MILLISECONDS);
-  const std::uint64_t completedBefore = driver.Status().completed;
+  // Every stream is known by then, and every buffer touched.
+  const std::uint64_t atStart = WaitForCompleted(driver, before + LEAST_RECORDS);
   const double start = MicrosecondsNow();
   Sleep(ROUND_MILLISECONDS);
-  const std::uint64_t completed = driver.Status().completed - completedBefore;
+  const std::uint64_t atEnd = WaitForCompleted(driver, atStart + LEAST_RECORDS);
   const double time = MicrosecondsNow() - start;
-  if (!thread.Stop() || completed < STREAMS) throw std::runtime_error("records were lost");
-  return time / static_cast<double>(completed);
+  if (!thread.Stop()) throw std::runtime_error("the reader did not deal with what it had read");
+  return time / static_cast<double>(atEnd - atStart);
 }
 
-double Median(std::vector<double> values) {
+// The value below which that part of the values lies.
+double Quantile(std::vector<double> values, double part) {
   std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
+  return values[static_cast<std::size_t>(part * static_cast<double>(values.size() - 1))];
+}
+
+void PrintLine(const char* name, const std::vector<double>& values, const char* unit) {
+  std::printf("%-8s median %.3f%s, fastest %.3f%s, half of the rounds from %.3f to %.3f%s\n", name,
+              Quantile(values, 0.5), unit, Quantile(values, 0), unit, Quantile(values, 0.25),
+              Quantile(values, 0.75), unit);
 }
 
 void Compare(LabNetworkDriver& driver) {
@@ -170,11 +191,10 @@ void Compare(LabNetworkDriver& driver) {
     if (pair % 2 == 1) library.push_back(MicrosecondsPerRecord(driver, ReadWithLibrary));
     ratios.push_back(library.back() / bare.back());
   }
-  const auto [least, most] = std::minmax_element(ratios.begin(), ratios.end());
-  std::printf(
-      "{\"benchmark\": \"packet reader beside a bare loop\", \"pairs\": %d, \"libraryMicroseconds\": %.1f, "
-      "\"bareMicroseconds\": %.1f, \"leastRatio\": %.3f, \"mostRatio\": %.3f, \"ratio\": %.3f}\n",
-      PAIRS, Median(library), Median(bare), *least, *most, Median(ratios));
+  std::printf("Packet reader beside a bare loop, time per record in %d pairs of rounds\n", PAIRS);
+  PrintLine("library", library, " us");
+  PrintLine("bare", bare, " us");
+  PrintLine("ratio", ratios, "");
 }
 
 }  // namespace
@@ -185,7 +205,7 @@ int wmain(int argumentCount, wchar_t** arguments) {
     return 2;
   }
   try {
-    LabNetworkDriver driver(arguments[1]);
+    LabNetworkDriver driver(std::filesystem::absolute(arguments[1]));
     Compare(driver);
     return 0;
   } catch (const std::exception& error) {
