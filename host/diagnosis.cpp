@@ -123,6 +123,7 @@ const Rule REMOTE_ADDRESS_INFO_ON_RULES[] = {
 const char* const NETWORK_DRIVER_RUNS_ADVICE =
     "The network driver may still run: \"sc stop OstrelNWFilter\" stops it.";
 
+// A device that could not be closed is not among them: it was never opened, as switching on has said.
 const Rule REMOTE_ADDRESS_INFO_OFF_RULES[] = {
     {"OpenSCManager failed (", 10, ExitCode::RemoteAddressInfoFailed,
      "The service manager could not be opened for the network driver.", NETWORK_DRIVER_RUNS_ADVICE},
@@ -132,8 +133,6 @@ const Rule REMOTE_ADDRESS_INFO_OFF_RULES[] = {
      "The network driver's service could not be queried.", NETWORK_DRIVER_RUNS_ADVICE},
     {"GetNWPacketInfo thread never ended.", NO_CODE, ExitCode::RemoteAddressInfoFailed,
      "The thread that reads the network driver's records did not end.", NETWORK_DRIVER_RUNS_ADVICE},
-    {"Could not close handle to NW driver. Code: ", 10, ExitCode::RemoteAddressInfoFailed,
-     "The network driver's device could not be closed.", NETWORK_DRIVER_RUNS_ADVICE},
 };
 
 // Errors that say more than the step at which they came.

@@ -262,14 +262,18 @@ TEST(DiagnoseRemoteAddressInfoTest, ALineEndInTheLibrarysLineIsNotQuoted) {
 }
 
 TEST(DiagnoseRemoteAddressInfoTest, EveryStepOfSwitchingOffIsExplainedWithItsLine) {
-  for (const char* line :
-       {"OpenSCManager failed (1115).", "OpenService failed (1060).", "QueryServiceStatusEx failed. 6",
-        "GetNWPacketInfo thread never ended.", "Could not close handle to NW driver. Code: 6"}) {
+  for (const char* line : {"OpenSCManager failed (1115).", "OpenService failed (1060).",
+                           "QueryServiceStatusEx failed. 6", "GetNWPacketInfo thread never ended."}) {
     const Diagnosis diagnosis = Required(DiagnoseRemoteAddressInfoOff({true, Prefixed({line})}));
     EXPECT_EQ(diagnosis.exitCode, ExitCode::RemoteAddressInfoFailed) << line;
     EXPECT_THAT(diagnosis.message,
                 AllOf(HasSubstr("(" + std::string(line) + ") "), HasSubstr("sc stop OstrelNWFilter")));
   }
+}
+
+TEST(DiagnoseRemoteAddressInfoTest, ADeviceThatWasNeverOpenedNeedNotClose) {
+  EXPECT_FALSE(
+      DiagnoseRemoteAddressInfoOff({true, Prefixed({"Could not close handle to NW driver. Code: 6"})}));
 }
 
 TEST(MinifilterIsGoneTest, TheDriversNoticeAndAClosedPortSaySo) {
