@@ -175,7 +175,7 @@ double Quantile(std::vector<double> values, double part) {
 }
 
 void PrintLine(const char* name, const std::vector<double>& values, const char* unit) {
-  std::printf("%-8s median %.3f%s, fastest %.3f%s, half of the rounds from %.3f to %.3f%s\n", name,
+  std::printf("%-8s median %.3f%s, least %.3f%s, half of the rounds from %.3f to %.3f%s\n", name,
               Quantile(values, 0.5), unit, Quantile(values, 0), unit, Quantile(values, 0.25),
               Quantile(values, 0.75), unit);
 }
