@@ -41,6 +41,8 @@ const char* const FOOTER =
     "    OstrelHost.exe --watch chrome.exe,firefox.exe --exclude C:\\Windows\n"
     "  Detections into one file, the whole log into another, for ten minutes:\n"
     "    OstrelHost.exe --watch chrome.exe --log-level 7 --log-file host.log --for 600 > found.jsonl\n"
+    "  Also which of anna's connections may have carried the files:\n"
+    "    OstrelHost.exe --watch chrome.exe --user anna --remote-address-info\n"
     "  What a cloud client does in its folder:\n"
     "    OstrelHost.exe --cloud-process client.exe --cloud-path C:\\Users\\me\\Cloud\n"
     "\n"
@@ -54,7 +56,8 @@ const char* const FOOTER =
     "  6  the minifilter, or a thread of the library, could not be started\n"
     "  7  the minifilter refused the connection or the configuration, or went away\n"
     "  8  the minifilter could not be unloaded\n"
-    "  9  stdout or the log file cannot be written\n";
+    "  9  stdout or the log file cannot be written\n"
+    "  10 remote address info could not be switched on or off\n";
 
 // Shows an option's value, and not what else it needs: an error says that in time.
 class PlainFormatter : public CLI::Formatter {
@@ -71,6 +74,7 @@ struct Utf8Options {
   std::vector<std::string> cloudPaths;
   std::vector<std::string> excludedCloudPaths;
   std::string userName;
+  bool remoteAddressInfo = false;
   unsigned driverOption = 0;
   bool tabTitles = false;
   bool noTabTitles = false;
@@ -85,6 +89,10 @@ std::string CheckImageName(std::string& name) {
   if (name.empty()) return "an image name is empty";
   if (name.find_first_of("\\/:") == std::string::npos) return {};
   return "\"" + name + "\" is a path; give the image name alone, such as chrome.exe";
+}
+
+std::string CheckUserName(std::string& name) {
+  return name.empty() ? "an account name is empty" : "";
 }
 
 std::string CheckPath(std::string& path) {
@@ -118,11 +126,18 @@ void AddActivityOptions(CLI::App& app, Utf8Options& options) {
   AddList(app, "--exclude", options.excludedPaths, "FOLDER",
           "Leave out what lies in this folder; may be given again", CheckPath)
       ->needs(watch);
-  app.add_option(
-         "--user", options.userName,
-         "Account name of the monitored user, for the network driver;\nthis version does not use it yet")
-      ->type_name("NAME")
-      ->needs(watch);
+  CLI::Option* const user = app.add_option("--user", options.userName,
+                                           "Account name of the user whose connections\n"
+                                           "--remote-address-info looks at")
+                                ->type_name("NAME")
+                                ->transform(CLI::Validator(CheckUserName, ""))
+                                ->needs(watch);
+  app.add_flag("--remote-address-info", options.remoteAddressInfo,
+               "Report which connections may have carried a file. Needs\n"
+               "--user and Windows' Base Filtering Engine; runs the network\n"
+               "driver's service until the end, and registers persistent\n"
+               "callouts with Windows, which stay")
+      ->needs(user);
   app.add_option("--driver-option", options.driverOption, "Byte handed to the minifilter unchanged [0]")
       ->type_name("0..255")
       ->check(CLI::Range(0U, 255U).description(""))
@@ -194,6 +209,7 @@ Options Converted(const Utf8Options& options) {
       .cloudPaths = ToUtf16(options.cloudPaths),
       .excludedCloudPaths = ToUtf16(options.excludedCloudPaths),
       .userName = host::ToUtf16(options.userName),
+      .remoteAddressInfo = options.remoteAddressInfo,
       .driverOption = static_cast<std::uint8_t>(options.driverOption),
       .tabTitles = !options.noTabTitles,
       .logLevel = options.logLevel,

@@ -18,6 +18,7 @@ struct Options {
   std::vector<std::wstring> cloudPaths;
   std::vector<std::wstring> excludedCloudPaths;
   std::wstring userName;
+  bool remoteAddressInfo = false;
   std::uint8_t driverOption = 0;
   bool tabTitles = true;
   std::uint32_t logLevel = LEVEL_NOTABLE;

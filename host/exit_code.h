@@ -15,6 +15,7 @@ enum class ExitCode : int {
   PortRefused = 7,
   UnloadFailed = 8,
   OutputFailed = 9,
+  RemoteAddressInfoFailed = 10,
 };
 
 }  // namespace ostrel::host
