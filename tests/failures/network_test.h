@@ -44,16 +44,16 @@ class NetworkTest : public LibraryTest {
   ScriptedNetwork network_{library_.Module(), system_};
 };
 
-inline const Lines SERVICE_STOPPED = {"OpenSCManagerW(null, null, 0xf003f)",
-                                      "OpenServiceW(manager, OstrelNWFilter, 0xf01ff)",
-                                      "QueryServiceStatusEx(service, 0, 36)",
-                                      "ControlService(service, 1)",
-                                      "CloseServiceHandle(service)",
-                                      "CloseServiceHandle(manager)",
-                                      "log 6 Stopped nw filter driver successfully."};
+inline const Lines STOPPING_THE_SERVICE = {"OpenSCManagerW(null, null, 0xf003f)",
+                                           "OpenServiceW(manager, OstrelNWFilter, 0xf01ff)",
+                                           "QueryServiceStatusEx(service, 0, 36)",
+                                           "ControlService(service, 1)",
+                                           "CloseServiceHandle(service)",
+                                           "CloseServiceHandle(manager)",
+                                           "log 6 Stopped nw filter driver successfully."};
 
-inline const Lines SERVICE_STARTED =
-    SERVICE_STOPPED +
+inline const Lines STARTING_THE_SERVICE =
+    STOPPING_THE_SERVICE +
     Lines{"OpenSCManagerW(null, null, 0xf003f)", "OpenServiceW(manager, OstrelNWFilter, 0xf01ff)",
           "StartServiceW(service, 0, null)",     "CloseServiceHandle(service)",
           "CloseServiceHandle(manager)",         "log 6 Started nw filter driver successfully."};
@@ -61,12 +61,12 @@ inline const Lines SERVICE_STARTED =
 inline const std::string SEND_LIST =
     "DeviceIoControl(device, 0x222008, 138176 bytes, null of 0, returned, synchronous)";
 
-inline const Lines READER_STOPPED = {"SetEvent(event)",
-                                     "WaitForSingleObject(thread, 3000)",
-                                     "log 7 GetNWPacketInfo thread ended",
-                                     "CloseHandle(device)",
-                                     "log 7 Closed handle to NW driver.",
-                                     "log 6 Disconnected from NW driver successfully."};
+inline const Lines STOPPING_THE_READER = {"SetEvent(event)",
+                                          "WaitForSingleObject(thread, 3000)",
+                                          "log 7 GetNWPacketInfo thread ended",
+                                          "CloseHandle(device)",
+                                          "log 7 Closed handle to NW driver.",
+                                          "log 6 Disconnected from NW driver successfully."};
 
 }  // namespace ostrel::test
 

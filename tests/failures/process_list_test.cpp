@@ -39,8 +39,8 @@ TEST_F(ForwardingTheProcessList, GivesTheNetworkDriverTheMinifiltersMessageWhile
   library_.UpdateProcesses(names_, 2, 5);
   EXPECT_THAT(Sending(),
               ElementsAre(OPEN, SEND, SEND_LIST,
-                          "log 6 Sent proc names to nw filter. Existing proc count: 1 ProcName Count: 2", CLOSE,
-                          "log 6 Successfully updated processes to monitor."));
+                          "log 6 Sent proc names to nw filter. Existing proc count: 1 ProcName Count: 2",
+                          CLOSE, "log 6 Successfully updated processes to monitor."));
   ASSERT_EQ(Forwarded(), 1U);
   ExpectLastIsTheMinifilters();
   EXPECT_EQ(network_.ProcessLists().back().at(138172), 5);
@@ -48,7 +48,8 @@ TEST_F(ForwardingTheProcessList, GivesTheNetworkDriverTheMinifiltersMessageWhile
 
 TEST_F(ForwardingTheProcessList, TellsWithTheCountsOfTheMessage) {
   ASSERT_NO_FATAL_FAILURE(SwitchOn());
-  for (std::uint32_t id = 100; id < 700; ++id) system_.processes.push_back({id, L"firefox.exe", L"firefox.exe"});
+  for (std::uint32_t id = 100; id < 700; ++id)
+    system_.processes.push_back({id, L"firefox.exe", L"firefox.exe"});
   std::vector<const wchar_t*> names(70, L"firefox.exe");
   library_.UpdateProcesses(names.data(), 70, 0);
   EXPECT_THAT(system_.transcript.StartingWith("log 6 Sent"),

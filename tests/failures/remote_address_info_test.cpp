@@ -49,7 +49,8 @@ const Lines CALLOUTS_ADDED = {
 
 const Lines CALLOUTS_ADDED_V6 = {
     "log 7 Opening filtering engine V6.",
-    "FwpmEngineOpen0(null, 10, null, 'Monitor Sample Non-Dynamic Session V6', 'For Adding callouts V6', flags "
+    "FwpmEngineOpen0(null, 10, null, 'Monitor Sample Non-Dynamic Session V6', 'For Adding callouts V6', "
+    "flags "
     "0x0)",
     "FwpmTransactionBegin0(Monitor Sample Non-Dynamic Session V6, 0)",
     "FwpmCalloutAdd0(Monitor Sample Non-Dynamic Session V6, {30d7c71e-d02d-4f3e-86bd-116b09d6fd38}, "
@@ -62,7 +63,8 @@ const Lines CALLOUTS_ADDED_V6 = {
     "FwpmEngineClose0(Monitor Sample Non-Dynamic Session V6)"};
 
 const Lines SESSION_OPENED = {
-    "FwpmEngineOpen0(null, 10, null, 'Monitor Sample Session', 'Monitors traffic at the Stream layer.', flags "
+    "FwpmEngineOpen0(null, 10, null, 'Monitor Sample Session', 'Monitors traffic at the Stream layer.', "
+    "flags "
     "0x1)"};
 
 const Lines DEVICE_OPENED = {
@@ -78,7 +80,8 @@ const Lines FILTERS_ADDED = {
         ", 'Monitor Sample Sub layer', 'Monitor Sample Sub layer', flags 0x0, weight 0, null)",
     "BuildExplicitAccessWithNameW('ann', permissions 0x1, mode 1, inheritance 0)",
     "BuildSecurityDescriptorW(null, null, 1 for name 'ann' with 0x1, 0, null, null)",
-    "FwpmFilterAdd0(Monitor Sample Session, 'Flow established filter.', 'Sets up flow for traffic that we are "
+    "FwpmFilterAdd0(Monitor Sample Session, 'Flow established filter.', 'Sets up flow for traffic that we "
+    "are "
     "interested in.', flags 0x0, layer {af80470a-5596-4c13-9992-539e6fe57967}, sub-layer " +
         SUB_LAYER +
         ", weight type 0, action 0x6004 {3aaccbc0-2c29-455f-bb91-0e801c8994a4}, condition "
@@ -102,16 +105,17 @@ const std::string TELL_TO_MONITOR =
     "DeviceIoControl(device, 0x120004, 01 00 00 00 00 00 00 00, null of 0, returned, synchronous)";
 const Lines MONITORING = {TELL_TO_MONITOR, "log 6 Ostrel NW monitoring enabled."};
 
-const Lines READER_STARTED = {"CreateEventW(manual reset, not set, null)",
-                              "CreateThread(null, stack 0, flags 0)", STARTED};
+const Lines STARTING_THE_READER = {"CreateEventW(manual reset, not set, null)",
+                                   "CreateThread(null, stack 0, flags 0)", STARTED};
 
-const Lines EVERYTHING = Lines{TURNING_ON} + SERVICE_STARTED + PROCESSES_FOUND + CALLOUTS_ADDED +
+const Lines EVERYTHING = Lines{TURNING_ON} + STARTING_THE_SERVICE + PROCESSES_FOUND + CALLOUTS_ADDED +
                          CALLOUTS_ADDED_V6 + SESSION_OPENED + DEVICE_OPENED + FILTERS_ADDED +
-                         FILTERS_REFUSED_V6 + MONITORING + READER_STARTED +
-                         Lines{CONNECTED, SEND_LIST, SENT};
+                         FILTERS_REFUSED_V6 + MONITORING + STARTING_THE_READER +
+                         Lines({CONNECTED, SEND_LIST, SENT});
 
 std::uint32_t Number(const std::vector<std::uint8_t>& bytes, std::size_t offset) {
-  return static_cast<std::uint32_t>(bytes.at(offset) | bytes.at(offset + 1) << 8 | bytes.at(offset + 2) << 16) |
+  return static_cast<std::uint32_t>(bytes.at(offset) | bytes.at(offset + 1) << 8 |
+                                    bytes.at(offset + 2) << 16) |
          static_cast<std::uint32_t>(bytes.at(offset + 3)) << 24;
 }
 
@@ -193,10 +197,10 @@ TEST_F(RemoteAddressInfo, CannotResolveAUserThatWasNeverNamed) {
   ASSERT_NO_FATAL_FAILURE(TakeTheLogOnly());
   EnableRemote();
   EXPECT_THAT(Calls(), Contains("BuildExplicitAccessWithNameW('', permissions 0x1, mode 1, inheritance 0)"));
-  EXPECT_THAT(LogsAfter("log 3 Couldn't resolve user. 1332\n"),
-              ElementsAre("log 3 Couldn't resolve user. 1332\n",
-                          "log 6 Successfully configured NW monitoring.",
-                          "log 6 Ostrel NW monitoring enabled.", STARTED, CONNECTED, SENT));
+  EXPECT_THAT(
+      LogsAfter("log 3 Couldn't resolve user. 1332\n"),
+      ElementsAre("log 3 Couldn't resolve user. 1332\n", "log 6 Successfully configured NW monitoring.",
+                  "log 6 Ostrel NW monitoring enabled.", STARTED, CONNECTED, SENT));
 }
 
 TEST_F(RemoteAddressInfo, IsSwitchedOffInOrder) {
@@ -205,7 +209,7 @@ TEST_F(RemoteAddressInfo, IsSwitchedOffInOrder) {
   ASSERT_TRUE(WaitUntilReading());
   Forget();
   library_.DisableRemoteAddressInfo();
-  EXPECT_EQ(Calls(), Lines{TURNING_OFF} + SERVICE_STOPPED + READER_STOPPED);
+  EXPECT_EQ(Calls(), Lines{TURNING_OFF} + STOPPING_THE_SERVICE + STOPPING_THE_READER);
 }
 
 // The session keeps the filters in force; thread and events may still be used by a reader that is late.
@@ -232,13 +236,15 @@ TEST_F(RemoteAddressInfo, SwitchedOnAgainFindsItsCalloutsAndOpensASecondSession)
     added.resize(4);
     std::string session = added[2].substr(std::string("FwpmTransactionBegin0(").size());
     session.resize(session.size() - std::string(", 0)").size());
-    return added + Lines{line, "FwpmTransactionAbort0(" + session + ")", "FwpmEngineClose0(" + session + ")"};
+    return added +
+           Lines({line, "FwpmTransactionAbort0(" + session + ")", "FwpmEngineClose0(" + session + ")"});
   };
-  EXPECT_EQ(Calls(), Lines{TURNING_ON} + SERVICE_STARTED + PROCESSES_FOUND +
+  EXPECT_EQ(Calls(), Lines{TURNING_ON} + STARTING_THE_SERVICE + PROCESSES_FOUND +
                          exist(CALLOUTS_ADDED, "log 6 Callouts already exist. This is OK.") +
                          exist(CALLOUTS_ADDED_V6, "log 6 V6 Callouts already exist. This is OK.") +
-                         SESSION_OPENED + DEVICE_OPENED + Lines{BEGIN, FILTERS_ADDED[1], ABORT} +
-                         FILTERS_REFUSED_V6 + MONITORING + READER_STARTED + Lines{CONNECTED, SEND_LIST, SENT});
+                         SESSION_OPENED + DEVICE_OPENED + Lines({BEGIN, FILTERS_ADDED[1], ABORT}) +
+                         FILTERS_REFUSED_V6 + MONITORING + STARTING_THE_READER +
+                         Lines({CONNECTED, SEND_LIST, SENT}));
 }
 
 TEST_F(RemoteAddressInfo, ReadsRecordsAgainAfterItWasSwitchedOffAndOn) {
@@ -249,8 +255,9 @@ TEST_F(RemoteAddressInfo, ReadsRecordsAgainAfterItWasSwitchedOffAndOn) {
   EnableRemote();
   ASSERT_TRUE(WaitUntilReading(2));
   network_.Complete(62, Packet());
-  EXPECT_TRUE(system_.transcript.WaitFor("log 7 added network event: upload "
-                                         "\\Device\\HarddiskVolume3\\chrome.exe: 16777343:443 1000"));
+  EXPECT_TRUE(
+      system_.transcript.WaitFor("log 7 added network event: upload "
+                                 "\\Device\\HarddiskVolume3\\chrome.exe: 16777343:443 1000"));
 }
 
 TEST_F(RemoteAddressInfo, SwitchedOffForgetsTheStreamsOfBothDirections) {
@@ -339,64 +346,91 @@ const std::string OPENING_V6 = "log 7 Opening filtering engine V6.";
 const std::string SERVICE_IS_STOPPED = "log 6 Stopped nw filter driver successfully.";
 const std::string NOT_SENT = "log 6 Failed to send proc names to nw filter: 6";
 const Lines REST_AFTER_FILTERS = {ENABLED, STARTED, CONNECTED, SENT};
-const Lines REST_AFTER_PROCESSES = Lines{ADDED_PROCESS, OPENING, OPENING_V6, CONFIGURED} + REST_AFTER_FILTERS;
+const Lines REST_AFTER_PROCESSES =
+    Lines({ADDED_PROCESS, OPENING, OPENING_V6, CONFIGURED}) + REST_AFTER_FILTERS;
 
 const FailingStep FAILING_STEPS[] = {
     {"TheManager", "OpenSCManagerW", 5, 0,
-     Lines{"log 3 OpenSCManager failed (5).", "log 3 OpenSCManager failed (5)."} + REST_AFTER_PROCESSES},
+     Lines({"log 3 OpenSCManager failed (5).", "log 3 OpenSCManager failed (5)."}) + REST_AFTER_PROCESSES},
     {"TheService", "OpenServiceW", 1060, 0,
-     Lines{"log 3 OpenService failed (1060).", "log 3 OpenService failed (1060)."} + REST_AFTER_PROCESSES},
+     Lines({"log 3 OpenService failed (1060).", "log 3 OpenService failed (1060)."}) + REST_AFTER_PROCESSES},
     {"StartingTheService", "StartServiceW", 1058, 0,
-     Lines{SERVICE_IS_STOPPED, "log 3 StartService failed (1058)."} + REST_AFTER_PROCESSES},
+     Lines({SERVICE_IS_STOPPED, "log 3 StartService failed (1058)."}) + REST_AFTER_PROCESSES},
     {"TheListOfProcesses", "CreateToolhelp32Snapshot", 8, 0,
-     Lines{SERVICE_IS_STOPPED, "log 6 Started nw filter driver successfully.",
-           "log 3 Could not create process snapshot. 8", OPENING, OPENING_V6, CONFIGURED, ENABLED, STARTED,
-           CONNECTED,
-           "log 6 Sent proc names to nw filter. Existing proc count: 0 ProcName Count: 2"}},
-    {"EveryEngine", "FwpmEngineOpen0", 1753, 0,
+     Lines({SERVICE_IS_STOPPED, "log 6 Started nw filter driver successfully.",
+            "log 3 Could not create process snapshot. 8", OPENING, OPENING_V6, CONFIGURED, ENABLED, STARTED,
+            CONNECTED, "log 6 Sent proc names to nw filter. Existing proc count: 0 ProcName Count: 2"})},
+    {"EveryEngine",
+     "FwpmEngineOpen0",
+     1753,
+     0,
      {OPENING, "log 3 Could not open filtering engine. 1753", OPENING_V6,
-      "log 3 Could not open filtering engine V6. 1753", "log 3 Could not open filtering engine. 1753", STARTED,
-      CONNECTED, NOT_SENT}},
+      "log 3 Could not open filtering engine V6. 1753", "log 3 Could not open filtering engine. 1753",
+      STARTED, CONNECTED, NOT_SENT}},
     {"TheFirstEngine", "FwpmEngineOpen0", 1753, 1,
-     Lines{OPENING, "log 3 Could not open filtering engine. 1753", OPENING_V6, CONFIGURED} +
+     Lines({OPENING, "log 3 Could not open filtering engine. 1753", OPENING_V6, CONFIGURED}) +
          REST_AFTER_FILTERS},
     {"TheSecondEngine", "FwpmEngineOpen0", 1753, 2,
-     Lines{OPENING_V6, "log 3 Could not open filtering engine V6. 1753", CONFIGURED} + REST_AFTER_FILTERS},
-    {"EveryTransaction", "FwpmTransactionBegin0", 31, 0,
+     Lines({OPENING_V6, "log 3 Could not open filtering engine V6. 1753", CONFIGURED}) + REST_AFTER_FILTERS},
+    {"EveryTransaction",
+     "FwpmTransactionBegin0",
+     31,
+     0,
      {OPENING, "log 3 Could not start transaction for adding callouts. 31", OPENING_V6,
       "log 3 Could not start transaction for adding V6 callouts. 31",
       "log 3 Could not add filters. -2144206835", STARTED, CONNECTED, SENT}},
-    {"TheTransactionOfTheSecondFilters", "FwpmTransactionBegin0", 31, 4,
+    {"TheTransactionOfTheSecondFilters",
+     "FwpmTransactionBegin0",
+     31,
+     4,
      {CONFIGURED, "log 3 Could not add V6 filters. -2144206835", STARTED, CONNECTED, SENT}},
     {"EveryCallout", "FwpmCalloutAdd0", 31, 0,
-     Lines{OPENING, "log 3 Could not add persistent flow callout. 31", OPENING_V6,
-           "log 3 Could not add persistent flow callout V6. 31", CONFIGURED} +
+     Lines({OPENING, "log 3 Could not add persistent flow callout. 31", OPENING_V6,
+            "log 3 Could not add persistent flow callout V6. 31", CONFIGURED}) +
          REST_AFTER_FILTERS},
-    {"EveryCommit", "FwpmTransactionCommit0", 31, 0,
+    {"EveryCommit",
+     "FwpmTransactionCommit0",
+     31,
+     0,
      {OPENING, "log 3 Could not commit transaction. 31", OPENING_V6,
       "log 3 Could not commit V6 transaction. 31", "log 3 Could not add filters. 31", STARTED, CONNECTED,
       SENT}},
-    {"EveryAbort", "FwpmTransactionAbort0", 31, 0,
+    {"EveryAbort",
+     "FwpmTransactionAbort0",
+     31,
+     0,
      {CONFIGURED, "log 3 Could not add V6 filters. 31", STARTED, CONNECTED, SENT}},
     {"TheSubLayer", "FwpmSubLayerAdd0", 31, 0, REST_AFTER_FILTERS},
     {"EveryFilter", "FwpmFilterAdd0", 31, 0, REST_AFTER_FILTERS},
     {"TheUser", "BuildSecurityDescriptorW", 1332, 1,
-     Lines{"log 3 Couldn't resolve user. 1332\n", CONFIGURED} + REST_AFTER_FILTERS},
-    {"TheDevice", "CreateFileW", 2, 0,
-     {"log 3 Could not open monitoring. 2", STARTED, CONNECTED, NOT_SENT}},
-    {"TheDeviceWithoutACode", "CreateFileW", 0, 0,
+     Lines({"log 3 Couldn't resolve user. 1332\n", CONFIGURED}) + REST_AFTER_FILTERS},
+    {"TheDevice", "CreateFileW", 2, 0, {"log 3 Could not open monitoring. 2", STARTED, CONNECTED, NOT_SENT}},
+    {"TheDeviceWithoutACode",
+     "CreateFileW",
+     0,
+     0,
      {CONFIGURED, "log 3 Could not enable monitoring. 6", STARTED, CONNECTED, NOT_SENT}},
-    {"Monitoring", TELL_TO_MONITOR, 50, 0,
+    {"Monitoring",
+     TELL_TO_MONITOR,
+     50,
+     0,
      {"log 3 Could not enable monitoring. 50", STARTED, CONNECTED, SENT}},
     {"MonitoringWithoutACode", TELL_TO_MONITOR, 0, 0, REST_AFTER_FILTERS},
-    {"TheReadersStopEvent", "CreateEventW", 1450, 0,
+    {"TheReadersStopEvent",
+     "CreateEventW",
+     1450,
+     0,
      {"log 3 Could not start receive notification thread. Code: 1450", CONNECTED, SENT}},
-    {"TheReadersThread", "CreateThread", 8, 0,
+    {"TheReadersThread",
+     "CreateThread",
+     8,
+     0,
      {"log 3 Could not start receive notification thread. Code: 8", CONNECTED, SENT}},
     {"SendingTheList", SEND_LIST, 1117, 0, {"log 6 Failed to send proc names to nw filter: 1117"}},
 };
 
-class RemoteAddressInfoWithout : public RemoteAddressInfo, public ::testing::WithParamInterface<FailingStep> {};
+class RemoteAddressInfoWithout : public RemoteAddressInfo,
+                                 public ::testing::WithParamInterface<FailingStep> {};
 
 TEST_P(RemoteAddressInfoWithout, TakesTheStepsThatFollowAndIsOn) {
   ASSERT_NO_FATAL_FAILURE(Prepare());
@@ -445,15 +479,14 @@ TEST_F(RemoteAddressInfo, SwitchedOffSaysThatThereIsNoDeviceToClose) {
 TEST_F(RemoteAddressInfo, IsSwitchedOnByActivityDetectionBeforeTheMinifilterIsTold) {
   ASSERT_NO_FATAL_FAILURE(TakeTheLogOnly());
   EXPECT_TRUE(EnableActivity(true));
-  EXPECT_EQ(
-      Calls(),
-      Lines({"log 6 Created filter processor with pCount=2, exCount=0", "log 7 Monitoring process: Chrome.exe",
-             "log 7 Monitoring process: FIREFOX.EXE"}) +
-          PROCESSES_FOUND + EVERYTHING +
-          Lines({"log 6 Enabled Application Activity Detection.",
-                 "FilterConnectCommunicationPort(\\FB6CBA80-7A14-42C2-8697-0D4F43B3405F, 0, 0 bytes)",
-                 "FilterSendMessage(control port, 138176 bytes, no reply 0)", SEND_LIST, SENT,
-                 "CloseHandle(control port)"}));
+  EXPECT_EQ(Calls(),
+            Lines({"log 6 Created filter processor with pCount=2, exCount=0",
+                   "log 7 Monitoring process: Chrome.exe", "log 7 Monitoring process: FIREFOX.EXE"}) +
+                PROCESSES_FOUND + EVERYTHING +
+                Lines({"log 6 Enabled Application Activity Detection.",
+                       "FilterConnectCommunicationPort(\\FB6CBA80-7A14-42C2-8697-0D4F43B3405F, 0, 0 bytes)",
+                       "FilterSendMessage(control port, 138176 bytes, no reply 0)", SEND_LIST, SENT,
+                       "CloseHandle(control port)"}));
   const auto lists = network_.ProcessLists();
   ASSERT_EQ(lists.size(), 2U);
   EXPECT_EQ(lists[0][138172], 0) << "its own message carries no option";
@@ -499,7 +532,7 @@ TEST_F(RemoteAddressInfo, IsStoppedByUnloadingAfterTheDiskEventThread) {
                                 "log 6 Closed driver handle successfully", "SetEvent(event)",
                                 "WaitForSingleObject(thread, 3000)", "log 7 Disk Event thread ended",
                                 "CloseHandle(thread)"}) +
-                         SERVICE_STOPPED + READER_STOPPED);
+                         STOPPING_THE_SERVICE + STOPPING_THE_READER);
 }
 
 TEST_F(RemoteAddressInfo, StaysOnAcrossUnloading) {
@@ -532,10 +565,11 @@ TEST_F(RemoteAddressInfo, MakesUnloadingFailWhenItsServiceCannotBeStopped) {
   Forget();
   system_.Fail("ControlService", 1062);
   EXPECT_EQ(library_.UnloadDriver(), 0);
-  EXPECT_THAT(Logs(), ElementsAre("log 6 Closed driver handle successfully", "log 7 Disk Event thread ended",
-                                  "log 6 ControlService failed to stop network filter or it wasn't running. 1062",
-                                  "log 7 GetNWPacketInfo thread ended", "log 7 Closed handle to NW driver.",
-                                  DISCONNECTED));
+  EXPECT_THAT(
+      Logs(),
+      ElementsAre("log 6 Closed driver handle successfully", "log 7 Disk Event thread ended",
+                  "log 6 ControlService failed to stop network filter or it wasn't running. 1062",
+                  "log 7 GetNWPacketInfo thread ended", "log 7 Closed handle to NW driver.", DISCONNECTED));
 }
 
 TEST_F(RemoteAddressInfo, DoesNotMakeUpForAMinifilterThatCannotBeUnloaded) {
@@ -566,9 +600,9 @@ TEST_F(RemoteAddressInfo, HasItsServiceStartedByTheNextLoadBeforeThePortIsOpened
   ASSERT_TRUE(Load());
   const Lines calls = Calls();
   const auto load = std::find(calls.begin(), calls.end(), "FilterLoad(OstrelFilter)");
-  ASSERT_GE(calls.end() - load, static_cast<std::ptrdiff_t>(SERVICE_STARTED.size()) + 2);
-  const auto end = load + 1 + static_cast<std::ptrdiff_t>(SERVICE_STARTED.size());
-  EXPECT_EQ(Lines(load + 1, end), SERVICE_STARTED);
+  ASSERT_GE(calls.end() - load, static_cast<std::ptrdiff_t>(STARTING_THE_SERVICE.size()) + 2);
+  const auto end = load + 1 + static_cast<std::ptrdiff_t>(STARTING_THE_SERVICE.size());
+  EXPECT_EQ(Lines(load + 1, end), STARTING_THE_SERVICE);
   EXPECT_THAT(*end, ::testing::StartsWith("FilterConnectCommunicationPort("));
   EXPECT_THAT(calls, Not(Contains(::testing::StartsWith("Fwpm"))));
   EXPECT_THAT(calls, Not(Contains(DEVICE_OPENED[0])));
@@ -597,7 +631,7 @@ TEST_F(RemoteAddressInfo, SwitchedOffAfterUnloadingHasNothingLeftToClose) {
   ASSERT_EQ(library_.UnloadDriver(), 1);
   Forget();
   library_.DisableRemoteAddressInfo();
-  EXPECT_EQ(Calls(), Lines{TURNING_OFF} + SERVICE_STOPPED +
+  EXPECT_EQ(Calls(), Lines{TURNING_OFF} + STOPPING_THE_SERVICE +
                          Lines({"SetEvent(event)", "WaitForSingleObject(thread, 3000)",
                                 "log 7 GetNWPacketInfo thread ended", "CloseHandle(null)",
                                 "log 3 Could not close handle to NW driver. Code: 6", DISCONNECTED}));
@@ -610,7 +644,8 @@ TEST_F(RemoteAddressInfo, HasNoDeviceToSendAListToAfterUnloading) {
   ASSERT_EQ(library_.UnloadDriver(), 1);
   Forget();
   library_.UpdateProcesses(names_, 2, 0);
-  EXPECT_THAT(Logs(), ElementsAre(ADDED_PROCESS, NOT_SENT, "log 6 Successfully updated processes to monitor."));
+  EXPECT_THAT(Logs(),
+              ElementsAre(ADDED_PROCESS, NOT_SENT, "log 6 Successfully updated processes to monitor."));
 }
 
 // Others come in only when the call inside has returned.

@@ -357,8 +357,9 @@ struct ScriptedNetwork::Fakes {
   // Memory
 
   static void* Malloc(std::size_t size) {
-    if (size == BLOCK_SIZE && GetCurrentThreadId() != current->testThread_) {
-      if (current->blocks_++ == current->refusedBlock_) return nullptr;
+    if (GetCurrentThreadId() != current->testThread_) {
+      if (size == BLOCK_SIZE && current->blocks_++ == current->refusedBlock_) return nullptr;
+      if (current->untilRefusal_ > 0 && --current->untilRefusal_ == 0) return nullptr;
     }
     return current->Original<decltype(&::malloc)>("malloc")(size);
   }
@@ -427,7 +428,7 @@ ScriptedNetwork::~ScriptedNetwork() {
   current = nullptr;
 }
 
-void ScriptedNetwork::WatchBlocks(std::optional<std::size_t> refused) {
+void ScriptedNetwork::WatchMemory(std::optional<std::size_t> refused) {
   refusedBlock_ = refused;
   patches_.try_emplace("malloc", module_, "malloc", reinterpret_cast<void*>(&Fakes::Malloc));
   patches_.try_emplace("free", module_, "free", reinterpret_cast<void*>(&Fakes::Free));

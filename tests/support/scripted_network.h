@@ -4,6 +4,7 @@
 #include <windows.h>
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -49,10 +50,13 @@ class ScriptedNetwork {
   // Bytes of every process list that was sent to the driver.
   std::vector<std::vector<std::uint8_t>> ProcessLists() const;
 
-  // From now on writes into the transcript when a request block is freed, and whether the driver still had
-  // it; refuses the memory for block `refused`, counted from 0. Only for a module other than the test's own,
-  // and while no thread of it but the reader runs.
-  void WatchBlocks(std::optional<std::size_t> refused = std::nullopt);
+  // From now on writes into the transcript when the reader frees a request block, and whether the driver
+  // still had it; refuses the memory for block `refused`, counted from 0. Only for a module other than the
+  // test's own, and while no thread of it but the reader runs.
+  void WatchMemory(std::optional<std::size_t> refused = std::nullopt);
+  // Refuses what the reader asks for by its `call`th request of memory from now, counted from 1.
+  void RefuseMemory(int call) { untilRefusal_ = call; }
+  bool HasRefusedMemory() const { return untilRefusal_ == 0; }
 
   // What the machine is like.
   std::set<std::wstring> users{L"ann"};
@@ -108,6 +112,7 @@ class ScriptedNetwork {
   std::vector<std::vector<std::uint8_t>> processLists_;
   std::optional<std::size_t> refusedBlock_;
   std::size_t blocks_ = 0;
+  std::atomic<int> untilRefusal_{-1};
 };
 
 }  // namespace ostrel::test
