@@ -1,9 +1,8 @@
-#include "network_test.h"
-
+#include <algorithm>
 #include <functional>
 #include <memory>
-#include <utility>
 
+#include "network_test.h"
 #include "support/test_thread.h"
 
 namespace ostrel::test {
@@ -29,7 +28,7 @@ const Lines PROCESSES_FOUND = {"CreateToolhelp32Snapshot(0x2, 0)",
                                "Process32FirstW(process snapshot)",
                                "CreateToolhelp32Snapshot(0x8, 42)",
                                "Module32FirstW(modules of 42)",
-                               "log 7 Added process 42 Chrome.exe to list of processes to monitor",
+                               "log 7 Added process 42 chrome.exe to list of processes to monitor",
                                "CloseHandle(modules of 42)",
                                "Process32NextW(process snapshot)",
                                "CloseHandle(process snapshot)"};
@@ -128,8 +127,8 @@ class RemoteAddressInfo : public NetworkTest {
     Forget();
   }
 
-  // The log after which the given lines stand.
-  Lines LogsAfter(const std::string& line) const {
+  // The log from that line on.
+  Lines LogsFrom(const std::string& line) const {
     const Lines logs = Logs();
     return Lines(std::find(logs.begin(), logs.end(), line), logs.end());
   }
@@ -198,7 +197,7 @@ TEST_F(RemoteAddressInfo, CannotResolveAUserThatWasNeverNamed) {
   EnableRemote();
   EXPECT_THAT(Calls(), Contains("BuildExplicitAccessWithNameW('', permissions 0x1, mode 1, inheritance 0)"));
   EXPECT_THAT(
-      LogsAfter("log 3 Couldn't resolve user. 1332\n"),
+      LogsFrom("log 3 Couldn't resolve user. 1332\n"),
       ElementsAre("log 3 Couldn't resolve user. 1332\n", "log 6 Successfully configured NW monitoring.",
                   "log 6 Ostrel NW monitoring enabled.", STARTED, CONNECTED, SENT));
 }
@@ -264,16 +263,17 @@ TEST_F(RemoteAddressInfo, SwitchedOffForgetsTheStreamsOfBothDirections) {
   ASSERT_NO_FATAL_FAILURE(Prepare());
   Packet download;
   download.direction = 0;
-  for (std::size_t round = 1; round <= 2; ++round) {
+  for (int round = 1; round <= 2; ++round) {
+    Forget();
     EnableRemote();
-    ASSERT_TRUE(WaitUntilReading(round));
+    ASSERT_TRUE(WaitUntilReading());
     network_.Complete(0, Packet());
     network_.Complete(1, download);
-    EXPECT_TRUE(system_.transcript.WaitFor("log 7 added network event: upload", round));
-    EXPECT_TRUE(system_.transcript.WaitFor("log 7 added network event: download", round));
+    EXPECT_TRUE(system_.transcript.WaitFor("log 7 added network event: upload"));
+    EXPECT_TRUE(system_.transcript.WaitFor("log 7 added network event: download"));
     library_.DisableRemoteAddressInfo();
+    EXPECT_THAT(system_.transcript.StartingWith("log 7 added to existing"), IsEmpty());
   }
-  EXPECT_THAT(system_.transcript.StartingWith("log 7 added to existing"), IsEmpty());
 }
 
 TEST_F(RemoteAddressInfo, SwitchedOffSaysSoWhenTheServiceCannotBeStopped) {
@@ -295,33 +295,17 @@ TEST_F(RemoteAddressInfo, SwitchedOffSaysSoWhenTheServiceCannotBeStopped) {
 TEST_F(RemoteAddressInfo, SwitchedOffClosesTheDeviceAlthoughTheReaderDoesNotEnd) {
   ASSERT_NO_FATAL_FAILURE(Prepare());
   system_.waitDivisor = 50;
-  Lock lock;
-  bool isHeld = false;
-  bool isLetGo = false;
-  network_.onCall = [&](const std::string& function) {
-    if (function != "GetOverlappedResult") return;
-    Lock::Holder holder(lock);
-    isHeld = true;
-    holder.Changed();
-    holder.WaitFor([&] { return isLetGo; });
-  };
   EnableRemote();
   ASSERT_TRUE(WaitUntilReading());
+  network_.Hold("GetOverlappedResult");
   network_.Complete(0, Packet());
-  {
-    Lock::Holder holder(lock);
-    ASSERT_TRUE(holder.WaitFor([&] { return isHeld; }));
-  }
+  ASSERT_TRUE(network_.WaitUntilHeld());
   Forget();
   library_.DisableRemoteAddressInfo();
-  EXPECT_THAT(LogsAfter("log 3 GetNWPacketInfo thread never ended."),
+  EXPECT_THAT(LogsFrom("log 3 GetNWPacketInfo thread never ended."),
               ElementsAre("log 3 GetNWPacketInfo thread never ended.", "log 7 Closed handle to NW driver.",
                           DISCONNECTED));
-  {
-    Lock::Holder holder(lock);
-    isLetGo = true;
-    holder.Changed();
-  }
+  network_.LetGo();
   EXPECT_TRUE(system_.WaitForThreadEnd(0));
 }
 
@@ -340,7 +324,7 @@ void PrintTo(const FailingStep& step, std::ostream* stream) {
 
 const std::string CONFIGURED = "log 6 Successfully configured NW monitoring.";
 const std::string ENABLED = "log 6 Ostrel NW monitoring enabled.";
-const std::string ADDED_PROCESS = "log 7 Added process 42 Chrome.exe to list of processes to monitor";
+const std::string ADDED_PROCESS = "log 7 Added process 42 chrome.exe to list of processes to monitor";
 const std::string OPENING = "log 7 Opening filtering engine.";
 const std::string OPENING_V6 = "log 7 Opening filtering engine V6.";
 const std::string SERVICE_IS_STOPPED = "log 6 Stopped nw filter driver successfully.";
@@ -358,7 +342,7 @@ const FailingStep FAILING_STEPS[] = {
      Lines({SERVICE_IS_STOPPED, "log 3 StartService failed (1058)."}) + REST_AFTER_PROCESSES},
     {"TheListOfProcesses", "CreateToolhelp32Snapshot", 8, 0,
      Lines({SERVICE_IS_STOPPED, "log 6 Started nw filter driver successfully.",
-            "log 3 Could not create process snapshot. 8", OPENING, OPENING_V6, CONFIGURED, ENABLED, STARTED,
+            "log 3 Could not get system snapshot. 8", OPENING, OPENING_V6, CONFIGURED, ENABLED, STARTED,
             CONNECTED, "log 6 Sent proc names to nw filter. Existing proc count: 0 ProcName Count: 2"})},
     {"EveryEngine",
      "FwpmEngineOpen0",
@@ -457,7 +441,7 @@ TEST_F(RemoteAddressInfo, CannotMonitorThroughADeviceWithoutAHandle) {
   ASSERT_NO_FATAL_FAILURE(Prepare());
   network_.opensNull = true;
   EnableRemote();
-  EXPECT_THAT(LogsAfter("log 3 Could not enable monitoring. 87"),
+  EXPECT_THAT(LogsFrom("log 3 Could not enable monitoring. 87"),
               ElementsAre("log 3 Could not enable monitoring. 87", STARTED, CONNECTED, NOT_SENT));
 }
 
@@ -469,7 +453,7 @@ TEST_F(RemoteAddressInfo, SwitchedOffSaysThatThereIsNoDeviceToClose) {
   ASSERT_TRUE(WaitUntilReading());
   Forget();
   library_.DisableRemoteAddressInfo();
-  EXPECT_THAT(LogsAfter("log 7 GetNWPacketInfo thread ended"),
+  EXPECT_THAT(LogsFrom("log 7 GetNWPacketInfo thread ended"),
               ElementsAre("log 7 GetNWPacketInfo thread ended",
                           "log 3 Could not close handle to NW driver. Code: 6", DISCONNECTED));
   EXPECT_THAT(system_.transcript.StartingWith("log 3 Could not cancel"),
@@ -648,28 +632,18 @@ TEST_F(RemoteAddressInfo, HasNoDeviceToSendAListToAfterUnloading) {
               ElementsAre(ADDED_PROCESS, NOT_SENT, "log 6 Successfully updated processes to monitor."));
 }
 
-// Others come in only when the call inside has returned.
-TEST_F(RemoteAddressInfo, HoldsTheApiLockWhileItIsSwitchedOnAndOff) {
-  ASSERT_NO_FATAL_FAILURE(Prepare());
-  Lock lock;
-  bool isLetGo = false;
-  std::string heldAt;
-  network_.onCall = [&](const std::string& function) {
-    if (function != heldAt) return;
-    system_.transcript.Add("held");
-    Lock::Holder holder(lock);
-    holder.WaitFor([&] { return isLetGo; });
-  };
-  const auto expectLocked = [&](const std::string& function, const std::function<void()>& call) {
+class TheApiLockAndRemoteAddressInfo : public RemoteAddressInfo {
+ protected:
+  // `call` is held in the system's function; others come in only when it has returned.
+  void ExpectHeldBy(const std::function<void()>& call, const std::string& function) {
     Forget();
-    heldAt = function;
-    isLetGo = false;
-    const auto calling = std::make_unique<TestThread>(call);
-    ASSERT_TRUE(system_.transcript.WaitFor("held"));
+    network_.Hold(function);
+    const TestThread calling(call);
+    ASSERT_TRUE(network_.WaitUntilHeld());
     std::vector<std::unique_ptr<TestThread>> others;
-    for (const std::function<void()>& other : std::vector<std::function<void()>>{
-             [this] { EnableRemote(); }, [this] { library_.UpdateProcesses(names_, 2, 0); },
-             [this] { library_.DisableActivityDetection(); }}) {
+    for (const auto& other : {std::function<void()>([this] { EnableRemote(); }),
+                              std::function<void()>([this] { library_.DisableRemoteAddressInfo(); }),
+                              std::function<void()>([this] { library_.UpdateProcesses(names_, 2, 0); })}) {
       others.push_back(std::make_unique<TestThread>([this, other] {
         system_.transcript.Add("calling");
         other();
@@ -678,16 +652,23 @@ TEST_F(RemoteAddressInfo, HoldsTheApiLockWhileItIsSwitchedOnAndOff) {
     }
     ASSERT_TRUE(system_.transcript.WaitFor("calling", 3));
     // Long enough for a call that finds the lock free to come back many times over.
-    Sleep(100);
+    Sleep(200);
     EXPECT_THAT(system_.transcript.StartingWith("returned"), IsEmpty());
-    {
-      Lock::Holder holder(lock);
-      isLetGo = true;
-      holder.Changed();
-    }
+    network_.LetGo();
     EXPECT_TRUE(system_.transcript.WaitFor("returned", 3));
-  };
-  expectLocked("FwpmSubLayerAdd0", [this] { EnableRemote(); });
+  }
+};
+
+TEST_F(TheApiLockAndRemoteAddressInfo, IsHeldWhileItIsSwitchedOn) {
+  ASSERT_NO_FATAL_FAILURE(Prepare());
+  ExpectHeldBy([this] { EnableRemote(); }, "FwpmSubLayerAdd0");
+}
+
+TEST_F(TheApiLockAndRemoteAddressInfo, IsHeldWhileItIsSwitchedOff) {
+  ASSERT_NO_FATAL_FAILURE(Prepare());
+  EnableRemote();
+  ASSERT_TRUE(WaitUntilReading());
+  ExpectHeldBy([this] { library_.DisableRemoteAddressInfo(); }, "CancelIo");
 }
 
 }  // namespace

@@ -423,6 +423,7 @@ ScriptedNetwork::ScriptedNetwork(HMODULE module, ScriptedSystem& system) : modul
 }
 
 ScriptedNetwork::~ScriptedNetwork() {
+  LetGo();
   system_.EndThreads();
   patches_.clear();
   current = nullptr;
@@ -437,7 +438,30 @@ void ScriptedNetwork::WatchMemory(std::optional<std::size_t> refused) {
 std::optional<DWORD> ScriptedNetwork::Enter(const std::string& function, const std::string& arguments) {
   const auto failure = system_.Enter(function, arguments);
   if (onCall) onCall(function);
+  Lock::Holder holder(lock_);
+  if (function == heldFunction_) {
+    isHeld_ = true;
+    holder.Changed();
+    holder.WaitFor([&] { return function != heldFunction_; });
+  }
   return failure;
+}
+
+void ScriptedNetwork::Hold(const std::string& function) {
+  const Lock::Holder holder(lock_);
+  heldFunction_ = function;
+  isHeld_ = false;
+}
+
+bool ScriptedNetwork::WaitUntilHeld() {
+  Lock::Holder holder(lock_);
+  return holder.WaitFor([this] { return isHeld_; });
+}
+
+void ScriptedNetwork::LetGo() {
+  Lock::Holder holder(lock_);
+  heldFunction_.clear();
+  holder.Changed();
 }
 
 std::string ScriptedNetwork::NameOf(HANDLE handle) const {

@@ -58,6 +58,11 @@ class ScriptedNetwork {
   void RefuseMemory(int call) { untilRefusal_ = call; }
   bool HasRefusedMemory() const { return untilRefusal_ == 0; }
 
+  // The next call of a function, and every one until LetGo, does not return.
+  void Hold(const std::string& function);
+  bool WaitUntilHeld();
+  void LetGo();
+
   // What the machine is like.
   std::set<std::wstring> users{L"ann"};
   bool leavesADescriptor = false;             // also when a user is not known
@@ -104,6 +109,8 @@ class ScriptedNetwork {
   std::map<std::string, ImportPatch> patches_;
 
   mutable Lock lock_;
+  std::string heldFunction_;
+  bool isHeld_ = false;
   std::set<std::string> keys_;
   std::map<HANDLE, std::set<std::string>> transactions_;
   std::map<DWORD, Reader> readers_;  // by thread

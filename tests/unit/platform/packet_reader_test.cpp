@@ -365,31 +365,16 @@ class ThePacketReaderThread : public PlatformTest {
 
   bool WaitUntilReading() const { return system_.transcript.WaitFor(WAIT); }
 
-  // Keeps the reader at its first completed request until it is let go.
+  // Keeps the reader at a completed request until it is let go.
   void Hold() {
-    network_.onCall = [this](const std::string& function) {
-      if (function != "GetOverlappedResult") return;
-      Lock::Holder holder(lock_);
-      isHeld_ = true;
-      holder.Changed();
-      holder.WaitFor([this] { return isLetGo_; });
-    };
+    network_.Hold("GetOverlappedResult");
     network_.Complete(0, Packet());
-    Lock::Holder holder(lock_);
-    ASSERT_TRUE(holder.WaitFor([this] { return isHeld_; }));
-  }
-  void LetGo() {
-    Lock::Holder holder(lock_);
-    isLetGo_ = true;
-    holder.Changed();
+    ASSERT_TRUE(network_.WaitUntilHeld());
   }
 
   NetworkEventCache uploads_{1};
   NetworkEventCache downloads_{0};
   NetworkDevice device_;
-  Lock lock_;
-  bool isHeld_ = false;
-  bool isLetGo_ = false;
   ScriptedNetwork network_{GetModuleHandleW(nullptr), system_};
   PacketReaderThread thread_{uploads_, downloads_};
 };
@@ -494,7 +479,7 @@ TEST_F(ThePacketReaderThread, IsGivenUpOnAfterThreeSeconds) {
   thread_.Stop();
   EXPECT_THAT(Calls(), ElementsAre("SetEvent(event)", "WaitForSingleObject(thread, 3000)",
                                    "log 3 GetNWPacketInfo thread never ended."));
-  LetGo();
+  network_.LetGo();
   ASSERT_TRUE(system_.WaitForThreadEnd(0));
   EXPECT_EQ(network_.PendingCount(), 0U) << "it ends by itself once it can";
 }
@@ -508,7 +493,7 @@ TEST_F(ThePacketReaderThread, MayStillBeEndingWhenTheNextOneStarts) {
   thread_.Stop();
   ASSERT_TRUE(thread_.Start(device_.Get()));
   ASSERT_TRUE(system_.transcript.WaitFor(WAIT, 2));
-  LetGo();
+  network_.LetGo();
   ASSERT_TRUE(system_.WaitForThreadEnd(0));
   EXPECT_EQ(network_.PendingCount(), static_cast<std::size_t>(BLOCK_COUNT));
   system_.waitDivisor = 1;
