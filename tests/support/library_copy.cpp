@@ -47,6 +47,8 @@ LibraryCopy::LibraryCopy() : directory_(MakeDirectory()) {
   DisableActivityDetection = Find<decltype(DisableActivityDetection)>("DisableActivityDetection");
   EnablePCDDetection = Find<decltype(EnablePCDDetection)>("EnablePCDDetection");
   DisablePCDDetection = Find<decltype(DisablePCDDetection)>("DisablePCDDetection");
+  EnableRemoteAddressInfo = Find<decltype(EnableRemoteAddressInfo)>("EnableRemoteAddressInfo");
+  DisableRemoteAddressInfo = Find<decltype(DisableRemoteAddressInfo)>("DisableRemoteAddressInfo");
   UpdateProcesses = Find<decltype(UpdateProcesses)>("UpdateProcesses");
   EnableTabTitles = Find<decltype(EnableTabTitles)>("EnableTabTitles");
   DisableTabTitles = Find<decltype(DisableTabTitles)>("DisableTabTitles");

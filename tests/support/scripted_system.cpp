@@ -668,12 +668,15 @@ ScriptedSystem::~ScriptedSystem() {
 }
 
 void ScriptedSystem::EndThreads() {
+  std::vector<HANDLE> events;
   {
     Lock::Holder holder(lock_);
     ending_ = true;
     holder.Changed();
+    // A thread may still be making some.
+    events = events_;
   }
-  for (const HANDLE event : events_) SetEvent(event);
+  for (const HANDLE event : events) SetEvent(event);
   for (const auto& [id, thread] : threads_) {
     if (WaitForSingleObject(thread, static_cast<DWORD>(PATIENCE.count())) != WAIT_OBJECT_0) {
       // A thread that outlives its script would write to whatever comes next.

@@ -88,6 +88,8 @@ class ScriptedSystem {
   struct Fakes;
 
  private:
+  friend class ScriptedNetwork;
+
   struct Handle {
     std::string name;
     bool isReal = false;
