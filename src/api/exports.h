@@ -234,6 +234,31 @@ OSTREL_FUNCTION void UpdateProcesses(const wchar_t** processNames, uint32_t proc
 OSTREL_FUNCTION void EnableTabTitles(void);
 OSTREL_FUNCTION void DisableTabTitles(void);
 
+/*
+ * The getters below set one of two strings: *result on success, *error on failure. The other one stays as it
+ * was, so set both to null before. Free each string that was set with DeallocStringPointer. Texts are cut at
+ * 2046 characters. The getters take no lock; any thread may call them at any time.
+ */
+
+/*
+ * The user logged on at the console, as DOMAIN\user; an empty text when nobody is. Asks Windows Management
+ * Instrumentation, with COM initialised for the calling thread as multithreaded: a thread in a single-threaded
+ * apartment gets an error.
+ */
+OSTREL_FUNCTION void GetCurrentUserName(wchar_t** result, wchar_t** error);
+
+/*
+ * The directories of all user profiles of the machine, each followed by a semicolon, the last one included;
+ * an empty text when there are none. Asks Windows Management Instrumentation, as GetCurrentUserName does.
+ */
+OSTREL_FUNCTION void GetAllUserDirectories(wchar_t** result, wchar_t** error);
+
+/*
+ * URL of the automatic proxy configuration script in the Internet settings of the user that the calling thread
+ * runs as. Neither string is set when the settings name none.
+ */
+OSTREL_FUNCTION void GetAutoProxyConfigUrlForUser(wchar_t** result, wchar_t** error);
+
 /* Frees a string that the library handed out. A null string is ignored. */
 OSTREL_FUNCTION void DeallocStringPointer(wchar_t** string);
 
