@@ -8,9 +8,19 @@
 
 namespace ostrel {
 
+namespace {
+
+void ReturnUserName(const wchar_t* userName, wchar_t** result) {
+  Log(LOG_DETAIL, L"Domain with username: %s", userName);
+  OstrelFilterLibUtil::AllocStringPointer(result, L"%s", userName);
+}
+
+}  // namespace
+
 void GetCurrentUserNameAndDomain(wchar_t** result, wchar_t** error) {
   WmiQuery query(L"GetCurrentUserNameAndDomain");
-  if (!query.Execute(L"SELECT * FROM Win32_ComputerSystem", error) || !query.HasResult()) return;
+  if (!query.Execute(L"SELECT * FROM Win32_ComputerSystem", error)) return;
+  if (!query.HasResult()) return ReturnUserName(L"", result);
   HRESULT status = S_OK;
   IWbemClassObject* const computer = query.Next(&status);
   if (computer == nullptr) {
@@ -20,9 +30,7 @@ void GetCurrentUserNameAndDomain(wchar_t** result, wchar_t** error) {
     query.Abandon();
     return;
   }
-  const WmiText userName(computer, L"UserName");
-  Log(LOG_DETAIL, L"Domain with username: %s", userName.Get());
-  OstrelFilterLibUtil::AllocStringPointer(result, L"%s", userName.Get());
+  ReturnUserName(WmiText(computer, L"UserName").Get(), result);
 }
 
 void GetAllUserDirectories(wchar_t** result, wchar_t** error) {
