@@ -15,6 +15,7 @@ enum class ExitCode : int {
   PortRefused = 7,
   UnloadFailed = 8,
   OutputFailed = 9,
+  QueryFailed = 11,
 };
 
 }  // namespace ostrel::host
