@@ -1,3 +1,7 @@
+#include <windows.h>
+// Needs windows.h before it.
+#include <objbase.h>
+
 #include "library_test.h"
 #include "string_getter.h"
 #include "support/scripted_wmi.h"
@@ -205,7 +209,6 @@ TEST_F(CurrentUserName, IsThatOfTheFirstObject) {
 
 // By design: the caller learns of a machine that is out of order, and keeps what was made.
 TEST_F(CurrentUserName, LeavesEverythingHeldWhenThereIsNoObject) {
-  wmi_.next = WBEM_S_FALSE;
   EXPECT_EQ(AskIt(), Error("GetCurrentUserNameAndDomain. Failed to find next object. 1"));
   EXPECT_THAT(Calls(), UpToTheQuery(USER_NAME) + Lines({NEXT}));
   EXPECT_THAT(wmi_.HeldObjects(), ElementsAre("enumerator", "locator", "services"));

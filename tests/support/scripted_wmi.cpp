@@ -76,7 +76,7 @@ struct ScriptedWmi::Fakes {
         return result;
       }
       value->vt = VT_BSTR;
-      value->bstrVal = SysAllocString(text->c_str());
+      value->bstrVal = ::SysAllocString(text->c_str());
       ++current->heldTexts_;
       return result;
     }

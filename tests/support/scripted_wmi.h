@@ -33,7 +33,7 @@ class ScriptedWmi {
   HRESULT setProxyBlanket = S_OK;
   HRESULT execQuery = S_OK;
   bool givesEnumerator = true;
-  HRESULT next = 0x1;  // when there is no further object: WBEM_S_FALSE
+  HRESULT next = S_FALSE;  // when there is no further object
   HRESULT get = S_OK;
 
   // The one property of each object that the query yields; none is a null value.

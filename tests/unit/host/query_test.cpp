@@ -63,9 +63,9 @@ TEST(QueryTest, TakesNoOptionOfWatching) {
        {L"--watch", L"--cloud-process", L"--log-file", L"--for", L"--log-level"}) {
     const std::wstring value = option == L"--for" || option == L"--log-level" ? L"6" : L"a.exe";
     const std::string error = Refused({L"--query", L"time", option, value});
-    EXPECT_EQ(error, "--query excludes " + std::string(option.begin(), option.end()));
+    EXPECT_EQ(error, std::string(option.begin(), option.end()) + " excludes --query");
   }
-  EXPECT_EQ(Refused({L"--query", L"time", L"--no-tab-titles"}), "--query excludes --no-tab-titles");
+  EXPECT_EQ(Refused({L"--query", L"time", L"--no-tab-titles"}), "--no-tab-titles excludes --query");
 }
 
 TEST(QueryTest, IsExplainedByTheHelp) {
