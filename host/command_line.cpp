@@ -45,6 +45,8 @@ const char* const FOOTER =
     "    OstrelHost.exe --watch chrome.exe --user anna --remote-address-info\n"
     "  What a cloud client does in its folder:\n"
     "    OstrelHost.exe --cloud-process client.exe --cloud-path C:\\Users\\me\\Cloud\n"
+    "  Who is logged on, as {\"query\":\"user\",\"result\":...,\"error\":...}, without any driver:\n"
+    "    OstrelHost.exe --query user\n"
     "\n"
     "Exit codes:\n"
     "  0  ended as asked\n"
@@ -57,7 +59,8 @@ const char* const FOOTER =
     "  7  the minifilter refused the connection or the configuration, or went away\n"
     "  8  the minifilter could not be unloaded\n"
     "  9  stdout or the log file cannot be written\n"
-    "  10 remote address info could not be switched on or off\n";
+    "  10 remote address info could not be switched on or off\n"
+    "  11 the query failed; its error says why\n";
 
 // Shows an option's value, and not what else it needs: an error says that in time.
 class PlainFormatter : public CLI::Formatter {
@@ -82,6 +85,7 @@ struct Utf8Options {
   std::uint32_t logLevel = LEVEL_NOTABLE;
   std::uint32_t seconds = 0;
   std::uint32_t refreshSeconds = 5;
+  std::string query;
 };
 
 std::string CheckImageName(std::string& name) {
@@ -173,6 +177,25 @@ void AddRunOptions(CLI::App& app, Utf8Options& options) {
              "minifilter about them; 0 is never [5]");
 }
 
+std::vector<std::string> NamesOf(const Queries& queries) {
+  std::vector<std::string> names;
+  for (const Query& query : queries) names.emplace_back(query.name);
+  return names;
+}
+
+// To be added after all options of watching, which it excludes.
+void AddQueryOption(CLI::App& app, const Queries& queries, std::string& query) {
+  std::string description = "Print the library's answer to one question and end; no driver\nis needed:";
+  for (const Query& each : queries) description += std::string("\n") + each.name + ": " + each.answer;
+  const auto watching = app.get_options([&app](const CLI::Option* option) {
+    return option != app.get_help_ptr() && option != app.get_version_ptr();
+  });
+  CLI::Option* const option = app.add_option("--query", query, description)
+                                  ->type_name("NAME")
+                                  ->check(CLI::IsMember(NamesOf(queries)).description(""));
+  for (CLI::Option* const other : watching) option->excludes(other);
+}
+
 void RequireAtMost(const char* option, const std::vector<std::string>& values, std::size_t most) {
   if (values.size() <= most) return;
   throw CLI::ValidationError(option, "at most " + std::to_string(most) + " are possible, " +
@@ -180,7 +203,7 @@ void RequireAtMost(const char* option, const std::vector<std::string>& values, s
 }
 
 void CheckTogether(const Utf8Options& options) {
-  if (options.watchedProcesses.empty() && options.cloudProcesses.empty()) {
+  if (options.watchedProcesses.empty() && options.cloudProcesses.empty() && options.query.empty()) {
     throw CLI::ValidationError("Nothing to watch",
                                "name programs with --watch, such as --watch chrome.exe, "
                                "or cloud clients with --cloud-process");
@@ -201,7 +224,13 @@ std::vector<std::wstring> ToUtf16(const std::vector<std::string>& texts) {
   return converted;
 }
 
-Options Converted(const Utf8Options& options) {
+std::optional<Query> FindQuery(const Queries& queries, const std::string& name) {
+  const auto found =
+      std::find_if(queries.begin(), queries.end(), [&](const Query& query) { return query.name == name; });
+  return found == queries.end() ? std::nullopt : std::optional(*found);
+}
+
+Options Converted(const Utf8Options& options, const Queries& queries) {
   return {
       .watchedProcesses = ToUtf16(options.watchedProcesses),
       .excludedPaths = ToUtf16(options.excludedPaths),
@@ -216,6 +245,7 @@ Options Converted(const Utf8Options& options) {
       .logFile = host::ToUtf16(options.logFile),
       .seconds = options.seconds == 0 ? std::nullopt : std::optional(options.seconds),
       .refreshSeconds = options.refreshSeconds,
+      .query = FindQuery(queries, options.query),
   };
 }
 
@@ -228,7 +258,7 @@ std::vector<std::string> Reversed(const std::vector<std::wstring>& arguments) {
 
 }  // namespace
 
-CommandLine ParseCommandLine(const std::vector<std::wstring>& arguments) {
+CommandLine ParseCommandLine(const std::vector<std::wstring>& arguments, const Queries& queries) {
   Utf8Options options;
   CLI::App app(DESCRIPTION, "OstrelHost");
   // A path may begin with a slash.
@@ -240,10 +270,11 @@ CommandLine ParseCommandLine(const std::vector<std::wstring>& arguments) {
   AddActivityOptions(app, options);
   AddCloudOptions(app, options);
   AddRunOptions(app, options);
+  AddQueryOption(app, queries, options.query);
   try {
     app.parse(Reversed(arguments));
     CheckTogether(options);
-    return {.options = Converted(options), .exitCode = ExitCode::Success, .text = {}};
+    return {.options = Converted(options, queries), .exitCode = ExitCode::Success, .text = {}};
   } catch (const CLI::ParseError& error) {
     std::ostringstream output;
     std::ostringstream errors;

@@ -16,6 +16,7 @@ enum class ExitCode : int {
   UnloadFailed = 8,
   OutputFailed = 9,
   RemoteAddressInfoFailed = 10,
+  QueryFailed = 11,
 };
 
 }  // namespace ostrel::host

@@ -18,14 +18,14 @@
  *     it passed. A count of 0 or less, or a null array, is an empty list.
  *  5. What a callback receives belongs to the library and is valid only during the call. The host copies what
  *     it keeps. No text that a callback receives is null; what is unknown is empty.
- *  6. Threads. Any thread may call any function. All of them but EnableTabTitles, DisableTabTitles and
- *     DeallocStringPointer run one at a time, under one recursive lock. The log callback runs on whatever
- *     thread has something to say, on several at once. The event callbacks run on the library's disk event
- *     thread, one at a time, under the report lock: a callback that takes long delays every later report.
- *  7. From an event callback a host may call EnableTabTitles, DisableTabTitles and DeallocStringPointer. Any
- *     other function may have to wait there for UnloadDriver, which waits for the very thread that the
- *     callback runs on and gives up on it after 3 seconds. From the log callback call nothing: it may run
- *     while locks are held.
+ *  6. Threads. Any thread may call any function. All of them but EnableTabTitles, DisableTabTitles, the
+ *     getters of strings and DeallocStringPointer run one at a time, under one recursive lock. The log
+ *     callback runs on whatever thread has something to say, on several at once. The event callbacks run on
+ *     the library's disk event thread, one at a time, under the report lock: a callback that takes long
+ *     delays every later report.
+ *  7. From an event callback a host may call those that take no lock. Any other function may have to wait
+ *     there for UnloadDriver, which waits for the very thread that the callback runs on and gives up on it
+ *     after 3 seconds. From the log callback call nothing: it may run while locks are held.
  *  8. No exception leaves the library. A callback should let none out either; one that does loses that report
  *     or line.
  *  9. Failures are told by a false result where there is one and by log lines of level 3: one names the
@@ -243,6 +243,31 @@ OSTREL_FUNCTION void UpdateProcesses(const wchar_t** processNames, uint32_t proc
 /* Switch the capture of tab titles for files touched later. It starts on. */
 OSTREL_FUNCTION void EnableTabTitles(void);
 OSTREL_FUNCTION void DisableTabTitles(void);
+
+/*
+ * The getters below set one of two strings: *result on success, *error on failure. The other one stays as it
+ * was, so set both to null before. Free each string that was set with DeallocStringPointer. Texts are cut at
+ * 2046 characters. When memory is short, a string is set to null or not at all.
+ */
+
+/*
+ * The user logged on at the console, as DOMAIN\user; an empty text when nobody is. Asks Windows Management
+ * Instrumentation, with COM initialised for the calling thread as multithreaded: a thread in a
+ * single-threaded apartment gets an error.
+ */
+OSTREL_FUNCTION void GetCurrentUserName(wchar_t** result, wchar_t** error);
+
+/*
+ * The directories of all user profiles of the machine, each followed by a semicolon, the last one included;
+ * an empty text when there are none. Asks Windows Management Instrumentation, as GetCurrentUserName does.
+ */
+OSTREL_FUNCTION void GetAllUserDirectories(wchar_t** result, wchar_t** error);
+
+/*
+ * URL of the automatic proxy configuration script in the Internet settings of the user that the calling
+ * thread runs as. Neither string is set when the settings name none.
+ */
+OSTREL_FUNCTION void GetAutoProxyConfigUrlForUser(wchar_t** result, wchar_t** error);
 
 /* Frees a string that the library handed out. A null string is ignored. */
 OSTREL_FUNCTION void DeallocStringPointer(wchar_t** string);

@@ -15,14 +15,14 @@ using ostrel::host::ParseCommandLine;
 using Texts = std::vector<std::wstring>;
 
 Options Accepted(const Texts& arguments) {
-  const CommandLine commandLine = ParseCommandLine(arguments);
+  const CommandLine commandLine = ParseCommandLine(arguments, {});
   EXPECT_TRUE(commandLine.options) << commandLine.text;
   return commandLine.options.value_or(Options{});
 }
 
 // The first line of the error.
 std::string Refused(const Texts& arguments) {
-  const CommandLine commandLine = ParseCommandLine(arguments);
+  const CommandLine commandLine = ParseCommandLine(arguments, {});
   EXPECT_FALSE(commandLine.options);
   EXPECT_EQ(commandLine.exitCode, ExitCode::Usage);
   EXPECT_NE(commandLine.text.find("\nRun with --help for more information."), std::string::npos)
@@ -199,7 +199,7 @@ TEST(CommandLineTest, AUserNameHas255CharactersAtMost) {
 }
 
 TEST(CommandLineTest, HelpNamesEveryOptionAndEveryExitCode) {
-  const CommandLine help = ParseCommandLine({L"--help"});
+  const CommandLine help = ParseCommandLine({L"--help"}, {});
   EXPECT_FALSE(help.options);
   EXPECT_EQ(help.exitCode, ExitCode::Success);
   for (const char* part :
@@ -220,7 +220,7 @@ TEST(CommandLineTest, HelpFitsAConsoleOfHundredColumns) {
 }
 
 TEST(CommandLineTest, VersionIsTheProgramsNameAndNumber) {
-  const CommandLine version = ParseCommandLine({L"--version"});
+  const CommandLine version = ParseCommandLine({L"--version"}, {});
   EXPECT_FALSE(version.options);
   EXPECT_EQ(version.exitCode, ExitCode::Success);
   EXPECT_EQ(version.text, "OstrelHost " OSTREL_EXPECTED_VERSION "\n");
