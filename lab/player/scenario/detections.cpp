@@ -82,7 +82,7 @@ void ReadDetection(const JsonValue& value, std::size_t line, ErrorList& errors,
     reader.Complain("detection", "must be upload, download or cloud-drive, is \"" + *word + "\"");
     return;
   }
-  Detection detection{*kind, *fileName, *processName, *type, isNetworkDrive, {}, {}};
+  Detection detection{*kind, *fileName, *processName, *type, isNetworkDrive};
   ReadEndpointMembers(reader, errors, detection);
   detections.push_back(std::move(detection));
 }

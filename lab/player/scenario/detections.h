@@ -24,8 +24,8 @@ struct Detection {
   std::string processName;
   std::int64_t fileEventType = 0;
   std::optional<bool> isNetworkDrive;
-  std::optional<std::vector<ReportedEndpoint>> endpoints;
-  std::optional<EndpointsMeaning> endpointsMeaning;
+  std::optional<std::vector<ReportedEndpoint>> endpoints = std::nullopt;
+  std::optional<EndpointsMeaning> endpointsMeaning = std::nullopt;
 };
 
 struct DetectionsResult {

@@ -116,8 +116,9 @@ struct Expectation {
   std::vector<std::size_t> processes;  // any one of them
   std::int32_t fileEventType = EVENT_READ;
   std::optional<bool> isNetworkDrive;
-  std::optional<std::vector<ExpectedEndpoint>> endpoints;  // in this order; not compared when absent
-  std::optional<EndpointsMeaning> endpointsMeaning;        // not compared when absent
+  std::optional<std::vector<ExpectedEndpoint>> endpoints =
+      std::nullopt;                                                 // in this order; not compared when absent
+  std::optional<EndpointsMeaning> endpointsMeaning = std::nullopt;  // not compared when absent
 };
 
 struct Scenario {
