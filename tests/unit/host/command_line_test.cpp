@@ -202,20 +202,41 @@ TEST(CommandLineTest, HelpNamesEveryOptionAndEveryExitCode) {
   const CommandLine help = ParseCommandLine({L"--help"}, {});
   EXPECT_FALSE(help.options);
   EXPECT_EQ(help.exitCode, ExitCode::Success);
-  for (const char* part :
-       {"--watch",         "--exclude",       "--cloud-process", "--cloud-path",
-        "--cloud-exclude", "--driver-option", "--user",          "--tab-titles",
-        "--no-tab-titles", "--log-level",     "--log-file",      "--for",
-        "--refresh",       "--help",          "--version",       "Examples:",
-        "\n  0  ",         "\n  1  ",         "\n  2  ",         "\n  3  ",
-        "\n  4  ",         "\n  5  ",         "\n  6  ",         "\n  7  ",
-        "\n  8  ",         "\n  9  ",         "\n  10 ",         "--remote-address-info"}) {
+  for (const char* part : {"--watch",
+                           "--exclude",
+                           "--cloud-process",
+                           "--cloud-path",
+                           "--cloud-exclude",
+                           "--driver-option",
+                           "--user",
+                           "--tab-titles",
+                           "--no-tab-titles",
+                           "--log-level",
+                           "--log-file",
+                           "--for",
+                           "--refresh",
+                           "--help",
+                           "--version",
+                           "Examples:",
+                           "\n  0  ",
+                           "\n  1  ",
+                           "\n  2  ",
+                           "\n  3  ",
+                           "\n  4  ",
+                           "\n  5  ",
+                           "\n  6  ",
+                           "\n  7  ",
+                           "\n  8  ",
+                           "\n  9  ",
+                           "\n  10 ",
+                           "\n  11 ",
+                           "--remote-address-info"}) {
     EXPECT_NE(help.text.find(part), std::string::npos) << part;
   }
 }
 
 TEST(CommandLineTest, HelpFitsAConsoleOfHundredColumns) {
-  std::istringstream help(ParseCommandLine({L"--help"}).text);
+  std::istringstream help(ParseCommandLine({L"--help"}, {}).text);
   for (std::string line; std::getline(help, line);) EXPECT_LE(line.size(), 100U) << line;
 }
 
