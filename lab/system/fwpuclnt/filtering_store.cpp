@@ -122,8 +122,8 @@ class FilteringStore::Lock {
 
 FilteringStore::FilteringStore()
     : mutex_(CreateSharedMutex()),
-      persistent_(RegistryKey::Create(PERSISTENT_PATH, Kept::Always)),
-      running_(RegistryKey::Create(RUNNING_PATH, Kept::UntilRestart)),
+      persistent_(RegistryKey::CreateForMachine(PERSISTENT_PATH, Kept::Always)),
+      running_(RegistryKey::CreateForMachine(RUNNING_PATH, Kept::UntilRestart)),
       untilRestart_(running_.Create(L"Objects", Kept::UntilRestart)),
       sessions_(running_.Create(L"Sessions", Kept::UntilRestart)) {}
 

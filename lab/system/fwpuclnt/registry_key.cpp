@@ -18,7 +18,7 @@ HKEY CreateKey(HKEY parent, const wchar_t* name, RegistryKey::Kept kept) {
 
 }  // namespace
 
-RegistryKey RegistryKey::Create(const wchar_t* path, Kept kept) {
+RegistryKey RegistryKey::CreateForMachine(const wchar_t* path, Kept kept) {
   return RegistryKey(CreateKey(HKEY_LOCAL_MACHINE, path, kept));
 }
 

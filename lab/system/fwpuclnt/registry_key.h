@@ -28,8 +28,8 @@ class RegistryKey {
  public:
   enum class Kept { Always, UntilRestart };
 
-  // A key below HKEY_LOCAL_MACHINE or below another, made when it is missing.
-  static RegistryKey Create(const wchar_t* path, Kept kept);
+  // A key below HKEY_LOCAL_MACHINE, or below this one, made when it is missing.
+  static RegistryKey CreateForMachine(const wchar_t* path, Kept kept);
   RegistryKey Create(const std::wstring& name, Kept kept) const;
   std::optional<RegistryKey> Open(const std::wstring& name) const;
   void Delete(const std::wstring& name) const;  // with everything below it; a missing one is fine
