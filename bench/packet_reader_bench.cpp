@@ -42,7 +42,8 @@ using Contender = std::function<bool(HANDLE device, HANDLE stop)>;
 bool ReadWithLibrary(HANDLE device, HANDLE stop) {
   NetworkEventCache uploads(1);
   NetworkEventCache downloads(0);
-  const DWORD exitCode = ostrel::PacketReader(device, stop, uploads, downloads).Run();
+  const auto givenUp = std::make_shared<std::atomic<bool>>(false);
+  const DWORD exitCode = ostrel::PacketReader(device, stop, givenUp, uploads, downloads).Run();
   wchar_t processName[512] = {};
   K32GetProcessImageFileNameW(GetCurrentProcess(), processName, 512);
   return exitCode == 0 && uploads.GetStreamCount(processName) == STREAMS;

@@ -1,8 +1,10 @@
 #include <algorithm>
+#include <atomic>
 #include <functional>
 #include <memory>
 
 #include "network_test.h"
+#include "support/heap_watch.h"
 #include "support/test_thread.h"
 
 namespace ostrel::test {
@@ -15,6 +17,7 @@ using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Not;
+using ::testing::SizeIs;
 
 const std::string TURNING_ON = "log 6 Turning on tracking of remote address info.";
 const std::string TURNING_OFF = "log 6 Turning off tracking of remote address info.";
@@ -529,8 +532,17 @@ TEST_F(RemoteAddressInfo, StaysOnAcrossUnloading) {
   EXPECT_THAT(Calls(), ElementsAre("log 7 Remote address capturing already enabled."));
 }
 
-// Only switching it off forgets them. A reader that is late shows what the cache still has.
+// Only switching it off forgets them. A record that is being filed while unloading waits for the reader in
+// vain shows what the cache still has.
 TEST_F(RemoteAddressInfo, KeepsItsStreamsAcrossUnloading) {
+  ostrel_test::Signal late;
+  ostrel_test::Signal letGo;
+  std::atomic<int> look_ups = 0;
+  system_.onImageName = [&] {
+    if (++look_ups != 2) return;
+    late.Set();
+    letGo.WaitFor(ostrel_test::DEADLINE);
+  };
   ASSERT_NO_FATAL_FAILURE(LoadAndForget());
   system_.waitDivisor = 50;
   EnableRemote();
@@ -539,13 +551,69 @@ TEST_F(RemoteAddressInfo, KeepsItsStreamsAcrossUnloading) {
   packet.time = ~std::uint64_t{0} - 100000;  // never too old
   network_.Complete(0, packet);
   ASSERT_TRUE(system_.transcript.WaitFor("log 7 added network event: upload"));
-  ASSERT_TRUE(WaitUntilReading(2));
-  network_.Hold("GetOverlappedResult");
   network_.Complete(0, packet);
-  ASSERT_TRUE(network_.WaitUntilHeld());
+  ASSERT_TRUE(late.WaitFor(ostrel_test::DEADLINE));
   ASSERT_EQ(library_.UnloadDriver(), 1);
-  network_.LetGo();
+  letGo.Set();
   EXPECT_TRUE(system_.transcript.WaitFor("log 7 added to existing networkevent: upload"));
+}
+
+// What the reader still files while it is being stopped is forgotten as well.
+TEST_F(RemoteAddressInfo, SwitchedOffForgetsOnlyOnceTheReaderHasEnded) {
+  ASSERT_NO_FATAL_FAILURE(Prepare());
+  for (int round = 1; round <= 2; ++round) {
+    Forget();
+    EnableRemote();
+    ASSERT_TRUE(WaitUntilReading());
+    network_.Hold("GetOverlappedResult");
+    network_.Complete(0, Packet());
+    ASSERT_TRUE(network_.WaitUntilHeld());
+    const ostrel_test::TestThread switchingOff([this] { library_.DisableRemoteAddressInfo(); });
+    ASSERT_TRUE(system_.transcript.WaitFor("WaitForSingleObject(thread, 3000)"));
+    network_.LetGo();
+    EXPECT_TRUE(system_.transcript.WaitFor(DISCONNECTED));
+    EXPECT_THAT(system_.transcript.StartingWith("log 7 added network event"), SizeIs(1)) << round;
+  }
+}
+
+TEST_F(RemoteAddressInfo, IsLeftRunningByUnloadingWhatIsNotLoaded) {
+  ASSERT_NO_FATAL_FAILURE(TakeTheLogOnly());
+  EnableRemote();
+  ASSERT_TRUE(WaitUntilReading());
+  Forget();
+  EXPECT_EQ(library_.UnloadDriver(), 1);
+  EXPECT_THAT(Calls(), ElementsAre("log 6 Ostrel filtering library already unloaded."));
+}
+
+TEST_F(RemoteAddressInfo, CutsTheUsersNameAt255Characters) {
+  ASSERT_NO_FATAL_FAILURE(TakeTheLogOnly());
+  EXPECT_TRUE(EnableActivity(true, std::wstring(256, L'u').c_str()));
+  EXPECT_THAT(system_.transcript.StartingWith("BuildExplicitAccessWithNameW"),
+              ElementsAre("BuildExplicitAccessWithNameW('" + std::string(255, 'u') +
+                          "', permissions 0x1, mode 1, inheritance 0)"));
+}
+
+// Memory that the list or the reader lacks keeps no step that needs none from being taken.
+TEST_F(RemoteAddressInfo, TakesItsOtherStepsWithAnyOfItsAllocationsRefused) {
+  ASSERT_NO_FATAL_FAILURE(Prepare());
+  const HeapWatch heap(library_.Module());
+  bool wasRefused = true;
+  for (int allocation = 1; wasRefused; ++allocation) {
+    SCOPED_TRACE(allocation);
+    Forget();
+    HeapWatch::Begin(allocation);
+    EnableRemote();
+    wasRefused = HeapWatch::HasRefused();
+    HeapWatch::Begin();
+    EXPECT_THAT(Logs(), Contains("log 6 Ostrel NW monitoring enabled."));
+    EXPECT_THAT(Logs(), Contains("log 6 Connected to NW driver successfully."));
+    const bool listFailed = Logs().back() == "log 6 Failed to send proc names to nw filter: 8";
+    const bool readerFailed =
+        !system_.transcript.StartingWith("log 3 Could not start receive notification thread. Code: 8")
+             .empty();
+    EXPECT_EQ(listFailed || readerFailed, wasRefused) << "every refusal is told";
+    library_.DisableRemoteAddressInfo();
+  }
 }
 
 TEST_F(RemoteAddressInfo, MakesUnloadingFailWhenItsServiceCannotBeStopped) {

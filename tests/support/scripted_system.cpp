@@ -405,6 +405,7 @@ struct ScriptedSystem::Fakes {
   static DWORD WINAPI K32GetProcessImageFileNameW(HANDLE process, wchar_t* name, DWORD capacity) {
     const std::string processName = current->NameOf(process);
     const auto failure = current->Enter("K32GetProcessImageFileNameW", processName + ", " + Number(capacity));
+    if (current->onImageName) current->onImageName();
     if (failure) {
       SetLastError(*failure);
       return 0;

@@ -78,7 +78,7 @@ class ThePacketReader : public PlatformTest {
   DWORD Run(std::deque<Step> steps) {
     network_.onWaits = std::move(steps);
     network_.onWaits.push_back([this] { SetEvent(stop_); });
-    return PacketReader(device_.Get(), stop_, uploads_, downloads_).Run();
+    return PacketReader(device_.Get(), stop_, givenUp_, uploads_, downloads_).Run();
   }
 
   Step Report(const Packet& packet, std::size_t block = 0) {
@@ -100,6 +100,7 @@ class ThePacketReader : public PlatformTest {
   NetworkEventCache uploads_{1};
   NetworkEventCache downloads_{0};
   NetworkDevice device_;
+  GivenUpFlag givenUp_ = std::make_shared<std::atomic<bool>>(false);
   HANDLE stop_ = nullptr;
 };
 
@@ -275,6 +276,17 @@ TEST_F(ThePacketReader, FilesNothingForARequestThatEndsWithoutARecord) {
   EXPECT_EQ(uploads_.PurgeEvents(5000 + 70001), 1);
   const Lines issued = system_.transcript.StartingWith(Issue(3));
   EXPECT_THAT(issued, SizeIs(3)) << "made again after each end";
+}
+
+// By then the device is closed, and the handle's number may be somebody else's.
+TEST_F(ThePacketReader, NeitherFilesNorAsksForARecordOnceItIsGivenUp) {
+  const Step giveUpAndReport = [this] {
+    *givenUp_ = true;
+    network_.Complete(3, Packet());
+  };
+  EXPECT_EQ(Run({giveUpAndReport}), 0U);
+  EXPECT_THAT(Work(), Not(Contains(Issue(3))));
+  EXPECT_EQ(uploads_.GetCacheCount(), 0U);
 }
 
 TEST_F(ThePacketReader, FilesRecordsThatTheDriverHasAtOnce) {
@@ -482,6 +494,7 @@ TEST_F(ThePacketReaderThread, IsGivenUpOnAfterThreeSeconds) {
   network_.LetGo();
   ASSERT_TRUE(system_.WaitForThreadEnd(0));
   EXPECT_EQ(network_.PendingCount(), 0U) << "it ends by itself once it can";
+  EXPECT_EQ(uploads_.GetCacheCount(), 0U) << "what it held then comes too late";
 }
 
 // Its handles and blocks are not the new reader's.
