@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "e2e/network_on_lab.h"
+#include "support/lock.h"
 #include "support/open_handles.h"
 
 namespace ostrel::test {
@@ -88,6 +89,16 @@ class NetworkEndurance : public NetworkOnLab {
   static constexpr std::size_t UNLOADING_EVERY = 20;
 };
 
+// What a cycle leaves open, and nothing else: the reader's 63 request events and its stop event, and the
+// handle of its thread. (The filtering session that stays open too is no kernel object in the lab.) A start
+// of the disk event thread leaves a stop event.
+std::map<std::wstring, std::size_t> After(std::map<std::wstring, std::size_t> handles, std::size_t cycles,
+                                          std::size_t loads) {
+  handles[L"Event"] += (OSTREL_LAB_NETWORK_READ_REQUESTS + 1) * cycles + loads;
+  handles[L"Thread"] += cycles;
+  return handles;
+}
+
 TEST_F(NetworkEndurance, TwoHundredCyclesDuringAFloodEndInTimeAndLeaveNothingButTheReadersOwnHandles) {
   constexpr std::size_t CYCLES = 200;
   constexpr std::size_t UNLOADINGS = CYCLES / UNLOADING_EVERY;
@@ -95,22 +106,30 @@ TEST_F(NetworkEndurance, TwoHundredCyclesDuringAFloodEndInTimeAndLeaveNothingBut
   logged.endedReaders = 0;
   logged.closedBefore = 0;
   logged.otherErrors = 0;
-  const std::map<std::wstring, std::size_t> before = OpenHandles();
+  const std::map<std::wstring, std::size_t> handlesBefore = OpenHandles();
   std::vector<std::size_t> privateBytes;
   for (std::size_t cycle = 0; cycle < CYCLES; ++cycle) {
     ASSERT_NO_FATAL_FAILURE(Cycle(cycle));
     privateBytes.push_back(PrivateBytes());
-    if (cycle % 4 == 0) printf("%zu %zu\n", cycle, privateBytes.back());
   }
-  for (const auto& [type, count] : OpenHandles())
-    printf("%ls %zu -> %zu\n", type.c_str(), before.count(type) ? before.at(type) : 0, count);
-  printf("filed %zu median %zu %zu\n", logged.filed.load(),
-         Median(privateBytes.begin(), privateBytes.begin() + CYCLES / 4),
-         Median(privateBytes.end() - CYCLES / 4, privateBytes.end()));
 
+  // Unloading ends the reader, and the switching off that follows waits for it once more and finds its device
+  // closed. A stop that took longer than its 3000 milliseconds would be an error line.
   EXPECT_EQ(logged.endedReaders, CYCLES + UNLOADINGS);
   EXPECT_EQ(logged.closedBefore, UNLOADINGS);
   EXPECT_EQ(logged.otherErrors, 0U);
+
+  // The notification thread of the last load may still be on its way out.
+  const std::map<std::wstring, std::size_t> expected = After(handlesBefore, CYCLES, UNLOADINGS);
+  EXPECT_TRUE(WaitFor([&expected] { return OpenHandles() == expected; }, PATIENCE));
+  EXPECT_EQ(OpenHandles(), expected);
+
+  // The lab's filtering platform keeps half a kilobyte for each session that stays open. What the library
+  // itself would leak, such as its request blocks of 6 KiB, comes on top.
+  constexpr std::size_t QUARTER = CYCLES / 4;
+  constexpr std::size_t CYCLES_BETWEEN = CYCLES - QUARTER;
+  EXPECT_LT(Median(privateBytes.end() - QUARTER, privateBytes.end()),
+            Median(privateBytes.begin(), privateBytes.begin() + QUARTER) + CYCLES_BETWEEN * 1024);
 }
 
 }  // namespace
