@@ -32,16 +32,26 @@ void DeleteLinkedDevice(PDEVICE_OBJECT device, const WCHAR* linkName) {
 
 void GateEnter(Gate* gate) {
   InterlockedIncrement(&gate->inside);
+  InterlockedIncrement(&gate->entries);
 }
 
 void GateLeave(Gate* gate) {
   InterlockedDecrement(&gate->inside);
 }
 
-void GateWaitUntilEmpty(Gate* gate) {
-  LARGE_INTEGER millisecond;
-  millisecond.QuadPart = -10000;
-  while (InterlockedCompareExchange(&gate->inside, 0, 0) != 0) {
-    KeDelayExecutionThread(KernelMode, FALSE, &millisecond);
+static LONG Read(volatile LONG* value) {
+  return InterlockedCompareExchange(value, 0, 0);
+}
+
+void GateWaitUntilQuiet(Gate* gate) {
+  const int patience = 100;
+  LARGE_INTEGER tenMilliseconds;
+  LONG seen = Read(&gate->entries);
+  LONG before = seen - 1;
+  tenMilliseconds.QuadPart = -100000;
+  for (int waited = 0; Read(&gate->inside) != 0 || (seen != before && waited < patience); ++waited) {
+    KeDelayExecutionThread(KernelMode, FALSE, &tenMilliseconds);
+    before = seen;
+    seen = Read(&gate->entries);
   }
 }

@@ -15,10 +15,13 @@ void DeleteLinkedDevice(PDEVICE_OBJECT device, const WCHAR* linkName);
  * and a request may be inside it; the real I/O manager does not. */
 typedef struct Gate {
   volatile LONG inside;
+  volatile LONG entries;
 } Gate;
 
 void GateEnter(Gate* gate);
 void GateLeave(Gate* gate);
-void GateWaitUntilEmpty(Gate* gate);
+/* Waits until nobody is inside and nobody has come for a while, but not forever: Wine's driver host may hold
+ * a request that it has not handed over yet, and would do so after unloading. */
+void GateWaitUntilQuiet(Gate* gate);
 
 #endif

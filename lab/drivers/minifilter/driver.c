@@ -93,7 +93,7 @@ static NTSTATUS NTAPI Dispatch(PDEVICE_OBJECT device, PIRP request) {
 static void NTAPI Unload(PDRIVER_OBJECT driver) {
   (void)driver;
   PortShutDown(&minifilter.port);
-  GateWaitUntilEmpty(&minifilter.gate);
+  GateWaitUntilQuiet(&minifilter.gate);
   DeleteLinkedDevice(minifilter.playerDevice, OSTREL_LAB_PLAYER_LINK);
   DeleteLinkedDevice(minifilter.portDevice, OSTREL_LAB_PORT_LINK);
 }

@@ -97,7 +97,7 @@ static NTSTATUS NTAPI Dispatch(PDEVICE_OBJECT device, PIRP request) {
 static void NTAPI Unload(PDRIVER_OBJECT driver) {
   (void)driver;
   MonitorShutDown(&network.monitor);
-  GateWaitUntilEmpty(&network.gate);
+  GateWaitUntilQuiet(&network.gate);
   DeleteLinkedDevice(network.playerDevice, OSTREL_LAB_NETWORK_PLAYER_LINK);
   DeleteLinkedDevice(network.device, OSTREL_LAB_NETWORK_LINK);
 }

@@ -148,7 +148,7 @@ DWORD Engine::AddWithin(Session& session, FilteringObject object, bool isPersist
     object.session = session.description.key;
   }
   if (IsNone(object.key)) UuidCreate(&object.key);
-  std::vector<FilteringObject> visible = store_.Read().objects;
+  std::vector<FilteringObject> visible = store_.Objects();
   std::vector<FilteringObject>& added = session.transaction->added;
   visible.insert(visible.end(), added.begin(), added.end());
   const DWORD status = Check(object, visible);

@@ -1,6 +1,9 @@
 #include "filtering_store.h"
 
+#include <map>
 #include <optional>
+#include <tuple>
+#include <utility>
 
 namespace ostrel::lab {
 
@@ -27,10 +30,17 @@ std::optional<std::uint64_t> StartOf(HANDLE process) {
   return std::uint64_t{start.dwHighDateTime} << 32 | start.dwLowDateTime;
 }
 
-bool IsAlive(const FilteringSession& session) {
+// Process id and start.
+using Process = std::pair<std::uint32_t, std::uint64_t>;
+
+bool IsAlive(const Process& described) {
   const UniqueKernelHandle process(
-      OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE, FALSE, session.processId));
-  return process && StartOf(process.Get()) == session.processStart;
+      OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE, FALSE, described.first));
+  return process && StartOf(process.Get()) == described.second;
+}
+
+Process ReadProcess(const RegistryKey& session) {
+  return {static_cast<std::uint32_t>(session.Number(L"ProcessId")), session.Number(L"ProcessStart")};
 }
 
 // An unreadable key gives zero, which no object and no session has.
@@ -53,8 +63,7 @@ FilteringSession ReadSession(const RegistryKey& key, const std::wstring& name) {
   session.name = key.Text(L"Name");
   session.description = key.Text(L"Description");
   session.flags = static_cast<std::uint32_t>(key.Number(L"Flags"));
-  session.processId = static_cast<std::uint32_t>(key.Number(L"ProcessId"));
-  session.processStart = key.Number(L"ProcessStart");
+  std::tie(session.processId, session.processStart) = ReadProcess(key);
   return session;
 }
 
@@ -128,33 +137,56 @@ FilteringStore::FilteringStore()
       sessions_(running_.Create(L"Sessions", Kept::UntilRestart)) {}
 
 void FilteringStore::RemoveDeadSessions() {
+  // A process may have hundreds of sessions open.
+  std::map<Process, bool> verdicts;
   for (const std::wstring& name : sessions_.Names()) {
     const auto key = sessions_.Open(name);
-    if (key && !IsAlive(ReadSession(*key, name))) sessions_.Delete(name);
+    if (!key) continue;
+    const auto [verdict, isFirst] = verdicts.try_emplace(ReadProcess(*key));
+    if (isFirst) verdict->second = IsAlive(verdict->first);
+    if (!verdict->second) sessions_.Delete(name);
   }
+}
+
+bool FilteringStore::IsThere(const std::wstring& session) {
+  if (!sessions_.Open(session)) return false;
+  RemoveDeadSessions();
+  return sessions_.Open(session).has_value();
+}
+
+std::vector<FilteringObject> FilteringStore::ReadAllObjects() {
+  std::vector<FilteringObject> read;
+  ReadObjects(persistent_, FilteringLifetime::Persistent, {}, read);
+  ReadObjects(untilRestart_, FilteringLifetime::UntilRestart, {}, read);
+  for (const std::wstring& name : sessions_.Names()) {
+    const auto objects = sessions_.Open(name + L"\\Objects");
+    if (objects) ReadObjects(*objects, FilteringLifetime::Session, GuidIn(name), read);
+  }
+  return read;
+}
+
+std::vector<FilteringObject> FilteringStore::Objects() {
+  const Lock lock(*this);
+  RemoveDeadSessions();
+  return ReadAllObjects();
 }
 
 FilteringState FilteringStore::Read() {
   const Lock lock(*this);
   RemoveDeadSessions();
   FilteringState state;
-  ReadObjects(persistent_, FilteringLifetime::Persistent, {}, state.objects);
-  ReadObjects(untilRestart_, FilteringLifetime::UntilRestart, {}, state.objects);
+  state.objects = ReadAllObjects();
   for (const std::wstring& name : sessions_.Names()) {
     const auto key = sessions_.Open(name);
-    if (!key) continue;
-    state.sessions.push_back(ReadSession(*key, name));
-    const auto objects = key->Open(L"Objects");
-    if (objects) ReadObjects(*objects, FilteringLifetime::Session, state.sessions.back().key, state.objects);
+    if (key) state.sessions.push_back(ReadSession(*key, name));
   }
   return state;
 }
 
 bool FilteringStore::AddSession(const FilteringSession& session) {
   const Lock lock(*this);
-  RemoveDeadSessions();
   const std::wstring name = TextOf(session.key);
-  if (sessions_.Open(name)) return false;
+  if (IsThere(name)) return false;
   Write(sessions_.Create(name, Kept::UntilRestart), session);
   return true;
 }
@@ -166,11 +198,11 @@ void FilteringStore::RemoveSession(const GUID& session) {
 
 bool FilteringStore::TryBecomeWriter(const GUID& session) {
   const Lock lock(*this);
-  RemoveDeadSessions();
+  const std::wstring own = TextOf(session);
   const std::wstring writer = running_.Text(L"Writer");
   // A writer whose session has gone writes no more.
-  if (!writer.empty() && sessions_.Open(writer)) return writer == TextOf(session);
-  running_.Set(L"Writer", TextOf(session));
+  if (!writer.empty() && writer != own && IsThere(writer)) return false;
+  running_.Set(L"Writer", own);
   return true;
 }
 

@@ -14,12 +14,14 @@ namespace ostrel::lab {
 //     \Sessions\{key}, \Sessions\{key}\Objects                             sessions and their objects
 //
 // One system-wide mutex is held throughout each function. Sessions of processes that have ended do not count:
-// they are removed before anything else. Throws a RegistryError when the registry refuses.
+// they are removed before one could. Throws a RegistryError when the registry refuses.
 class FilteringStore {
  public:
   FilteringStore();
 
   FilteringState Read();
+  // Its objects alone.
+  std::vector<FilteringObject> Objects();
 
   // False when there is a session of that key.
   bool AddSession(const FilteringSession& session);
@@ -36,6 +38,8 @@ class FilteringStore {
   class Lock;
 
   void RemoveDeadSessions();
+  bool IsThere(const std::wstring& session);
+  std::vector<FilteringObject> ReadAllObjects();
 
   UniqueKernelHandle mutex_;
   RegistryKey persistent_;
