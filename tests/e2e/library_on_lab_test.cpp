@@ -5,7 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <cwchar>
-#include <set>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -13,6 +13,7 @@
 #include "driver_link.h"
 #include "minifilter_wire.h"
 #include "support/lock.h"
+#include "support/open_handles.h"
 
 namespace ostrel::test {
 
@@ -62,17 +63,6 @@ bool WaitUntilAcknowledged(DriverLink& driver, std::uint64_t count) {
   return true;
 }
 
-// Asked handle by handle: Wine's GetProcessHandleCount counts none.
-DWORD HandleCount() {
-  constexpr ULONG_PTR HIGHEST_HANDLE = 0x8000;
-  DWORD count = 0;
-  for (ULONG_PTR handle = 4; handle < HIGHEST_HANDLE; handle += 4) {
-    DWORD flags = 0;
-    if (GetHandleInformation(reinterpret_cast<HANDLE>(handle), &flags)) ++count;
-  }
-  return count;
-}
-
 void Load() {
   ASSERT_EQ(LoadDriver(CountLines, 7), 1);
   const wchar_t* names[] = {L"anything.exe"};
@@ -109,16 +99,17 @@ TEST(LibraryOnLab, AFloodIsAcknowledgedAndHandledMessageByMessage) {
 }
 
 TEST(LibraryOnLab, LoadingAndUnloadingInALoopLeavesOneStopEventOpenPerCycle) {
-  constexpr DWORD CYCLES = 20;
+  constexpr std::size_t CYCLES = 20;
   constexpr std::size_t EVENTS = 20;
   for (int warmUp = 0; warmUp < 3; ++warmUp) ASSERT_NO_FATAL_FAILURE(Cycle(EVENTS));
-  const DWORD before = HandleCount();
-  for (DWORD cycle = 0; cycle < CYCLES; ++cycle) ASSERT_NO_FATAL_FAILURE(Cycle(EVENTS));
+  std::map<std::wstring, std::size_t> expected = OpenHandles();
+  for (std::size_t cycle = 0; cycle < CYCLES; ++cycle) ASSERT_NO_FATAL_FAILURE(Cycle(EVENTS));
   // Each start of the disk event thread makes a stop event that stays open. The notification thread may still
   // be on its way out of the last cycle.
+  expected[L"Event"] += CYCLES;
   const auto deadline = std::chrono::steady_clock::now() + PATIENCE;
-  while (HandleCount() > before + CYCLES && std::chrono::steady_clock::now() < deadline) Sleep(10);
-  EXPECT_EQ(HandleCount(), before + CYCLES);
+  while (OpenHandles() != expected && std::chrono::steady_clock::now() < deadline) Sleep(10);
+  EXPECT_EQ(OpenHandles(), expected);
 }
 
 TEST(LibraryOnLab, UnloadingDuringAFloodEndsInTimeWithoutAnError) {

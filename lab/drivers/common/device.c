@@ -30,6 +30,11 @@ void DeleteLinkedDevice(PDEVICE_OBJECT device, const WCHAR* linkName) {
   IoDeleteDevice(device);
 }
 
+void RetireLinkedDevice(PDEVICE_OBJECT device, const WCHAR* linkName) {
+  ObReferenceObject(device);
+  DeleteLinkedDevice(device, linkName);
+}
+
 void GateEnter(Gate* gate) {
   InterlockedIncrement(&gate->inside);
   InterlockedIncrement(&gate->entries);

@@ -10,9 +10,13 @@ NTSTATUS CompleteRequest(PIRP request, NTSTATUS status, ULONG_PTR information);
 NTSTATUS CreateLinkedDevice(PDRIVER_OBJECT driver, const WCHAR* deviceName, const WCHAR* linkName,
                             ULONG deviceType, PDEVICE_OBJECT* device);
 void DeleteLinkedDevice(PDEVICE_OBJECT device, const WCHAR* linkName);
+/* The same, but the device's memory stays until ObDereferenceObject. */
+void RetireLinkedDevice(PDEVICE_OBJECT device, const WCHAR* linkName);
 
 /* Counts the requests that are being handled. Wine's driver host unloads a driver although handles are open
- * and a request may be inside it; the real I/O manager does not. */
+ * and a request may be inside it or on its way to it; the real I/O manager does not. A driver unloads safely
+ * when it has retired its devices, so that no further request is taken for them, then waits until the gate is
+ * quiet, and only then lets the devices' memory go. */
 typedef struct Gate {
   volatile LONG inside;
   volatile LONG entries;
@@ -20,8 +24,8 @@ typedef struct Gate {
 
 void GateEnter(Gate* gate);
 void GateLeave(Gate* gate);
-/* Waits until nobody is inside and nobody has come for a while, but not forever: Wine's driver host may hold
- * a request that it has not handed over yet, and would do so after unloading. */
+/* Waits until nobody is inside and nobody has come for a while, but not forever. Nothing says whether a
+ * request is on its way. */
 void GateWaitUntilQuiet(Gate* gate);
 
 #endif

@@ -93,9 +93,11 @@ static NTSTATUS NTAPI Dispatch(PDEVICE_OBJECT device, PIRP request) {
 static void NTAPI Unload(PDRIVER_OBJECT driver) {
   (void)driver;
   PortShutDown(&minifilter.port);
+  RetireLinkedDevice(minifilter.playerDevice, OSTREL_LAB_PLAYER_LINK);
+  RetireLinkedDevice(minifilter.portDevice, OSTREL_LAB_PORT_LINK);
   GateWaitUntilQuiet(&minifilter.gate);
-  DeleteLinkedDevice(minifilter.playerDevice, OSTREL_LAB_PLAYER_LINK);
-  DeleteLinkedDevice(minifilter.portDevice, OSTREL_LAB_PORT_LINK);
+  ObDereferenceObject(minifilter.playerDevice);
+  ObDereferenceObject(minifilter.portDevice);
 }
 
 NTSTATUS NTAPI DriverEntry(PDRIVER_OBJECT driver, PUNICODE_STRING registryPath) {

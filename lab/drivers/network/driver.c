@@ -97,9 +97,11 @@ static NTSTATUS NTAPI Dispatch(PDEVICE_OBJECT device, PIRP request) {
 static void NTAPI Unload(PDRIVER_OBJECT driver) {
   (void)driver;
   MonitorShutDown(&network.monitor);
+  RetireLinkedDevice(network.playerDevice, OSTREL_LAB_NETWORK_PLAYER_LINK);
+  RetireLinkedDevice(network.device, OSTREL_LAB_NETWORK_LINK);
   GateWaitUntilQuiet(&network.gate);
-  DeleteLinkedDevice(network.playerDevice, OSTREL_LAB_NETWORK_PLAYER_LINK);
-  DeleteLinkedDevice(network.device, OSTREL_LAB_NETWORK_LINK);
+  ObDereferenceObject(network.playerDevice);
+  ObDereferenceObject(network.device);
 }
 
 NTSTATUS NTAPI DriverEntry(PDRIVER_OBJECT driver, PUNICODE_STRING registryPath) {

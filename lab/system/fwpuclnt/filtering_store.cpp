@@ -1,7 +1,6 @@
 #include "filtering_store.h"
 
-#include <map>
-#include <optional>
+#include <sstream>
 #include <tuple>
 #include <utility>
 
@@ -39,8 +38,20 @@ bool IsAlive(const Process& described) {
   return process && StartOf(process.Get()) == described.second;
 }
 
-Process ReadProcess(const RegistryKey& session) {
-  return {static_cast<std::uint32_t>(session.Number(L"ProcessId")), session.Number(L"ProcessStart")};
+// Of the process's key.
+std::wstring NameOf(const Process& process) {
+  return std::to_wstring(process.first) + L"-" + std::to_wstring(process.second);
+}
+
+Process ProcessIn(const std::wstring& name) {
+  Process process;
+  wchar_t dash = 0;
+  std::wistringstream(name) >> process.first >> dash >> process.second;
+  return process;
+}
+
+std::wstring PathOf(const GUID& session) {
+  return L"Sessions\\" + TextOf(session);
 }
 
 // An unreadable key gives zero, which no object and no session has.
@@ -53,21 +64,20 @@ void Write(const RegistryKey& key, const FilteringSession& session) {
   key.Set(L"Name", session.name);
   key.Set(L"Description", session.description);
   key.Set(L"Flags", session.flags);
-  key.Set(L"ProcessId", session.processId);
-  key.Set(L"ProcessStart", session.processStart);
 }
 
-FilteringSession ReadSession(const RegistryKey& key, const std::wstring& name) {
+FilteringSession ReadSession(const RegistryKey& key, const std::wstring& name, const Process& process) {
   FilteringSession session;
   session.key = GuidIn(name);
   session.name = key.Text(L"Name");
   session.description = key.Text(L"Description");
   session.flags = static_cast<std::uint32_t>(key.Number(L"Flags"));
-  std::tie(session.processId, session.processStart) = ReadProcess(key);
+  std::tie(session.processId, session.processStart) = process;
   return session;
 }
 
 void Write(const RegistryKey& key, const FilteringObject& object) {
+  if (object.lifetime == FilteringLifetime::Session) key.Set(L"Session", TextOf(object.session));
   key.Set(L"Kind", static_cast<std::uint64_t>(object.kind));
   key.Set(L"Key", TextOf(object.key));
   key.Set(L"Name", object.name);
@@ -81,8 +91,10 @@ void Write(const RegistryKey& key, const FilteringObject& object) {
   key.Set(L"UserDescriptor", object.userDescriptor);
 }
 
-FilteringObject ReadObject(const RegistryKey& key) {
+FilteringObject ReadObject(const RegistryKey& key, FilteringLifetime lifetime) {
   FilteringObject object;
+  object.lifetime = lifetime;
+  if (lifetime == FilteringLifetime::Session) object.session = GuidIn(key.Text(L"Session"));
   object.kind = static_cast<FilteringKind>(key.Number(L"Kind"));
   object.key = GuidIn(key.Text(L"Key"));
   object.name = key.Text(L"Name");
@@ -97,14 +109,11 @@ FilteringObject ReadObject(const RegistryKey& key) {
   return object;
 }
 
-void ReadObjects(const RegistryKey& folder, FilteringLifetime lifetime, const GUID& session,
+void ReadObjects(const RegistryKey& folder, FilteringLifetime lifetime,
                  std::vector<FilteringObject>& objects) {
   for (const std::wstring& name : folder.Names()) {
     const auto key = folder.Open(name);
-    if (!key) continue;
-    objects.push_back(ReadObject(*key));
-    objects.back().lifetime = lifetime;
-    objects.back().session = session;
+    if (key) objects.push_back(ReadObject(*key, lifetime));
   }
 }
 
@@ -134,74 +143,86 @@ FilteringStore::FilteringStore()
       persistent_(RegistryKey::CreateForMachine(PERSISTENT_PATH, Kept::Always)),
       running_(RegistryKey::CreateForMachine(RUNNING_PATH, Kept::UntilRestart)),
       untilRestart_(running_.Create(L"Objects", Kept::UntilRestart)),
-      sessions_(running_.Create(L"Sessions", Kept::UntilRestart)) {}
+      processes_(running_.Create(L"Processes", Kept::UntilRestart)) {}
 
-void FilteringStore::RemoveDeadSessions() {
-  // A process may have hundreds of sessions open.
-  std::map<Process, bool> verdicts;
-  for (const std::wstring& name : sessions_.Names()) {
-    const auto key = sessions_.Open(name);
-    if (!key) continue;
-    const auto [verdict, isFirst] = verdicts.try_emplace(ReadProcess(*key));
-    if (isFirst) verdict->second = IsAlive(verdict->first);
-    if (!verdict->second) sessions_.Delete(name);
+void FilteringStore::RemoveDeadProcesses() {
+  for (const std::wstring& name : processes_.Names()) {
+    if (!IsAlive(ProcessIn(name))) processes_.Delete(name);
   }
 }
 
-bool FilteringStore::IsThere(const std::wstring& session) {
-  if (!sessions_.Open(session)) return false;
-  RemoveDeadSessions();
-  return sessions_.Open(session).has_value();
+std::optional<RegistryKey> FilteringStore::FindProcessOf(const GUID& session) {
+  for (const std::wstring& name : processes_.Names()) {
+    auto process = processes_.Open(name);
+    if (process && process->Open(PathOf(session))) return process;
+  }
+  return std::nullopt;
 }
 
 std::vector<FilteringObject> FilteringStore::ReadAllObjects() {
   std::vector<FilteringObject> read;
-  ReadObjects(persistent_, FilteringLifetime::Persistent, {}, read);
-  ReadObjects(untilRestart_, FilteringLifetime::UntilRestart, {}, read);
-  for (const std::wstring& name : sessions_.Names()) {
-    const auto objects = sessions_.Open(name + L"\\Objects");
-    if (objects) ReadObjects(*objects, FilteringLifetime::Session, GuidIn(name), read);
+  ReadObjects(persistent_, FilteringLifetime::Persistent, read);
+  ReadObjects(untilRestart_, FilteringLifetime::UntilRestart, read);
+  for (const std::wstring& name : processes_.Names()) {
+    const auto objects = processes_.Open(name + L"\\Objects");
+    if (objects) ReadObjects(*objects, FilteringLifetime::Session, read);
   }
   return read;
 }
 
 std::vector<FilteringObject> FilteringStore::Objects() {
   const Lock lock(*this);
-  RemoveDeadSessions();
+  RemoveDeadProcesses();
   return ReadAllObjects();
 }
 
 FilteringState FilteringStore::Read() {
   const Lock lock(*this);
-  RemoveDeadSessions();
+  RemoveDeadProcesses();
   FilteringState state;
   state.objects = ReadAllObjects();
-  for (const std::wstring& name : sessions_.Names()) {
-    const auto key = sessions_.Open(name);
-    if (key) state.sessions.push_back(ReadSession(*key, name));
+  for (const std::wstring& process : processes_.Names()) {
+    const auto sessions = processes_.Open(process + L"\\Sessions");
+    if (!sessions) continue;
+    for (const std::wstring& name : sessions->Names()) {
+      const auto key = sessions->Open(name);
+      if (key) state.sessions.push_back(ReadSession(*key, name, ProcessIn(process)));
+    }
   }
   return state;
 }
 
 bool FilteringStore::AddSession(const FilteringSession& session) {
   const Lock lock(*this);
-  const std::wstring name = TextOf(session.key);
-  if (IsThere(name)) return false;
-  Write(sessions_.Create(name, Kept::UntilRestart), session);
+  RemoveDeadProcesses();
+  if (FindProcessOf(session.key)) return false;
+  const RegistryKey process =
+      processes_.Create(NameOf({session.processId, session.processStart}), Kept::UntilRestart);
+  const RegistryKey sessions = process.Create(L"Sessions", Kept::UntilRestart);
+  Write(sessions.Create(TextOf(session.key), Kept::UntilRestart), session);
   return true;
 }
 
 void FilteringStore::RemoveSession(const GUID& session) {
   const Lock lock(*this);
-  sessions_.Delete(TextOf(session));
+  const auto process = FindProcessOf(session);
+  if (!process) return;
+  process->Delete(PathOf(session));
+  const auto objects = process->Open(L"Objects");
+  if (!objects) return;
+  for (const std::wstring& name : objects->Names()) {
+    const auto key = objects->Open(name);
+    if (key && key->Text(L"Session") == TextOf(session)) objects->Delete(name);
+  }
 }
 
 bool FilteringStore::TryBecomeWriter(const GUID& session) {
   const Lock lock(*this);
+  RemoveDeadProcesses();
   const std::wstring own = TextOf(session);
   const std::wstring writer = running_.Text(L"Writer");
   // A writer whose session has gone writes no more.
-  if (!writer.empty() && writer != own && IsThere(writer)) return false;
+  if (!writer.empty() && FindProcessOf(GuidIn(writer))) return writer == own;
   running_.Set(L"Writer", own);
   return true;
 }
@@ -223,8 +244,8 @@ void FilteringStore::Add(const std::vector<FilteringObject>& objects) {
         Write(untilRestart_.Create(name, Kept::UntilRestart), object);
         break;
       case FilteringLifetime::Session:
-        if (const auto session = sessions_.Open(TextOf(object.session))) {
-          Write(session->Create(L"Objects", Kept::UntilRestart).Create(name, Kept::UntilRestart), object);
+        if (const auto process = FindProcessOf(object.session)) {
+          Write(process->Create(L"Objects", Kept::UntilRestart).Create(name, Kept::UntilRestart), object);
         }
         break;
     }

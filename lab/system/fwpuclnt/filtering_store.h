@@ -1,6 +1,8 @@
 #ifndef OSTREL_LAB_SYSTEM_FWPUCLNT_FILTERING_STORE_H
 #define OSTREL_LAB_SYSTEM_FWPUCLNT_FILTERING_STORE_H
 
+#include <optional>
+
 #include "filtering_objects.h"
 #include "registry_key.h"
 
@@ -11,10 +13,11 @@ namespace ostrel::lab {
 //   HKEY_LOCAL_MACHINE\Software\OstrelLab\FilteringPlatform\Persistent   persistent objects
 //   HKEY_LOCAL_MACHINE\Software\OstrelLab\FilteringPlatform\Running      gone when the machine stops:
 //     \Objects                                                             objects without a session
-//     \Sessions\{key}, \Sessions\{key}\Objects                             sessions and their objects
+//     \Processes\<id>-<start>\Sessions, \Processes\<id>-<start>\Objects  a process's sessions and their
+//     objects
 //
 // One system-wide mutex is held throughout each function. Sessions of processes that have ended do not count:
-// they are removed before one could. Throws a RegistryError when the registry refuses.
+// they are removed before anything else. Throws a RegistryError when the registry refuses.
 class FilteringStore {
  public:
   FilteringStore();
@@ -37,15 +40,15 @@ class FilteringStore {
  private:
   class Lock;
 
-  void RemoveDeadSessions();
-  bool IsThere(const std::wstring& session);
+  void RemoveDeadProcesses();
+  std::optional<RegistryKey> FindProcessOf(const GUID& session);
   std::vector<FilteringObject> ReadAllObjects();
 
   UniqueKernelHandle mutex_;
   RegistryKey persistent_;
   RegistryKey running_;
   RegistryKey untilRestart_;
-  RegistryKey sessions_;
+  RegistryKey processes_;
 };
 
 // Of this process, for FilteringSession::processStart.
