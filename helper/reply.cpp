@@ -44,8 +44,7 @@ std::wstring Cut(std::wstring_view text, std::size_t longest) {
   return std::wstring(cut);
 }
 
-template <typename Message>
-std::wstring TextOf(Message message) {
+std::wstring TextOf(const ResponseMessage& message) {
   std::wostringstream stream;
   message.Serialize(stream);
   return stream.str();
@@ -90,7 +89,7 @@ std::wstring TextReply(Message message, const TextAnswer& answer, ResponseCode c
 
 std::wstring TitlesReply(const std::wstring& responseId, const TitlesAnswer& answer) {
   ResponseMessageTabTitles message(responseId);
-  message.messageType = 0;
+  message.messageType = MESSAGE_TAB_TITLES;
   message.responseCode = answer.code;
   // The number of titles takes up to three digits more than the one it has now.
   const std::size_t taken = TextOf(message).size() + 3;
@@ -100,7 +99,7 @@ std::wstring TitlesReply(const std::wstring& responseId, const TitlesAnswer& ans
 
 std::wstring MetadataReply(const std::wstring& responseId, const MetadataAnswer& answer) {
   ResponseMessageMetaData message(responseId);
-  message.messageType = 1;
+  message.messageType = MESSAGE_META_DATA;
   message.responseCode = answer.code;
   if (answer.code == ResponseCode::SUCCESS) {
     message.sha256Hex = answer.sha256Hex;
@@ -115,13 +114,14 @@ std::wstring MetadataReply(const std::wstring& responseId, const MetadataAnswer&
 
 std::wstring AutoProxyConfigUrlReply(const std::wstring& responseId, const TextAnswer& answer) {
   ResponseMessageAutoProxyConfigUrl message(responseId);
+  message.messageType = MESSAGE_AUTO_PROXY_CONFIG_URL;
   return TextReply(message, answer, ResponseCode::PROXY_ERROR_GETTING_AUTO_CONFIG_URL,
                    L"The automatic proxy configuration URL is too long.");
 }
 
 std::wstring CloudLoginReply(const std::wstring& responseId, const TextAnswer& answer) {
   ResponseMessageCloudStorageProviderLogin message(responseId);
-  message.messageType = 3;
+  message.messageType = MESSAGE_CLOUD_STORAGE_PROVIDER_LOGIN;
   return TextReply(message, answer, ResponseCode::CLOUDLOGIN_ERROR_GETTING_CLOUD_LOGIN,
                    L"The login name is too long.");
 }

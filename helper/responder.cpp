@@ -1,7 +1,7 @@
 #include "responder.h"
 
 #include "reply.h"
-#include "userhelper/request_message.h"
+#include "userhelper/message_type.h"
 
 namespace ostrel::helper {
 
@@ -25,13 +25,13 @@ std::optional<std::wstring> Responder::Reply(std::wstring_view request) const {
     return Refusal(*head, ResponseCode::TABTITLE_COMMAND_ID, WRONG_COMMAND_ID);
   }
   switch (head->messageType) {
-    case 0:
+    case MESSAGE_TAB_TITLES:
       return ReplyToTitles(*head, reader);
-    case 1:
+    case MESSAGE_META_DATA:
       return ReplyToMetadata(*head, reader);
-    case 2:
+    case MESSAGE_AUTO_PROXY_CONFIG_URL:
       return ReplyToAutoProxyConfigUrl(*head, reader);
-    case 3:
+    case MESSAGE_CLOUD_STORAGE_PROVIDER_LOGIN:
       return ReplyToCloudLogin(*head, reader);
     default:
       return Refusal(*head, ResponseCode::TABTITLE_INCORRECT_MESSAGE_TYPE, WRONG_TYPE);
@@ -42,11 +42,11 @@ std::optional<std::wstring> Responder::Reply(std::wstring_view request) const {
 std::wstring Responder::Refusal(const RequestHead& head, ResponseCode code,
                                 const wchar_t* explanation) const {
   switch (head.messageType) {
-    case 1:
+    case MESSAGE_META_DATA:
       return MetadataReply(head.responseId, MetadataAnswer::Failed(code));
-    case 2:
+    case MESSAGE_AUTO_PROXY_CONFIG_URL:
       return AutoProxyConfigUrlReply(head.responseId, {code, explanation});
-    case 3:
+    case MESSAGE_CLOUD_STORAGE_PROVIDER_LOGIN:
       return CloudLoginReply(head.responseId, {code, explanation});
     default:
       return TitlesReply(head.responseId, TitlesAnswer::Failed(code));
