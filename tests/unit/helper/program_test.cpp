@@ -148,31 +148,9 @@ TEST_F(TheHelper, TakesAPathOfNearlyTheGreatestLength) {
             L"1,4,ab12,18,,,0,0,");
 }
 
-TEST_F(TheHelper, EndsWhenItsClientSaysNothing) {
-  const ostrel::UniqueFileHandle client = Connect(channel_);
-  ASSERT_TRUE(client);
-  EXPECT_EQ(helper_.ExitCode(), 5U);
-  EXPECT_EQ(helper_.Errors(), "OstrelUserHelper: no request came in time\n");
-}
-
 TEST_F(TheHelper, EndsWhenItsClientLeavesWithoutAWord) {
   Connect(channel_).Close();
   EXPECT_EQ(helper_.ExitCode(), 5U);
-}
-
-TEST_F(TheHelper, EndsWhenItsClientDoesNotFetchTheReply) {
-  const ostrel::UniqueFileHandle client = Connect(channel_);
-  const std::wstring request = Head(L"1,2");
-  DWORD written = 0;
-  ASSERT_TRUE(
-      WriteFile(client.Get(), request.data(), static_cast<DWORD>(request.size() * 2), &written, nullptr));
-  EXPECT_EQ(helper_.ExitCode(), 6U);
-  EXPECT_EQ(helper_.Errors(), "OstrelUserHelper: the reply was not fetched in time\n");
-}
-
-TEST_F(TheHelper, EndsWhenNobodyComes) {
-  EXPECT_EQ(helper_.ExitCode(), 4U);
-  EXPECT_EQ(helper_.Errors(), "OstrelUserHelper: nobody connected in time\n");
 }
 
 TEST_F(TheHelper, RefusesAPipeThatIsThereAlready) {
@@ -191,6 +169,29 @@ TEST_F(TheHelper, TakesASecondClientNeitherDuringNorAfterTheFirst) {
                         0, nullptr),
             INVALID_HANDLE_VALUE);
   EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_PIPE_BUSY));
+}
+
+// All at once, since each takes its time.
+TEST(TheHelpersPatience, EndsWithWhoeverDoesNotDoHisPart) {
+  const std::wstring channels[] = {NewChannelName(), NewChannelName(), NewChannelName()};
+  HelperProcess alone(COMMAND_ID + L" " + channels[0]);
+  HelperProcess unasked(COMMAND_ID + L" " + channels[1]);
+  HelperProcess unheard(COMMAND_ID + L" " + channels[2]);
+
+  const ostrel::UniqueFileHandle silent = Connect(channels[1]);
+  ASSERT_TRUE(silent);
+  const ostrel::UniqueFileHandle deaf = Connect(channels[2]);
+  const std::wstring request = Head(L"1,2");
+  DWORD written = 0;
+  ASSERT_TRUE(WriteFile(deaf.Get(), request.data(), static_cast<DWORD>(request.size() * sizeof(wchar_t)), &written,
+                        nullptr));
+
+  EXPECT_EQ(unasked.ExitCode(), 5U);
+  EXPECT_EQ(unasked.Errors(), "OstrelUserHelper: no request came in time\n");
+  EXPECT_EQ(unheard.ExitCode(), 6U);
+  EXPECT_EQ(unheard.Errors(), "OstrelUserHelper: the reply was not fetched in time\n");
+  EXPECT_EQ(alone.ExitCode(), 4U);
+  EXPECT_EQ(alone.Errors(), "OstrelUserHelper: nobody connected in time\n");
 }
 
 TEST(TheHelpersCommandLine, WithHelpIsAnsweredOnStandardOutput) {
