@@ -3,6 +3,7 @@
 #include <type_traits>
 
 #include "api/library.h"
+#include "userhelper/helper_requests.h"
 
 static_assert(std::is_same_v<LogCallback, ostrel::LogSink>);
 static_assert(std::is_same_v<ActivityEventCallback, ostrel::ActivityCallback>);
@@ -21,6 +22,10 @@ std::uint8_t Guarded(Call call) noexcept {
   } catch (...) {
     return 0;
   }
+}
+
+const wchar_t* TextOrEmpty(const wchar_t* text) {
+  return text != nullptr ? text : L"";
 }
 
 }  // namespace
@@ -91,6 +96,21 @@ void EnableTabTitles() {
 void DisableTabTitles() {
   Guarded([] {
     Library::Instance().DisableTabTitles();
+    return true;
+  });
+}
+
+void GetAutoProxyConfigUrlForSystem(wchar_t** result, wchar_t** error) {
+  if (result == nullptr || error == nullptr) return;
+  ostrel::GetAutoProxyConfigUrlFromUserHelper(result, error);
+}
+
+void GetCloudStorageProviderLoginForSystem(const wchar_t* provider, const wchar_t* homeDirectory,
+                                           wchar_t** result, wchar_t** error) {
+  if (result == nullptr || error == nullptr) return;
+  Guarded([&] {
+    ostrel::GetCloudStorageProviderLoginFromUserHelper(TextOrEmpty(provider), TextOrEmpty(homeDirectory),
+                                                       result, error);
     return true;
   });
 }

@@ -18,12 +18,12 @@
  *     it passed. A count of 0 or less, or a null array, is an empty list.
  *  5. What a callback receives belongs to the library and is valid only during the call. The host copies what
  *     it keeps.
- *  6. Threads. Any thread may call any function. All of them but EnableTabTitles, DisableTabTitles and
- *     DeallocStringPointer run one at a time, under one recursive lock. The log callback runs on whatever
+ *  6. Threads. Any thread may call any function. All of them but EnableTabTitles, DisableTabTitles and the
+ *     functions on strings run one at a time, under one recursive lock. The log callback runs on whatever
  *     thread has something to say, on several at once. The event callbacks run on the library's disk event
  *     thread, one at a time, under the report lock: a callback that takes long delays every later report.
- *  7. From an event callback a host may call EnableTabTitles, DisableTabTitles and DeallocStringPointer. Any
- *     other function may have to wait there for UnloadDriver, which waits for the very thread that the
+ *  7. From an event callback a host may call EnableTabTitles, DisableTabTitles and the functions on strings.
+ *     Any other function may have to wait there for UnloadDriver, which waits for the very thread that the
  *     callback runs on and gives up on it after 3 seconds. From the log callback call nothing: it may run
  *     while locks are held.
  *  8. No exception leaves the library. A callback should let none out either; one that does loses that report
@@ -33,6 +33,14 @@
  *     to do says so at level 6. So pass a log callback before anything can fail.
  * 10. The library cannot be unloaded from a process safely once LoadDriver was called: its threads are not
  *     waited for beyond what UnloadDriver says. Do not call FreeLibrary.
+ * 11. What only the interactive user's session can tell, the library asks OstrelUserHelper.exe, which it
+ *     starts anew for each question: tab titles, metadata of files on network drives, and the functions on
+ *     strings that end in ForSystem. From a service it starts nlib\OstrelUserHelper.exe, from a program in
+ * the user's session OstrelUserHelper.exe, either relative to the current directory of the process. The
+ *     thread that needs the answer waits for it: 40 times the pipe's own patience and 2 seconds at most for
+ *     the helper to come up, then 2 seconds for the answer, or 10 for a file's metadata. Tab titles are asked
+ *     for on the notification thread, after the driver has its acknowledgement, while the cache that the
+ * event goes to is locked; metadata on the disk event thread, under the report lock.
  */
 
 #include <stdint.h>
@@ -78,18 +86,31 @@ typedef void (*LogCallback)(const wchar_t* text, uint32_t level);
  * hostNames       streamCount host names, empty where the reverse look-up failed; always empty for IPv6.
  * hintCount       Number of destination hints.
  * hints           hintCount tab titles that were open when the file was first touched.
- * tabTitleStatus  How the look-up of the titles went; empty while capture is off. "USER_HELPER_NOT_SUPPORTED"
- *                 in this version, which finds no titles.
- * isNetworkDrive  1 when the file is on a network drive, and only then the rest is filled. This version
- *                 leaves it empty with the status "USER_HELPER_NOT_SUPPORTED", and takes every upload from a
- *                 network drive for complete.
- * sha256Hex       Digest of the file, in hexadecimal digits.
- * md5Hex          Digest of the file, in hexadecimal digits.
- * fileSize        Low 32 bits of the file's size.
- * metadataStatus  How the look-up of size and digests went.
+ * tabTitleStatus  How the look-up of the titles went, as one of the words below; empty while capture is off.
+ * isNetworkDrive  1 when the file is on a network drive, and only then the rest is filled. Without metadata
+ * it is empty but for the status, and the upload counts as complete. sha256Hex       Digest of the file, in
+ * hexadecimal digits. md5Hex          Digest of the file, in hexadecimal digits. fileSize        Low 32 bits
+ * of the file's size. metadataStatus  How the look-up of size and digests went, as one of the words below.
  * extraText       What else the look-up returned.
  *
  * An array whose count is 0 is empty, not null. Runs on the disk event thread, under the report lock.
+ *
+ * The words of both look-ups, where "x" is TABTITLE or METADATA:
+ *
+ *   x_SUCCESS                The helper answered.
+ *   TABTITLE_NO_TITLE_FOUND  It answered, but with no title.
+ *   METADATA_FILE_NOT_FOUND  It answered, but with no digest.
+ *   INVALID_COMMANDID,
+ *   INVALID_CHANNELNAME      The system gave no random numbers to make identifiers from.
+ *   NO_LOGGEDIN_USER         Nobody is at the machine: no session but that of the services is active.
+ *   NO_ENV_CREATED           The user has no environment.
+ *   PROCCREATE_FAILURE       The helper cannot be started; most often, it is not where it is sought.
+ *   PIPE_NOT_AVAILABLE       The helper was started and did not come up in time.
+ *   x_CONNECT_PIPE_FAILED    It came up and gave no answer in time, or too long a one.
+ *   x_DESERIALIZE_FAILURE    Its answer makes no sense.
+ *
+ * Any other is the name of a ResponseCode, by which the helper or the reader of its answer says what went
+ * wrong; "UNKNOWN_ERROR" for one without a name. Empty when memory ran out.
  */
 typedef void (*ActivityEventCallback)(const wchar_t* fileName, const wchar_t* processName,
                                       const wchar_t* user, uint64_t endTime, uint32_t fileEventType,
@@ -210,6 +231,29 @@ OSTREL_FUNCTION void UpdateProcesses(const wchar_t** processNames, uint32_t proc
 OSTREL_FUNCTION void EnableTabTitles(void);
 OSTREL_FUNCTION void DisableTabTitles(void);
 
+/*
+ * The functions on strings. Both out-pointers must point to a null string; if either is itself null, nothing
+ * happens. `*result` receives a new string on success, `*error` one on failure, and what is not set stays
+ * null. A string has at most 2046 characters; the host gives it back to DeallocStringPointer. They work
+ * without LoadDriver, only no log is written then.
+ */
+
+/*
+ * The URL of the automatic proxy configuration that the interactive user's Internet settings name. A user
+ * without one has neither result nor error.
+ */
+OSTREL_FUNCTION void GetAutoProxyConfigUrlForSystem(wchar_t** result, wchar_t** error);
+
+/*
+ * The name that the interactive user has signed in with at a cloud storage provider.
+ *
+ * provider       The provider, as the helper knows it. Null is empty.
+ * homeDirectory  The user's home directory. Null is empty.
+ */
+OSTREL_FUNCTION void GetCloudStorageProviderLoginForSystem(const wchar_t* provider,
+                                                           const wchar_t* homeDirectory, wchar_t** result,
+                                                           wchar_t** error);
+
 /* Frees a string that the library handed out. A null string is ignored. */
 OSTREL_FUNCTION void DeallocStringPointer(wchar_t** string);
 
@@ -223,6 +267,7 @@ OSTREL_FUNCTION void DeallocStringPointer(wchar_t** string);
 #include "cache/read_event_cache.h"
 #include "cache/sent_event_cache.h"
 #include "network/network_event_cache.h"
+#include "userhelper/process_metadata.h"
 #include "util/ostrel_filter_lib_util.h"
 #endif
 
