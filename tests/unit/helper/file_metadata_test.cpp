@@ -17,6 +17,7 @@ using ostrel_test::PATIENCE;
 using ostrel_test::TemporaryFolder;
 using ostrel_test::WriteWholeFile;
 
+const std::wstring EXTENDED = L"\\\\?\\";
 const wchar_t* const MD5_OF_ABC = L"900150983cd24fb0d6963f7d28e17f72";
 
 // The patched functions carry no context.
@@ -57,16 +58,17 @@ TEST_F(TheMetadataOfAFile, IsDigestsSizeAndPlace) {
 }
 
 TEST_F(TheMetadataOfAFile, IsReadOfAPathLongerThanWindowsTakesAsItIs) {
-  std::filesystem::path deep(L"\\\\?\\" + folder_.Path());
-  for (int i = 0; i < 3; ++i) deep /= std::wstring(100, static_cast<wchar_t>(L'a' + i));
-  std::filesystem::create_directories(deep);
-  deep /= L"file";
-  WriteWholeFile(deep, "abc");
-  const MetadataAnswer answer = ReadFileMetadata(deep.wstring().substr(4), PATIENCE);
+  const std::wstring outer = folder_.Path() + L"\\" + std::wstring(120, L'a');
+  const std::wstring inner = outer + L"\\" + std::wstring(120, L'b');
+  const std::wstring deep = inner + L"\\" + std::wstring(20, L'c');
+  ASSERT_TRUE(CreateDirectoryW((EXTENDED + outer).c_str(), nullptr));
+  ASSERT_TRUE(CreateDirectoryW((EXTENDED + inner).c_str(), nullptr));
+  ASSERT_TRUE(CopyFileW(path_.c_str(), (EXTENDED + deep).c_str(), TRUE));
+  const MetadataAnswer answer = ReadFileMetadata(deep, PATIENCE);
   EXPECT_EQ(answer.code, SUCCESS);
   EXPECT_EQ(answer.md5Hex, MD5_OF_ABC);
-  EXPECT_EQ(answer.extraText, deep.wstring().substr(4));
-  std::filesystem::remove_all(L"\\\\?\\" + folder_.Path() + L"\\" + std::wstring(100, L'a'));
+  EXPECT_TRUE(DeleteFileW((EXTENDED + deep).c_str()));
+  EXPECT_TRUE(RemoveDirectoryW((EXTENDED + inner).c_str()));
 }
 
 TEST_F(TheMetadataOfAFile, HasACodeForAFileThatIsNotThere) {

@@ -183,8 +183,8 @@ TEST(TheHelpersPatience, EndsWithWhoeverDoesNotDoHisPart) {
   const ostrel::UniqueFileHandle deaf = Connect(channels[2]);
   const std::wstring request = Head(L"1,2");
   DWORD written = 0;
-  ASSERT_TRUE(WriteFile(deaf.Get(), request.data(), static_cast<DWORD>(request.size() * sizeof(wchar_t)), &written,
-                        nullptr));
+  ASSERT_TRUE(WriteFile(deaf.Get(), request.data(), static_cast<DWORD>(request.size() * sizeof(wchar_t)),
+                        &written, nullptr));
 
   EXPECT_EQ(unasked.ExitCode(), 5U);
   EXPECT_EQ(unasked.Errors(), "OstrelUserHelper: no request came in time\n");
