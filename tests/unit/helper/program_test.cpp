@@ -209,12 +209,4 @@ TEST(TheHelpersCommandLine, WithoutAnIdentifierIsAnErrorOnStandardError) {
               StartsWith("OstrelUserHelper: the command line must be COMMAND-ID CHANNEL-NAME"));
 }
 
-// In a service the library starts it from the folder nlib.
-TEST(TheHelpersFile, LiesInBothPlacesFromWhichTheLibraryStartsIt) {
-  const std::filesystem::path program = ostrel_test::HelperProgram();
-  const std::filesystem::path inService = program.parent_path() / L"nlib" / program.filename();
-  EXPECT_EQ(ostrel_test::ReadWholeFile(program), ostrel_test::ReadWholeFile(inService));
-  EXPECT_FALSE(ostrel_test::ReadWholeFile(program).empty());
-}
-
 }  // namespace
