@@ -72,7 +72,11 @@ void PlatformDigestsOfMemory(benchmark::State& state) {
   }
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * PARTS * PART));
 }
-BENCHMARK(PlatformDigestsOfMemory)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
+BENCHMARK(PlatformDigestsOfMemory)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->MeasureProcessCPUTime()
+    ->Iterations(3);
 
 void HelperDigestsOfFile(benchmark::State& state) {
   const LargeFile file;
@@ -83,6 +87,10 @@ void HelperDigestsOfFile(benchmark::State& state) {
   }
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * PARTS * PART));
 }
-BENCHMARK(HelperDigestsOfFile)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
+BENCHMARK(HelperDigestsOfFile)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->MeasureProcessCPUTime()
+    ->Iterations(3);
 
 }  // namespace

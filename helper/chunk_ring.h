@@ -1,11 +1,11 @@
 #ifndef OSTREL_HELPER_CHUNK_RING_H
 #define OSTREL_HELPER_CHUNK_RING_H
 
-#include <condition_variable>
+#include <windows.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <span>
 #include <vector>
@@ -17,6 +17,8 @@ namespace ostrel::helper {
 class ChunkRing {
  public:
   ChunkRing(std::size_t chunkCount, std::size_t chunkSize, std::size_t consumerCount);
+  ChunkRing(const ChunkRing&) = delete;
+  ChunkRing& operator=(const ChunkRing&) = delete;
 
   // The producer: fill the free buffer, publish how much of it, and so on; close at the end, which is not to
   // be omitted.
@@ -37,8 +39,11 @@ class ChunkRing {
   const std::unique_ptr<std::byte[]> storage_;
   std::vector<std::size_t> sizes_;
 
-  std::mutex mutex_;
-  std::condition_variable changed_;
+  // The system's own: a change of thread for each chunk makes the runtime library's cost more than the
+  // digests.
+  SRWLOCK lock_ = SRWLOCK_INIT;
+  CONDITION_VARIABLE hasFree_ = CONDITION_VARIABLE_INIT;
+  CONDITION_VARIABLE hasNext_ = CONDITION_VARIABLE_INIT;
   std::uint64_t published_ = 0;
   std::vector<std::uint64_t> released_;
   bool isClosed_ = false;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <iostream>
 
 #include "digest.h"
 #include "file_digests.h"
@@ -14,7 +15,7 @@ using namespace ostrel::helper;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t SIZE = 128 * 1024 * 1024;
-constexpr int REPETITIONS = 3;
+constexpr int REPETITIONS = 5;
 
 template <typename Work>
 double Seconds(Work work) {
@@ -23,33 +24,38 @@ double Seconds(Work work) {
   return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-// The best of several, so that a moment in which the machine has other things to do does not count.
-template <typename Work>
-double BestSeconds(Work work) {
-  double best = Seconds(work);
-  for (int i = 1; i < REPETITIONS; ++i) best = std::min(best, Seconds(work));
-  return best;
-}
-
-TEST(TheDigestsOfALargeFile, AreMadeAtNoLessThanNineTenthsOfThePlatformsSpeed) {
-  const ostrel_test::TemporaryFolder folder;
-  const std::filesystem::path path = folder / L"large";
-  const std::string content(SIZE, 'a');
-  ostrel_test::WriteWholeFile(path, content);
-  const double platform = BestSeconds([&] {
+double PlatformSeconds(const std::string& content) {
+  return Seconds([&] {
     for (const wchar_t* algorithm : {BCRYPT_SHA256_ALGORITHM, BCRYPT_MD5_ALGORITHM}) {
       Digest digest(algorithm);
       digest.Add(std::as_bytes(std::span(content)));
       EXPECT_FALSE(digest.Finish().empty());
     }
   });
-  const double helper = BestSeconds([&] {
+}
+
+double HelperSeconds(const std::filesystem::path& path) {
+  return Seconds([&] {
     const ostrel::UniqueFileHandle file(
         CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
     EXPECT_EQ(DigestFile(file.Get(), SIZE, Clock::now() + std::chrono::minutes(2)).size, SIZE);
   });
+}
+
+// The best of several in turn, so that a moment in which the machine has other things to do does not count.
+TEST(TheDigestsOfALargeFile, AreMadeAtNoLessThanNineTenthsOfThePlatformsSpeed) {
+  const ostrel_test::TemporaryFolder folder;
+  const std::filesystem::path path = folder / L"large";
+  const std::string content(SIZE, 'a');
+  ostrel_test::WriteWholeFile(path, content);
+  double platform = PlatformSeconds(content);
+  double helper = HelperSeconds(path);
+  for (int i = 1; i < REPETITIONS; ++i) {
+    platform = std::min(platform, PlatformSeconds(content));
+    helper = std::min(helper, HelperSeconds(path));
+  }
   EXPECT_LE(helper, platform / 0.9) << "platform " << platform << " s, helper " << helper << " s";
-  RecordProperty("percent", std::to_string(100 * platform / helper));
+  std::cout << "platform " << platform << " s, helper " << helper << " s\n";
 }
 
 }  // namespace
