@@ -12,40 +12,53 @@
 
 namespace ostrel::helper {
 
-// A few buffers that one producer fills in turn and of which every consumer sees every one, in order. The
-// producer waits for the slowest consumer, a consumer for the producer. One thread for each.
+// A few buffers that one producer fills in turn and of which every consumer sees every one, in order.
+// Consumers are no threads: any thread takes the next task of a consumer that no other thread is busy with,
+// so that a thread which the system leaves waiting holds up nothing but the one task it has.
 class ChunkRing {
  public:
+  struct Task {
+    std::size_t consumer;
+    std::span<const std::byte> chunk;
+  };
+
   ChunkRing(std::size_t chunkCount, std::size_t chunkSize, std::size_t consumerCount);
   ChunkRing(const ChunkRing&) = delete;
   ChunkRing& operator=(const ChunkRing&) = delete;
 
-  // The producer: fill the free buffer, publish how much of it, and so on; close at the end, which is not to
-  // be omitted.
-  std::span<std::byte> WaitForFree();
+  // The producer: waits for a buffer or a task, and gives the task only if there is no buffer.
+  std::optional<Task> TakeUnlessFree();
+  // The producer, once there is a buffer: fill it, and publish how much of it.
+  std::span<std::byte> Free();
   void Publish(std::size_t size);
+  // The producer: nothing more will come. May be called again.
   void Close();
 
-  // A consumer, by its number: take the next chunk, release it when done with it, and so on; nothing after
-  // the last one.
-  std::optional<std::span<const std::byte>> WaitForNext(std::size_t consumer);
-  void Release(std::size_t consumer);
+  // Any thread: waits for a task; nothing once the ring is closed and all tasks are done.
+  std::optional<Task> Take();
+  void Done(const Task& task);
 
  private:
-  std::uint64_t ReleasedByAll() const;
+  struct Consumer {
+    std::uint64_t done = 0;
+    bool isBusy = false;
+  };
+
+  bool HasFree() const;
+  bool IsAllDone() const;
+  std::optional<std::size_t> NextConsumer() const;
+  Task Start(std::size_t consumer);
 
   const std::size_t chunkCount_;
   const std::size_t chunkSize_;
   const std::unique_ptr<std::byte[]> storage_;
   std::vector<std::size_t> sizes_;
 
-  // The system's own: a change of thread for each chunk makes the runtime library's cost more than the
-  // digests.
+  // The system's own: with the runtime library's lock a change of thread costs more than the work on a chunk.
   SRWLOCK lock_ = SRWLOCK_INIT;
-  CONDITION_VARIABLE hasFree_ = CONDITION_VARIABLE_INIT;
-  CONDITION_VARIABLE hasNext_ = CONDITION_VARIABLE_INIT;
+  CONDITION_VARIABLE changed_ = CONDITION_VARIABLE_INIT;
   std::uint64_t published_ = 0;
-  std::vector<std::uint64_t> released_;
+  std::vector<Consumer> consumers_;
   bool isClosed_ = false;
 };
 

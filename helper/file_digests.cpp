@@ -1,8 +1,9 @@
 #include "file_digests.h"
 
 #include <algorithm>
+#include <array>
 #include <exception>
-#include <optional>
+#include <utility>
 
 #include "chunk_ring.h"
 #include "digest.h"
@@ -12,49 +13,54 @@ namespace ostrel::helper {
 
 namespace {
 
-constexpr std::size_t CHUNK_COUNT = 4;
-constexpr std::size_t CHUNK_SIZE = 1024 * 1024;
+constexpr std::size_t CHUNK_COUNT = 16;
+constexpr std::size_t CHUNK_SIZE = 256 * 1024;
 
-// Feeds one digest from the ring on a thread of its own.
-class DigestWorker {
+// Both digests of what is put into the ring, made by the thread that puts it there and by one more.
+class DigestPair {
  public:
-  DigestWorker(ChunkRing& ring, std::size_t consumer, const wchar_t* algorithm)
-      : ring_(ring), consumer_(consumer), digest_(algorithm), thread_(std::in_place, [this] { Run(); }) {}
-  // Lets the thread end even if the producer did not get to the end.
-  ~DigestWorker() { ring_.Close(); }
-  DigestWorker(const DigestWorker&) = delete;
-  DigestWorker& operator=(const DigestWorker&) = delete;
+  // Whatever happens, the other thread has to come to an end.
+  ~DigestPair() { ring_.Close(); }
+  DigestPair() = default;
+  DigestPair(const DigestPair&) = delete;
+  DigestPair& operator=(const DigestPair&) = delete;
 
-  // Once the ring is closed.
-  std::wstring Finish() {
-    thread_.reset();
-    if (error_) std::rethrow_exception(error_);
-    return digest_.Finish();
+  // A buffer for the next part of the file. Makes itself useful until there is one.
+  std::span<std::byte> WaitForFree() {
+    while (const auto task = ring_.TakeUnlessFree()) Do(*task);
+    return ring_.Free();
+  }
+  void Publish(std::size_t size) { ring_.Publish(size); }
+
+  // After the last part; the digests SHA-256 first.
+  std::array<std::wstring, 2> Finish() {
+    ring_.Close();
+    DoAll();
+    for (const std::exception_ptr& error : errors_) {
+      if (error) std::rethrow_exception(error);
+    }
+    return {digests_[0].Finish(), digests_[1].Finish()};
   }
 
  private:
-  void Run() noexcept {
-    while (const auto chunk = ring_.WaitForNext(consumer_)) {
-      Add(*chunk);
-      ring_.Release(consumer_);
-    }
+  void DoAll() noexcept {
+    while (const auto task = ring_.Take()) Do(*task);
   }
 
-  // After an error chunks are only passed on, so that nobody waits for this thread.
-  void Add(std::span<const std::byte> chunk) noexcept {
-    if (error_) return;
+  // After an error a digest only passes on its parts, so that nobody waits for it.
+  void Do(const ChunkRing::Task& task) noexcept {
     try {
-      digest_.Add(chunk);
+      if (!errors_[task.consumer]) digests_[task.consumer].Add(task.chunk);
     } catch (...) {
-      error_ = std::current_exception();
+      errors_[task.consumer] = std::current_exception();
     }
+    ring_.Done(task);
   }
 
-  ChunkRing& ring_;
-  const std::size_t consumer_;
-  Digest digest_;
-  std::exception_ptr error_;
-  std::optional<Thread> thread_;
+  ChunkRing ring_{CHUNK_COUNT, CHUNK_SIZE, 2};
+  Digest digests_[2] = {Digest(BCRYPT_SHA256_ALGORITHM), Digest(BCRYPT_MD5_ALGORITHM)};
+  std::exception_ptr errors_[2];
+  Thread thread_{[this] { DoAll(); }};
 };
 
 std::size_t Read(HANDLE file, std::span<std::byte> buffer) {
@@ -68,21 +74,19 @@ std::size_t Read(HANDLE file, std::span<std::byte> buffer) {
 }  // namespace
 
 FileDigests DigestFile(HANDLE file, std::uint64_t longest, std::chrono::steady_clock::time_point deadline) {
-  ChunkRing ring(CHUNK_COUNT, CHUNK_SIZE, 2);
-  DigestWorker sha256(ring, 0, BCRYPT_SHA256_ALGORITHM);
-  DigestWorker md5(ring, 1, BCRYPT_MD5_ALGORITHM);
+  DigestPair digests;
   std::uint64_t size = 0;
   while (size < longest) {
     if (std::chrono::steady_clock::now() >= deadline) throw FileReadError("the file takes too long");
-    const std::span<std::byte> buffer = ring.WaitForFree();
+    const std::span<std::byte> buffer = digests.WaitForFree();
     const std::size_t length = Read(
         file, buffer.first(static_cast<std::size_t>(std::min<std::uint64_t>(buffer.size(), longest - size))));
     if (length == 0) break;
-    ring.Publish(length);
+    digests.Publish(length);
     size += length;
   }
-  ring.Close();
-  return {sha256.Finish(), md5.Finish(), size};
+  auto [sha256Hex, md5Hex] = digests.Finish();
+  return {std::move(sha256Hex), std::move(md5Hex), size};
 }
 
 }  // namespace ostrel::helper
