@@ -208,7 +208,7 @@ TEST_F(TheDriverSends, CloudDriveEventsOfEveryType) {
     const std::u16string name = u"\\" + std::u16string(1, static_cast<char16_t>(u'0' + type));
     EXPECT_THAT(Handle(Event(type, name)), Lines({ACKNOWLEDGE}) + OPENED +
                                                Lines({ReceivedLine(type, "\\" + std::to_string(type))}) +
-                                               LOOK_UPS + Lines({CLOSE_PROCESS}));
+                                               USER_LOOK_UP + Lines({CLOSE_PROCESS}));
   }
 }
 

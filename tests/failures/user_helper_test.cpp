@@ -138,7 +138,7 @@ TEST_F(TheUserHelper, IsAskedForTitlesOnceForAFileAndAProcess) {
   ASSERT_TRUE(system_.WaitUntilHandled());
   const auto requests = session_.Requests();
   ASSERT_EQ(requests.size(), 1U);
-  EXPECT_TRUE(requests[0].ends_with(L",42,36,\\Device\\HarddiskVolume3\\chrome.exe"));
+  EXPECT_TRUE(requests[0].ends_with(L",42,34,\\Device\\HarddiskVolume3\\chrome.exe"));
 }
 
 TEST_F(TheUserHelper, IsNotAskedForTitlesOfCloudDriveEventsNorWhileCaptureIsOff) {
