@@ -234,11 +234,11 @@ TEST_F(TheDriverSends, AnEmptyName) {
 
 TEST_F(TheDriverSends, AnEventOfAUserWhoCannotBeIdentified) {
   system_.Fail("OpenProcessToken", 5);
-  EXPECT_THAT(
-      Handle(Event(1, u"\\a.txt")),
-      Lines({ACKNOWLEDGE}) + OPENED +
-          Lines({ReceivedLine(1, "\\a.txt"), "OpenProcessToken(process 42, 0x8)",
-                 "log 3 Could not open process token. 5", "log 7 User not identified", CLOSE_PROCESS}));
+  EXPECT_THAT(Handle(Event(1, u"\\a.txt")),
+              Lines({ACKNOWLEDGE}) + OPENED +
+                  Lines({ReceivedLine(1, "\\a.txt"), "OpenProcessToken(process 42, 0x8)",
+                         "log 3 Could not open process token. 5", "log 7 User not identified"}) +
+                  TitlesLookUp() + Lines({CLOSE_PROCESS}));
 }
 
 // Any value of the notice but 1 means a file event.
