@@ -40,7 +40,9 @@ class TheNotificationLoop : public PlatformTest {
   TheNotificationLoop() { system_.imageNames = {{42, L"\\Device\\HarddiskVolume3\\app.exe"}}; }
 
   static ReadEventCache MakeCache(UserLookup userLookup) {
-    TabTitleLookup tabTitleLookup = GetTabTitlesOfProcess;
+    TabTitleLookup tabTitleLookup = [](ULong32, std::wstring, std::wstring&) {
+      return std::vector<std::wstring>();
+    };
     DirectoryTest directoryTest = IsDirectory;
     return {userLookup, tabTitleLookup, directoryTest};
   }
@@ -50,7 +52,8 @@ class TheNotificationLoop : public PlatformTest {
     system_.Send(UnloadNotice());
     const auto port = std::make_shared<NotificationPort>();
     ASSERT_EQ(port->Connect(), S_OK);
-    NotificationLoop(port, {uploads_, downloads, cloudDrive_, irpQueries_, irpQueriesMutex_, suffixes_}).Run();
+    NotificationLoop(port, {uploads_, downloads, cloudDrive_, irpQueries_, irpQueriesMutex_, suffixes_})
+        .Run();
     EXPECT_FALSE(port->IsConnected());
     port->Close();
   }
