@@ -96,9 +96,11 @@ typedef void (*LogCallback)(const wchar_t* text, uint32_t level);
  * hints           hintCount tab titles that were open when the file was first touched.
  * tabTitleStatus  How the look-up of the titles went, as one of the words below; empty while capture is off.
  * isNetworkDrive  1 when the file is on a network drive, and only then the rest is filled. Without metadata
- * it is empty but for the status, and the upload counts as complete. sha256Hex       Digest of the file, in
- * hexadecimal digits. md5Hex          Digest of the file, in hexadecimal digits. fileSize        Low 32 bits
- * of the file's size. metadataStatus  How the look-up of size and digests went, as one of the words below.
+ *                 it is empty but for the status, and the upload counts as complete.
+ * sha256Hex       Digest of the file, in hexadecimal digits.
+ * md5Hex          Digest of the file, in hexadecimal digits.
+ * fileSize        Low 32 bits of the file's size.
+ * metadataStatus  How the look-up of size and digests went, as one of the words below.
  * extraText       What else the look-up returned.
  *
  * An array whose count is 0 is empty, not null. Runs on the disk event thread, under the report lock.
@@ -184,7 +186,8 @@ OSTREL_FUNCTION uint8_t UnloadDriver(void);
  * excludePaths       Directories to leave out, as a user writes them. They add up over all calls; the
  *                    minifilter gets the first 200, and is meant for paths below 300 characters.
  * driverOption       Handed to the minifilter unchanged.
- * remoteAddressInfo  True calls EnableRemoteAddressInfo with the same processes before telling the minifilter.
+ * remoteAddressInfo  True calls EnableRemoteAddressInfo with the same processes before telling the
+ *                    minifilter.
  *                    False leaves remote address info as it is.
  * tabTitles          False switches tab title capture off. True leaves it as it is.
  *
