@@ -57,7 +57,7 @@ use_display() {
 end_display() {
   local tries
   [ -n "$display_process" ] || return 0
-  kill "$display_process" 2>/dev/null
+  kill "$display_process" 2>/dev/null || true
   for ((tries = 0; tries < 100; ++tries)); do
     kill -0 "$display_process" 2>/dev/null || break
     sleep 0.1
@@ -77,7 +77,6 @@ wine_server() {
 }
 
 end_wine() {
-  wine_server -k 2>/dev/null
-  wine_server -w 2>/dev/null
-  return 0
+  wine_server -k 2>/dev/null || true
+  wine_server -w 2>/dev/null || true
 }
