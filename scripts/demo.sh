@@ -99,7 +99,6 @@ scripts/setup.sh
 echo "Building (the first time takes a few minutes)"
 build_preset windows OstrelHost OstrelUserHelper OstrelLab OstrelLabPortLibrary OstrelLabFilteringPlatform \
   OstrelLabSessionLibrary OstrelFilterDriver OstrelNWFilterDriver
-trap clean_up EXIT
 use_display
 use_wine_prefix
 trap clean_up EXIT

@@ -30,11 +30,13 @@ use_wine_prefix() {
 
 display_process=
 
-# Gives Wine's windows a display of their own, which nobody sees, until end_display. To be called before use_wine_prefix.
+# Gives Wine's windows a display of their own, which nobody sees, until the script ends. To be called before use_wine_prefix,
+# which ends both.
 use_display() {
   local number=build/display-number tries
   mkdir -p build
   : >"$number"
+  trap end_display EXIT
   Xvfb -displayfd 3 -screen 0 640x480x24 -nolisten tcp 3>"$number" >build/display.log 2>&1 &
   display_process=$!
   # Not one of the jobs that a script ends by force: its lock file would stay.

@@ -39,11 +39,10 @@ sum_up() {
 scripts/setup.sh || exit 1
 mkdir -p build
 : >"$log"
-trap end_display EXIT
-use_display || exit 1
 status=0
 run_preset native-asan "$@" || status=1
 run_preset native-tsan "$@" || status=1
+use_display || exit 1
 use_wine_prefix
 run_preset windows "$@" || status=1
 # The demonstration brings its own display, and what runs in the prefix still has this one.
