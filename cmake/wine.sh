@@ -4,7 +4,8 @@
 here=$(cd "$(dirname "$0")/.." && pwd)
 export WINEPREFIX="${WINEPREFIX:-$here/build/wineprefix}"
 export WINEDEBUG="${WINEDEBUG:--all}"
-export WINEDLLOVERRIDES="${WINEDLLOVERRIDES:-mscoree,mshtml=}"
+# Of two libraries named wtsapi32 Wine takes its own, even when another one lies beside the program.
+export WINEDLLOVERRIDES="${WINEDLLOVERRIDES:-mscoree,mshtml=;wtsapi32=native,builtin}"
 mkdir -p "$(dirname "$WINEPREFIX")"
 for wine in wine64 /usr/lib/wine/wine64 wine; do
   if command -v "$wine" >/dev/null 2>&1; then exec "$wine" "$@"; fi

@@ -14,6 +14,7 @@
 #include "api/exports.h"
 #include "call_errors.h"
 #include "command_line.h"
+#include "current_directory.h"
 #include "detection_json.h"
 #include "diagnosis.h"
 #include "exit_code.h"
@@ -180,7 +181,9 @@ int RunQuery(const Query& query, const Options& options) {
   return End(answer.error ? ExitCode::QueryFailed : ExitCode::Success);
 }
 
-int Run(const Options& options) {
+int Run(Options options) {
+  MakePathsAbsolute(options);
+  EnterProgramFolder();
   return options.query ? RunQuery(*options.query, options) : RunHost(options);
 }
 

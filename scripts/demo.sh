@@ -42,6 +42,7 @@ clean_up() {
   [ ${#children[@]} -eq 0 ] || kill -KILL "${children[@]}" 2>/dev/null || true
   wait 2>/dev/null || true
   end_wine
+  end_display
 }
 
 fail() {
@@ -96,7 +97,9 @@ end_host() {
 
 scripts/setup.sh
 echo "Building (the first time takes a few minutes)"
-build_preset windows OstrelHost OstrelLab OstrelLabPortLibrary OstrelLabFilteringPlatform OstrelFilterDriver OstrelNWFilterDriver
+build_preset windows OstrelHost OstrelUserHelper OstrelLab OstrelLabPortLibrary OstrelLabFilteringPlatform \
+  OstrelLabSessionLibrary OstrelFilterDriver OstrelNWFilterDriver
+use_display
 use_wine_prefix
 trap clean_up EXIT
 mkdir -p build/demo

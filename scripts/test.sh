@@ -42,8 +42,11 @@ mkdir -p build
 status=0
 run_preset native-asan "$@" || status=1
 run_preset native-tsan "$@" || status=1
+use_display || exit 1
 use_wine_prefix
 run_preset windows "$@" || status=1
+# The demonstration brings its own display, and what runs in the prefix still has this one.
+end_wine
 demo_failed=0
 run_demo || demo_failed=1
 echo "The whole output is in $log."

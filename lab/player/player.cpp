@@ -127,7 +127,9 @@ void Player::Play() {
 void Player::Prepare() {
   for (const FileEntry& file : scenario_.files) workDirectory_.Create(file);
   for (const ProcessEntry& process : scenario_.processes) {
-    processes_.emplace_back(workDirectory_.CreateProcessDirectory(process), ToWide(process.image));
+    const StandInProcess* const parent = process.parent ? &processes_[*process.parent] : nullptr;
+    processes_.push_back(
+        StandInProcess::Start(workDirectory_.CreateProcessDirectory(process), process, parent));
   }
   Print("prepared " + std::to_string(scenario_.files.size()) + " files and " +
         std::to_string(processes_.size()) + " processes in " + ToUtf8(workDirectory_.Root()));

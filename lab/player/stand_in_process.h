@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "scenario.h"
 #include "util/unique_handle.h"
 
 namespace ostrel::lab {
@@ -13,8 +14,10 @@ namespace ostrel::lab {
 // owner; it ends by itself when the player dies.
 class StandInProcess {
  public:
-  // `directory` exists and takes the copy.
-  StandInProcess(const std::wstring& directory, const std::wstring& image);
+  // Returns when the process's windows can be seen. `directory` exists and takes the copy; without a `parent`
+  // the player is the process's parent.
+  static StandInProcess Start(const std::wstring& directory, const ProcessEntry& entry,
+                              const StandInProcess* parent);
   StandInProcess(StandInProcess&&) = default;
   StandInProcess& operator=(StandInProcess&&) = delete;
   ~StandInProcess();
@@ -27,6 +30,10 @@ class StandInProcess {
   void Vanish();
 
  private:
+  explicit StandInProcess(std::wstring path) : path_(std::move(path)) {}
+
+  void Run(const ProcessEntry& entry, const StandInProcess* parent);
+  void WaitForWindows(std::size_t count);
   void End();
 
   std::wstring path_;

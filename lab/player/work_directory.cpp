@@ -11,6 +11,8 @@ namespace ostrel::lab {
 
 namespace {
 
+// "C:\"
+constexpr std::size_t DRIVE_ROOT_LENGTH = 3;
 constexpr DWORD LONG_PATH = 32768;
 
 std::wstring TemporaryRoot() {
@@ -32,8 +34,10 @@ std::wstring Absolute(const std::wstring& path) {
   return absolute;
 }
 
-void CreateDirectories(const std::wstring& path) {
-  for (std::size_t end = path.find(L'\\', 3);; end = path.find(L'\\', end + 1)) {
+// `rootLength` with the separator after the drive or share, which is there already.
+void CreateDirectories(const std::wstring& path, std::size_t rootLength) {
+  if (path.size() < rootLength) return;
+  for (std::size_t end = path.find(L'\\', rootLength);; end = path.find(L'\\', end + 1)) {
     const std::wstring part = path.substr(0, end);
     if (!CreateDirectoryW(part.c_str(), nullptr) && GetLastError() != ERROR_ALREADY_EXISTS) {
       throw SystemError("create the directory " + ToUtf8(part));
@@ -65,12 +69,15 @@ std::wstring WorkDirectory::PathOf(const FileEntry& file) const {
 void WorkDirectory::Create(const FileEntry& file) const {
   if (file.path.empty()) return;
   const std::wstring path = PathOf(file);
-  CreateDirectories(file.isDirectory ? path : path.substr(0, path.rfind(L'\\')));
+  const std::size_t rootLength =
+      file.share.empty() ? DRIVE_ROOT_LENGTH : path.size() - ToWide(file.path).size();
+  CreateDirectories(file.isDirectory ? path : path.substr(0, path.rfind(L'\\')), rootLength);
   if (!file.isDirectory) WriteFileOfSize(path, file.size);
 }
 
 std::wstring WorkDirectory::DeviceName(const FileEntry& file) const {
   if (file.path.empty()) return ToWide(file.deviceName);
+  if (!file.share.empty()) return L"\\Device\\Mup" + PathOf(file).substr(1);
   wchar_t device[MAX_PATH];
   const std::wstring drive = root_.substr(0, 2);
   if (QueryDosDeviceW(drive.c_str(), device, MAX_PATH) == 0) {
@@ -81,7 +88,7 @@ std::wstring WorkDirectory::DeviceName(const FileEntry& file) const {
 
 std::wstring WorkDirectory::CreateProcessDirectory(const ProcessEntry& process) const {
   const std::wstring path = root_ + L"\\processes\\" + ToWide(process.id);
-  CreateDirectories(path);
+  CreateDirectories(path, DRIVE_ROOT_LENGTH);
   return path;
 }
 

@@ -7,8 +7,8 @@
 
 namespace ostrel::lab {
 
-// Where a scenario's files and process images lie: <root>\files and <root>\processes. The files stay when the
-// player ends, because the host sizes them when it reports.
+// Where a scenario's files and process images lie: <root>\files, or a network share, and <root>\processes.
+// The files stay when the player ends, because the host sizes them when it reports.
 class WorkDirectory {
  public:
   // An empty root stands for "OstrelLab" in the user's folder for temporary files.

@@ -4,6 +4,7 @@
 
 #include "api/library.h"
 #include "sysquery/user_queries.h"
+#include "userhelper/helper_requests.h"
 #include "util/ostrel_filter_lib_util.h"
 
 static_assert(std::is_same_v<LogCallback, ostrel::LogSink>);
@@ -28,6 +29,20 @@ std::uint8_t Guarded(Call call) noexcept {
   } catch (...) {
     return 0;
   }
+}
+
+// A getter without a place for both of its strings does nothing.
+template <typename Call>
+void Ask(wchar_t** result, wchar_t** error, Call call) noexcept {
+  if (result == nullptr || error == nullptr) return;
+  Guarded([&] {
+    call();
+    return true;
+  });
+}
+
+const wchar_t* TextOrEmpty(const wchar_t* text) {
+  return text != nullptr ? text : L"";
 }
 
 }  // namespace
@@ -116,21 +131,27 @@ void DisableTabTitles() {
 }
 
 void GetCurrentUserName(wchar_t** result, wchar_t** error) {
-  Guarded([&] {
-    ostrel::GetCurrentUserNameAndDomain(result, error);
-    return true;
-  });
+  Ask(result, error, [&] { ostrel::GetCurrentUserNameAndDomain(result, error); });
 }
 
 void GetAllUserDirectories(wchar_t** result, wchar_t** error) {
-  Guarded([&] {
-    ostrel::GetAllUserDirectories(result, error);
-    return true;
-  });
+  Ask(result, error, [&] { ostrel::GetAllUserDirectories(result, error); });
 }
 
 void GetAutoProxyConfigUrlForUser(wchar_t** result, wchar_t** error) {
-  OstrelFilterLibUtil::GetAutoProxyConfigUrlForUser(result, error);
+  Ask(result, error, [&] { OstrelFilterLibUtil::GetAutoProxyConfigUrlForUser(result, error); });
+}
+
+void GetAutoProxyConfigUrlForSystem(wchar_t** result, wchar_t** error) {
+  Ask(result, error, [&] { ostrel::GetAutoProxyConfigUrlFromUserHelper(result, error); });
+}
+
+void GetCloudStorageProviderLoginForSystem(const wchar_t* provider, const wchar_t* homeDirectory,
+                                           wchar_t** result, wchar_t** error) {
+  Ask(result, error, [&] {
+    ostrel::GetCloudStorageProviderLoginFromUserHelper(TextOrEmpty(provider), TextOrEmpty(homeDirectory),
+                                                       result, error);
+  });
 }
 
 void DeallocStringPointer(wchar_t** string) {

@@ -41,6 +41,14 @@
  *     UnloadDriver, LoadDriver and the Enable functions again, from a thread of the host's own and not from
  *     the log callback. The library still has the paths of earlier calls, so pass none the second time.
  *     UnloadDriver itself brings one of the two as well.
+ * 12. What only the interactive user's session can tell, the library asks OstrelUserHelper.exe, which it
+ *     starts anew for each question: tab titles, metadata of files on network drives, and the functions on
+ *     strings that end in ForSystem. From a service it starts nlib\OstrelUserHelper.exe, from a program in
+ *     the user's session OstrelUserHelper.exe, either relative to the current directory of the process. The
+ *     thread that needs the answer waits for it: 40 times the pipe's own patience and 2 seconds at most for
+ *     the helper to come up, then 2 seconds for the answer, or 10 for a file's metadata. Tab titles are asked
+ *     for on the notification thread, after the driver has its acknowledgement, while the cache that the
+ *     event goes to is locked; metadata on the disk event thread, under the report lock.
  */
 
 #include <stdint.h>
@@ -89,18 +97,33 @@ typedef void (*LogCallback)(const wchar_t* text, uint32_t level);
  * hostNames       streamCount host names, empty where the reverse look-up failed; always empty for IPv6.
  * hintCount       Number of destination hints.
  * hints           hintCount tab titles that were open when the file was first touched.
- * tabTitleStatus  How the look-up of the titles went; empty while capture is off. "USER_HELPER_NOT_SUPPORTED"
- *                 in this version, which finds no titles.
- * isNetworkDrive  1 when the file is on a network drive, and only then the rest is filled. This version
- *                 leaves it empty with the status "USER_HELPER_NOT_SUPPORTED", and takes every upload from a
- *                 network drive for complete.
+ * tabTitleStatus  How the look-up of the titles went, as one of the words below; empty while capture is off.
+ * isNetworkDrive  1 when the file is on a network drive, and only then the rest is filled. Without metadata
+ *                 it is empty but for the status, and the upload counts as complete.
  * sha256Hex       Digest of the file, in hexadecimal digits.
  * md5Hex          Digest of the file, in hexadecimal digits.
  * fileSize        Low 32 bits of the file's size.
- * metadataStatus  How the look-up of size and digests went.
+ * metadataStatus  How the look-up of size and digests went, as one of the words below.
  * extraText       What else the look-up returned.
  *
  * An array whose count is 0 is empty, not null. Runs on the disk event thread, under the report lock.
+ *
+ * The words of both look-ups, where "x" is TABTITLE or METADATA:
+ *
+ *   x_SUCCESS                The helper answered.
+ *   TABTITLE_NO_TITLE_FOUND  It answered, but with no title.
+ *   METADATA_FILE_NOT_FOUND  It answered, but with no digest.
+ *   INVALID_COMMANDID,
+ *   INVALID_CHANNELNAME      The system gave no random numbers to make identifiers from.
+ *   NO_LOGGEDIN_USER         Nobody is at the machine: no session but that of the services is active.
+ *   NO_ENV_CREATED           The user has no environment.
+ *   PROCCREATE_FAILURE       The helper cannot be started; most often, it is not where it is sought.
+ *   PIPE_NOT_AVAILABLE       The helper was started and did not come up in time.
+ *   x_CONNECT_PIPE_FAILED    It came up and gave no answer in time, or too long a one.
+ *   x_DESERIALIZE_FAILURE    Its answer makes no sense.
+ *
+ * Any other is the name of a ResponseCode, by which the helper or the reader of its answer says what went
+ * wrong; "UNKNOWN_ERROR" for one without a name. Empty when memory ran out.
  */
 typedef void (*ActivityEventCallback)(const wchar_t* fileName, const wchar_t* processName,
                                       const wchar_t* user, uint64_t endTime, uint32_t fileEventType,
@@ -168,7 +191,8 @@ OSTREL_FUNCTION uint8_t UnloadDriver(void);
  * excludePaths       Directories to leave out, as a user writes them. They add up over all calls; the
  *                    minifilter gets the first 200, and is meant for paths below 300 characters.
  * driverOption       Handed to the minifilter unchanged.
- * remoteAddressInfo  True calls EnableRemoteAddressInfo with the same processes before anything is sent.
+ * remoteAddressInfo  True calls EnableRemoteAddressInfo with the same processes before telling the
+ *                    minifilter.
  *                    False leaves remote address info as it is.
  * tabTitles          False switches tab title capture off. True leaves it as it is.
  *
@@ -255,7 +279,8 @@ OSTREL_FUNCTION void DisableTabTitles(void);
 /*
  * The getters below set one of two strings: *result on success, *error on failure. The other one stays as it
  * was, so set both to null before. Free each string that was set with DeallocStringPointer. Texts are cut at
- * 2046 characters. When memory is short, a string is set to null or not at all.
+ * 2046 characters. When memory is short, a string is set to null or not at all. If either pointer is itself
+ * null, nothing happens. They need no LoadDriver, only no log is written before it.
  */
 
 /*
@@ -277,6 +302,22 @@ OSTREL_FUNCTION void GetAllUserDirectories(wchar_t** result, wchar_t** error);
  */
 OSTREL_FUNCTION void GetAutoProxyConfigUrlForUser(wchar_t** result, wchar_t** error);
 
+/*
+ * The same for the interactive user, through the helper (rule 12): for a service, whose own settings are not
+ * the user's.
+ */
+OSTREL_FUNCTION void GetAutoProxyConfigUrlForSystem(wchar_t** result, wchar_t** error);
+
+/*
+ * Through the helper: the name that the interactive user has signed in with at a cloud storage provider.
+ *
+ * provider       The provider, as the helper knows it. Null is empty.
+ * homeDirectory  The user's home directory. Null is empty.
+ */
+OSTREL_FUNCTION void GetCloudStorageProviderLoginForSystem(const wchar_t* provider,
+                                                           const wchar_t* homeDirectory, wchar_t** result,
+                                                           wchar_t** error);
+
 /* Frees a string that the library handed out. A null string is ignored. */
 OSTREL_FUNCTION void DeallocStringPointer(wchar_t** string);
 
@@ -290,6 +331,7 @@ OSTREL_FUNCTION void DeallocStringPointer(wchar_t** string);
 #include "cache/read_event_cache.h"
 #include "cache/sent_event_cache.h"
 #include "network/network_event_cache.h"
+#include "userhelper/process_metadata.h"
 #include "util/ostrel_filter_lib_util.h"
 #endif
 

@@ -9,7 +9,7 @@
 #include "detect/file_size.h"
 #include "detect/upload_completeness.h"
 #include "log/log.h"
-#include "userhelper/session_lookups.h"
+#include "userhelper/helper_requests.h"
 
 namespace ostrel {
 

@@ -5,7 +5,7 @@
 #include <shlwapi.h>
 
 #include "log/log.h"
-#include "userhelper/session_lookups.h"
+#include "userhelper/helper_requests.h"
 #include "util/name_capacity.h"
 #include "util/ostrel_filter_lib_util.h"
 #include "util/unique_handle.h"

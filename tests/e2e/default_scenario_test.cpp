@@ -50,7 +50,8 @@ TEST_F(DefaultScenario, EveryExpectedDetectionIsReportedOnceAndNoneBesides) {
   EXPECT_EQ(upload["endpoints"][0]["address"], "192.0.2.10");
   EXPECT_EQ(upload["endpoints"][0]["port"], 443);
   EXPECT_EQ(upload["endpointsAre"], "match");
-  EXPECT_EQ(upload["destinationHints"], json::array());
+  EXPECT_EQ(upload["destinationHints"], json{"Upload - Example Drive"});
+  EXPECT_EQ(upload["tabTitleStatus"], "TABTITLE_SUCCESS");
   EXPECT_EQ(upload["isNetworkDrive"], false);
   EXPECT_EQ(upload["metadataFileSize"], 0);
   EXPECT_EQ(upload["metadataStatus"], "");

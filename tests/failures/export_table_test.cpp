@@ -53,8 +53,9 @@ TEST_F(TheLibrarysFile, ExportsItsFunctionsUndecorated) {
               ElementsAre("DeallocStringPointer", "DisableActivityDetection", "DisablePCDDetection",
                           "DisableRemoteAddressInfo", "DisableTabTitles", "EnableActivityDetection",
                           "EnablePCDDetection", "EnableRemoteAddressInfo", "EnableTabTitles",
-                          "GetAllUserDirectories", "GetAutoProxyConfigUrlForUser", "GetCurrentUserName",
-                          "LoadDriver", "UnloadDriver", "UpdateProcesses"));
+                          "GetAllUserDirectories", "GetAutoProxyConfigUrlForSystem",
+                          "GetAutoProxyConfigUrlForUser", "GetCloudStorageProviderLoginForSystem",
+                          "GetCurrentUserName", "LoadDriver", "UnloadDriver", "UpdateProcesses"));
 }
 
 TEST_F(TheLibrarysFile, ImportsOnlyFromWindowsOwnLibraries) {
@@ -64,9 +65,10 @@ TEST_F(TheLibrarysFile, ImportsOnlyFromWindowsOwnLibraries) {
       character = static_cast<char>(std::tolower(static_cast<unsigned char>(character)));
     libraries.push_back(name);
   }
-  EXPECT_THAT(libraries, IsSubsetOf({"advapi32.dll", "fltlib.dll", "fwpuclnt.dll", "kernel32.dll",
-                                     "msvcrt.dll", "ole32.dll", "oleaut32.dll", "propsys.dll", "psapi.dll",
-                                     "setupapi.dll", "shlwapi.dll", "winhttp.dll", "ws2_32.dll"}));
+  EXPECT_THAT(libraries, IsSubsetOf({"advapi32.dll", "bcrypt.dll", "fltlib.dll", "fwpuclnt.dll",
+                                     "kernel32.dll", "msvcrt.dll", "ole32.dll", "oleaut32.dll", "propsys.dll",
+                                     "psapi.dll", "setupapi.dll", "shlwapi.dll", "user32.dll", "userenv.dll",
+                                     "winhttp.dll", "ws2_32.dll", "wtsapi32.dll"}));
   EXPECT_THAT(libraries, ::testing::IsSupersetOf({"fltlib.dll", "fwpuclnt.dll"}));
 }
 

@@ -6,14 +6,16 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/library_copy.h"
 #include "support/scripted_system.h"
+#include "support/scripted_user_session.h"
 
 namespace ostrel::test {
 
-// The DLL in its initial state on a scripted system.
+// The DLL in its initial state on a scripted system, where nobody is logged on.
 class LibraryTest : public ::testing::Test {
  protected:
   LibraryTest() { system_.imageNames = {{42, L"\\Device\\HarddiskVolume3\\chrome.exe"}}; }
@@ -44,12 +46,23 @@ class LibraryTest : public ::testing::Test {
   void Forget() { system_.transcript.Clear(); }
 
   LibraryCopy library_;
+  // Outlives the library's threads, which end with the system.
+  ScriptedUserSession session_{library_.Module(),
+                               [this](std::string line) { system_.transcript.Add(std::move(line)); }};
   ScriptedSystem system_{library_.Module()};
 };
 
 inline Lines operator+(Lines left, const Lines& right) {
   left.insert(left.end(), right.begin(), right.end());
   return left;
+}
+
+// Asking for tab titles where nobody is logged on.
+inline Lines TitlesLookUp() {
+  const Lines randomId = {"HeapAlloc(32)", "BCryptGenRandom(null, 32, 0x2)"};
+  return randomId + randomId + randomId +
+         Lines{"WTSEnumerateSessionsW(here, 0, version 1)", "WTSFreeMemory(session list)",
+               "log 6 No one logged in", "log 3 Could not successfully spawn a sub-process"};
 }
 
 inline Lines PrivilegeCalls() {

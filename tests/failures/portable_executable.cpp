@@ -26,6 +26,7 @@ bool PortableExecutable::Is64Bit() const {
 }
 
 std::vector<std::string> PortableExecutable::ExportedNames() const {
+  if (Directory(0) == 0) return {};
   const std::size_t table = OffsetOf(Directory(0));
   const std::uint32_t count = Number(table + 24);
   const std::size_t names = OffsetOf(Number(table + 32));

@@ -107,7 +107,7 @@ TEST_F(ReportingToTheHost, AnUploadReachesTheActivityCallback) {
   ASSERT_TRUE(WaitForReports(1));
   Unload();
   EXPECT_THAT(Told(), ElementsAre("told 0 \\a.txt \\app.exe ann 1000 streams 0 hints 0 "
-                                  "[USER_HELPER_NOT_SUPPORTED] network 0"));
+                                  "[NO_LOGGEDIN_USER] network 0"));
 }
 
 TEST_F(ReportingToTheHost, WithoutTabTitleCaptureTheStatusIsEmpty) {
@@ -135,7 +135,7 @@ TEST_F(ReportingToTheHost, WhatIsCachedIsReportedAfterDetectionIsSwitchedOff) {
   ASSERT_TRUE(WaitForReports(2));
   Unload();
   EXPECT_THAT(Told(), ElementsAre("told 1 \\a.txt \\app.exe ann 1000 streams 0 hints 0 "
-                                  "[USER_HELPER_NOT_SUPPORTED] network 0",
+                                  "[NO_LOGGEDIN_USER] network 0",
                                   "told 4 \\b.txt \\app.exe ann 1000"));
 }
 

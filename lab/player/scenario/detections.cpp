@@ -84,6 +84,7 @@ void ReadDetection(const JsonValue& value, std::size_t line, ErrorList& errors,
   }
   Detection detection{*kind, *fileName, *processName, *type, isNetworkDrive};
   ReadEndpointMembers(reader, errors, detection);
+  detection.helperAnswers = ReadHelperAnswers(reader, errors);
   detections.push_back(std::move(detection));
 }
 
@@ -146,6 +147,7 @@ bool Matches(const Scenario& scenario, std::string_view workDirectory, const Exp
   if (expectation.isNetworkDrive && detection.isNetworkDrive != expectation.isNetworkDrive) return false;
   if (detection.fileName != ReportedName(workDirectory, scenario.files[expectation.file])) return false;
   if (!EndpointsMatch(expectation, detection)) return false;
+  if (!Matches(expectation.helperAnswers, detection.helperAnswers)) return false;
   return std::any_of(expectation.processes.begin(), expectation.processes.end(), [&](std::size_t process) {
     return EndsWithIgnoringCase(detection.processName, ImagePathTail(scenario.processes[process]));
   });
@@ -195,12 +197,16 @@ std::string Described(const Scenario& scenario, const Expectation& expectation) 
   }
   const FileEntry& file = scenario.files[expectation.file];
   return Described(expectation.kind, expectation.fileEventType,
-                   file.path.empty() ? file.reportedName : file.path, processes, expectation.isNetworkDrive) +
-         DescribedEndpoints(expectation.endpoints, expectation.endpointsMeaning);
+                   file.path.empty() || !file.share.empty() ? ReportedName({}, file) : file.path, processes,
+                   expectation.isNetworkDrive) +
+         DescribedEndpoints(expectation.endpoints, expectation.endpointsMeaning) +
+         Described(expectation.helperAnswers);
 }
 
-// Names below the work directory are shown as the scenario writes them.
-std::string Described(std::string_view workDirectory, const Detection& detection) {
+// Names below the work directory are shown as the scenario writes them, and of the helper's answers those
+// that are given.
+std::string Described(std::string_view workDirectory, const Detection& detection,
+                      const HelperAnswers& helperAnswers) {
   std::string file = detection.fileName;
   const std::string root = FilePath(workDirectory, FileEntry{});
   if (file.compare(0, root.size(), root) == 0) file.erase(0, root.size());
@@ -213,12 +219,14 @@ std::string Described(std::string_view workDirectory, const Detection& detection
   const std::string endpoints = detection.endpoints.value_or(std::vector<ReportedEndpoint>()).empty()
                                     ? std::string()
                                     : DescribedEndpoints(detection.endpoints, detection.endpointsMeaning);
-  return Described(detection.kind, detection.fileEventType, file, process, shown) + endpoints;
+  return Described(detection.kind, detection.fileEventType, file, process, shown) + endpoints +
+         Described(helperAnswers);
 }
 
 }  // namespace
 
 std::string FilePath(std::string_view workDirectory, const FileEntry& file) {
+  if (!file.share.empty()) return "\\\\" + file.share + "\\" + file.path;
   return std::string(workDirectory).append("\\files\\").append(file.path);
 }
 
@@ -246,15 +254,17 @@ std::vector<ComparisonRow> Compare(const Scenario& scenario, std::string_view wo
     for (std::size_t i = 0; i < detections.size(); ++i) {
       if (accounted[i] || !Matches(scenario, workDirectory, expectation, detections[i])) continue;
       accounted[i] = true;
-      row.reported = Described(workDirectory, detections[i]);
+      row.reported = Described(workDirectory, detections[i],
+                               OnlyWanted(detections[i].helperAnswers, expectation.helperAnswers));
       row.verdict = Verdict::Ok;
       break;
     }
     rows.push_back(std::move(row));
   }
   for (std::size_t i = 0; i < detections.size(); ++i) {
-    if (!accounted[i])
-      rows.push_back({"nothing", Described(workDirectory, detections[i]), Verdict::Unexpected});
+    if (accounted[i]) continue;
+    rows.push_back({"nothing", Described(workDirectory, detections[i], detections[i].helperAnswers),
+                    Verdict::Unexpected});
   }
   return rows;
 }

@@ -26,6 +26,7 @@ struct Detection {
   std::optional<bool> isNetworkDrive;
   std::optional<std::vector<ReportedEndpoint>> endpoints = std::nullopt;
   std::optional<EndpointsMeaning> endpointsMeaning = std::nullopt;
+  HelperAnswers helperAnswers = {};
 };
 
 struct DetectionsResult {
@@ -36,7 +37,8 @@ struct DetectionsResult {
 // Reads one JSON object per line. A last line without its line end is still being written and is left out.
 DetectionsResult ReadDetections(std::string_view fileName, std::string_view text) noexcept;
 
-// Where the player puts a scenario's files and process images, both below its work directory.
+// Where the player puts a scenario's files and process images: below its work directory, unless a file lies
+// on a network share.
 std::string FilePath(std::string_view workDirectory, const FileEntry& file);
 std::string ImagePathTail(const ProcessEntry& process);
 

@@ -106,6 +106,19 @@ void ObjectReader::Complain(std::string_view key, std::string_view what) {
   errors_.Add(member == nullptr ? value_.line : member->line, PlaceOf(key), what);
 }
 
+std::vector<std::string> ReadTexts(const JsonValue& list, const std::string& place, ErrorList& errors) {
+  std::vector<std::string> texts;
+  for (std::size_t i = 0; i < list.elements.size(); ++i) {
+    const JsonValue& element = list.elements[i];
+    if (element.kind != JsonKind::String) {
+      errors.Add(element.line, place + "/" + std::to_string(i),
+                 std::string("must be a text, is ") + NameOf(element.kind));
+    }
+    texts.push_back(element.string);
+  }
+  return texts;
+}
+
 void ObjectReader::ComplainAboutUnknownKeys() {
   for (std::size_t i = 0; i < value_.keys.size(); ++i) {
     if (std::find(asked_.begin(), asked_.end(), value_.keys[i]) != asked_.end()) continue;

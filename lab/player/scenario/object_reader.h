@@ -55,6 +55,9 @@ class ObjectReader {
   std::vector<std::string> asked_;
 };
 
+// The elements of a list of texts.
+std::vector<std::string> ReadTexts(const JsonValue& list, const std::string& place, ErrorList& errors);
+
 }  // namespace ostrel::lab
 
 #endif

@@ -8,6 +8,7 @@
 #include <variant>
 #include <vector>
 
+#include "helper_answers.h"
 #include "network_address.h"
 
 // What a scenario file says. All text is UTF-8. Processes and files are named by their index.
@@ -30,15 +31,18 @@ constexpr bool IsCloudDriveEvent(std::int32_t type) {
 struct ProcessEntry {
   std::string id;
   std::string image;
+  std::vector<std::string> windowTitles = {};        // of its top-level windows, from top to bottom
+  std::optional<std::size_t> parent = std::nullopt;  // the player itself when absent
 };
 
-// Either a file or directory that the player makes (`path`, below the work directory, with backslashes), or a
-// name that only the driver knows (`deviceName`).
+// Either a file or directory that the player makes (`path`, below the work directory or a network share, with
+// backslashes), or a name that only the driver knows (`deviceName`).
 struct FileEntry {
   std::string id;
   std::string path;
   std::uint64_t size = 0;
   bool isDirectory = false;
+  std::string share;  // "server\\share"; empty: the file lies below the work directory
   std::string deviceName;
   std::string reportedName;  // what a detection calls a file that has only a device name
 };
@@ -119,6 +123,7 @@ struct Expectation {
   std::optional<std::vector<ExpectedEndpoint>> endpoints =
       std::nullopt;                                                 // in this order; not compared when absent
   std::optional<EndpointsMeaning> endpointsMeaning = std::nullopt;  // not compared when absent
+  HelperAnswers helperAnswers = {};
 };
 
 struct Scenario {

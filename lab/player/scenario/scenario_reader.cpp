@@ -23,6 +23,9 @@ constexpr std::int64_t MOST_FLOOD = 100000000;
 constexpr std::int64_t MOST_STREAM_BYTES = std::int64_t{1} << 50;
 constexpr std::int64_t MOST_PORTS = 65536;
 constexpr std::size_t LONGEST_IMAGE = 200;
+// All of them travel in one command line.
+constexpr std::size_t LONGEST_TITLE = 3000;
+constexpr std::size_t MOST_WINDOWS = 8;
 constexpr std::size_t LONGEST_PATH = 200;
 constexpr std::size_t LONGEST_DEVICE_NAME = 2048;
 
@@ -88,6 +91,16 @@ bool IsRelativePath(std::string_view path) {
   }
 }
 
+bool IsShare(std::string_view share) {
+  return IsRelativePath(share) && std::count(share.begin(), share.end(), '\\') == 1 &&
+         share.size() <= LONGEST_PATH;
+}
+
+bool IsTitle(std::string_view title) {
+  return title.size() <= LONGEST_TITLE &&
+         std::none_of(title.begin(), title.end(), [](char c) { return (c >= 0 && c < ' ') || c == 0x7F; });
+}
+
 class ScenarioReader {
  public:
   explicit ScenarioReader(ErrorList& errors) : errors_(errors) {}
@@ -144,9 +157,29 @@ class ScenarioReader {
       if (!IsPlainName(image) || image.size() > LONGEST_IMAGE) {
         entry.Complain("image", "must be a plain file name such as chrome.exe");
       }
+      ProcessEntry process{.id = id, .image = image};
+      ReadWindows(entry, process);
+      // Only processes that stand before this one are known yet, and so a parent runs before its children.
+      if (entry.Optional("parent") != nullptr) process.parent = ReadProcess(entry, "parent");
       processIndex_.emplace(id, scenario_.processes.size());
-      scenario_.processes.push_back({id, image});
+      scenario_.processes.push_back(std::move(process));
     });
+  }
+
+  void ReadWindows(ObjectReader& entry, ProcessEntry& process) {
+    if (const auto title = entry.Text("window")) process.windowTitles.push_back(*title);
+    if (const JsonValue* const list = entry.OptionalOf("windows", JsonKind::Array)) {
+      if (entry.Has("window")) entry.Complain("windows", "cannot stand beside \"window\"");
+      process.windowTitles = ReadTexts(*list, entry.PlaceOf("windows"), errors_);
+    }
+    const char* const key = entry.Has("window") ? "window" : "windows";
+    if (process.windowTitles.size() > MOST_WINDOWS) {
+      entry.Complain(key, "at most " + std::to_string(MOST_WINDOWS) + " windows are possible");
+    }
+    if (!std::all_of(process.windowTitles.begin(), process.windowTitles.end(), IsTitle)) {
+      entry.Complain(key, "a title is at most " + std::to_string(LONGEST_TITLE) +
+                              " bytes long and has no control characters");
+    }
   }
 
   void ReadFiles(ObjectReader& reader) {
@@ -172,6 +205,11 @@ class ScenarioReader {
   }
 
   static void ReadRealFile(ObjectReader& entry, FileEntry& file) {
+    file.share = entry.Text("share").value_or("");
+    std::replace(file.share.begin(), file.share.end(), '/', '\\');
+    if (entry.Has("share") && !IsShare(file.share)) {
+      entry.Complain("share", "must be a server and a share, such as lab-server/team");
+    }
     file.path = entry.RequiredText("path").value_or("x");
     std::replace(file.path.begin(), file.path.end(), '/', '\\');
     if (!IsRelativePath(file.path) || file.path.size() > LONGEST_PATH) {
@@ -228,6 +266,8 @@ class ScenarioReader {
     if (step.Optional("deviceSource") != nullptr) {
       event.deviceSource =
           static_cast<std::uint32_t>(ReadWord(step, "deviceSource", SOURCE_WORDS, 0, UINT32_MAX));
+    } else if (IsOnShare(event.file)) {
+      event.deviceSource = SOURCE_NETWORK;
     }
     event.detail = static_cast<std::int32_t>(step.Integer("detail", INT32_MIN, INT32_MAX).value_or(0));
     event.timeOffset =
@@ -293,6 +333,10 @@ class ScenarioReader {
     return static_cast<std::uint64_t>(reader.Integer(key, least, most).value_or(usual));
   }
 
+  bool IsOnShare(std::size_t file) const {
+    return file < scenario_.files.size() && !scenario_.files[file].share.empty();
+  }
+
   // A read or write moves the whole file unless the step says otherwise.
   std::int64_t DefaultReadSize(const EventStep& event) const {
     if (event.type != EVENT_READ && event.type != EVENT_WRITE) return 0;
@@ -321,6 +365,7 @@ class ScenarioReader {
       reader.Complain("isNetworkDrive", "is not part of a cloud-drive detection");
     }
     ReadExpectedEndpoints(reader, expectation);
+    ReadExpectedAnswers(reader, expectation);
     const bool known = expectation.file < scenario_.files.size();
     if (known && !IsReportable(scenario_.files[expectation.file])) {
       reader.Complain("file",
@@ -341,6 +386,15 @@ class ScenarioReader {
     for (const char* const key : {"endpoints", "endpointsAre"}) {
       if (expectation.kind == DetectionKind::CloudDrive && reader.Has(key))
         reader.Complain(key, "is not part of a cloud-drive detection");
+    }
+  }
+
+  void ReadExpectedAnswers(ObjectReader& reader, Expectation& expectation) {
+    expectation.helperAnswers = ReadHelperAnswers(reader, errors_);
+    if (expectation.kind != DetectionKind::CloudDrive) return;
+    for (const char* const key :
+         {"destinationHints", "tabTitleStatus", "sha256", "md5", "metadataFileSize", "metadataStatus"}) {
+      if (reader.Has(key)) reader.Complain(key, "is not part of a cloud-drive detection");
     }
   }
 

@@ -23,6 +23,10 @@ void MakeFile(const std::filesystem::path& path) {
   std::ofstream(path) << "content";
 }
 
+void WriteWholeFile(const std::filesystem::path& path, const std::string& content) {
+  std::ofstream(path, std::ios::binary) << content;
+}
+
 std::string ReadWholeFile(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};

@@ -22,6 +22,7 @@ class TemporaryFolder {
 };
 
 void MakeFile(const std::filesystem::path& path);
+void WriteWholeFile(const std::filesystem::path& path, const std::string& content);
 std::string ReadWholeFile(const std::filesystem::path& path);
 
 }  // namespace ostrel_test

@@ -16,6 +16,7 @@ using ostrel::lab::DetectionKind;
 using ostrel::lab::EndpointsMeaning;
 using ostrel::lab::Expectation;
 using ostrel::lab::ExpectedEndpoint;
+using ostrel::lab::HelperAnswers;
 using ostrel::lab::ParseAddress;
 using ostrel::lab::ReportedEndpoint;
 using ostrel::lab::Scenario;
@@ -298,6 +299,73 @@ TEST(Compare, RowsShowEndpointsWithWhatTheyAre) {
   detection.endpointsMeaning = EndpointsMeaning::None;
   EXPECT_EQ(Compared(Expecting({expectation}), {detection}),
             Lines{"ok: " + upload + ", no endpoint / " + upload});
+}
+
+TEST(Compare, AFileOnAShareIsReportedUnderItsNetworkName) {
+  Scenario scenario = Expecting({Upload(REPORT, {CHROME})});
+  scenario.files[REPORT].share = "lab-server\\team";
+  const std::string upload = "upload \\\\lab-server\\team\\team\\report.pdf by chrome.exe";
+  EXPECT_EQ(Compared(scenario, {Uploaded("\\\\lab-server\\team\\team\\report.pdf", CHROME_IMAGE)}),
+            Lines{"ok: " + upload + " / " + upload});
+}
+
+// What comes of a detection with these answers where those are expected.
+Verdict AnswersVerdict(const HelperAnswers& expected, const HelperAnswers& reported) {
+  Expectation expectation = Upload(REPORT, {CHROME});
+  expectation.helperAnswers = expected;
+  Detection detection = Uploaded(REPORT_NAME, CHROME_IMAGE);
+  detection.helperAnswers = reported;
+  return Compare(Expecting({expectation}), WORK_DIRECTORY, {detection}).front().verdict;
+}
+
+HelperAnswers AllAnswers() {
+  return {.destinationHints = {{"Inbox", "News"}},
+          .tabTitleStatus = "TABTITLE_SUCCESS",
+          .sha256 = "0123456789",
+          .md5 = "abcdefghij",
+          .metadataFileSize = 30000,
+          .metadataStatus = "METADATA_SUCCESS"};
+}
+
+TEST(Compare, TheHelpersAnswersAreComparedOnlyWhereTheyAreExpected) {
+  EXPECT_EQ(AnswersVerdict({}, AllAnswers()), Verdict::Ok);
+  EXPECT_EQ(AnswersVerdict({}, {}), Verdict::Ok);
+  EXPECT_EQ(AnswersVerdict(AllAnswers(), AllAnswers()), Verdict::Ok);
+  EXPECT_EQ(AnswersVerdict({.md5 = "abcdefghij"}, AllAnswers()), Verdict::Ok);
+}
+
+TEST(Compare, EachOfTheHelpersAnswersMustBeTheExpectedOne) {
+  EXPECT_EQ(AnswersVerdict({.destinationHints = {{"News", "Inbox"}}}, AllAnswers()), Verdict::Missing);
+  EXPECT_EQ(AnswersVerdict({.destinationHints = {{"Inbox"}}}, AllAnswers()), Verdict::Missing);
+  EXPECT_EQ(AnswersVerdict({.destinationHints = {{}}}, AllAnswers()), Verdict::Missing);
+  EXPECT_EQ(AnswersVerdict({.tabTitleStatus = "TABTITLE"}, AllAnswers()), Verdict::Missing);
+  EXPECT_EQ(AnswersVerdict({.sha256 = "012345678A"}, AllAnswers()), Verdict::Missing);
+  EXPECT_EQ(AnswersVerdict({.md5 = ""}, AllAnswers()), Verdict::Missing);
+  EXPECT_EQ(AnswersVerdict({.metadataFileSize = 29999}, AllAnswers()), Verdict::Missing);
+  EXPECT_EQ(AnswersVerdict({.metadataStatus = ""}, AllAnswers()), Verdict::Missing);
+  EXPECT_EQ(AnswersVerdict(AllAnswers(), {}), Verdict::Missing);
+}
+
+TEST(Compare, RowsShowOfTheHelpersAnswersWhatIsExpectedAndEverythingOfAnUnexpectedDetection) {
+  Expectation expectation = Upload(REPORT, {CHROME});
+  expectation.helperAnswers = {.destinationHints = {{"Inbox", "News"}}, .sha256 = "0123456789"};
+  Detection detection = Uploaded(REPORT_NAME, CHROME_IMAGE);
+  detection.helperAnswers = AllAnswers();
+  const std::string upload = "upload team\\report.pdf by chrome.exe";
+  const std::string wanted = upload + ", \"Inbox\", \"News\", sha256 01234567...";
+  EXPECT_EQ(Compared(Expecting({expectation}), {detection, detection}),
+            (Lines{"ok: " + wanted + " / " + wanted,
+                   "unexpected: nothing / " + upload +
+                       ", \"Inbox\", \"News\", TABTITLE_SUCCESS, sha256 01234567..., md5 abcdefgh..., "
+                       "30000 bytes, METADATA_SUCCESS"}));
+}
+
+TEST(Compare, ALongTitleIsCutBetweenCharacters) {
+  Detection detection = Uploaded(REPORT_NAME, CHROME_IMAGE);
+  const std::string start(39, 't');
+  detection.helperAnswers.destinationHints = {start + "\xE4\xB8\xAD"};
+  EXPECT_EQ(Compared(Expecting({}), {detection}),
+            Lines{"unexpected: nothing / upload team\\report.pdf by chrome.exe, \"" + start + "...\""});
 }
 
 }  // namespace

@@ -75,11 +75,28 @@ TEST(ReadDetections, ALastLineWithoutItsEndIsStillBeingWritten) {
 }
 
 TEST(ReadDetections, MoreMembersThanAreKnownAreFine) {
-  const DetectionsResult result = Read(
-      Line("upload",
-           R"("fileEventType": 0, "user": "u", "destinationHints": [{"port": 443}], "extraText": null)"));
+  const DetectionsResult result = Read(Line(
+      "upload", R"("fileEventType": 0, "user": "u", "alsoKnownAs": [{"port": 443}], "extraText": null)"));
   EXPECT_EQ(result.errors, Lines{});
   EXPECT_EQ(result.detections.size(), 1U);
+}
+
+TEST(ReadDetections, TheHelpersAnswersAreReadAndMayBeAbsent) {
+  const DetectionsResult result = Read(
+      Line(
+          "upload",
+          R"("fileEventType": 0, "destinationHints": ["Inbox, 1"], "tabTitleStatus": "t", "sha256": "s", "md5": "m", "metadataFileSize": 9, "metadataStatus": "")") +
+      Line("cloud-drive", R"("fileEventType": 4)"));
+  EXPECT_EQ(result.errors, Lines{});
+  ASSERT_EQ(result.detections.size(), 2U);
+  EXPECT_EQ(result.detections[0].helperAnswers.destinationHints, Lines{"Inbox, 1"});
+  EXPECT_EQ(result.detections[0].helperAnswers.tabTitleStatus, "t");
+  EXPECT_EQ(result.detections[0].helperAnswers.sha256, "s");
+  EXPECT_EQ(result.detections[0].helperAnswers.md5, "m");
+  EXPECT_EQ(result.detections[0].helperAnswers.metadataFileSize, 9);
+  EXPECT_EQ(result.detections[0].helperAnswers.metadataStatus, "");
+  EXPECT_EQ(result.detections[1].helperAnswers.destinationHints, std::nullopt);
+  EXPECT_EQ(result.detections[1].helperAnswers.metadataFileSize, std::nullopt);
 }
 
 TEST(ReadDetections, AFileEventTypeHas32Bits) {

@@ -212,9 +212,9 @@ TEST(ScenarioErrors, AnUnknownKeyIsNamedWithTheOnesThatAreKnown) {
       Lines{
           "s.json:1: proceses: unknown key; known here: description, expect, files, name, processes, steps"});
   EXPECT_EQ(WithMember("processes", R"({"p": {"image": "a", "path": "b"}})"),
-            Lines{"s.json:1: processes/p/path: unknown key; known here: image"});
+            Lines{"s.json:1: processes/p/path: unknown key; known here: image, parent, window, windows"});
   EXPECT_EQ(WithMember("files", R"({"f": {"path": "a", "name": "b"}})"),
-            Lines{"s.json:1: files/f/name: unknown key; known here: directory, path, size"});
+            Lines{"s.json:1: files/f/name: unknown key; known here: directory, path, share, size"});
   EXPECT_EQ(WithMember("files", R"({"f": {"deviceName": "a", "path": "b"}})"),
             Lines{"s.json:1: files/f/path: unknown key; known here: deviceName, reportedName"});
   EXPECT_EQ(StepErrors(R"({"wait": 1, "until": 2})"),
@@ -228,9 +228,69 @@ TEST(ScenarioErrors, AnUnknownKeyIsNamedWithTheOnesThatAreKnown) {
       Lines{"s.json:1: steps/0/size: unknown key; known here: detail, deviceSource, event, file, process, "
             "readSize, repeat, stream, streamFlag, time"});
   EXPECT_EQ(UploadErrors(R"("user": "me")"),
-            Lines{"s.json:1: expect/0/user: unknown key; known here: detection, endpoints, endpointsAre, "
-                  "file, fileEventType, isNetworkDrive, "
-                  "process"});
+            Lines{"s.json:1: expect/0/user: unknown key; known here: destinationHints, detection, endpoints, "
+                  "endpointsAre, file, fileEventType, isNetworkDrive, md5, metadataFileSize, metadataStatus, "
+                  "process, sha256, tabTitleStatus"});
+}
+
+TEST(ScenarioErrors, AProcessHasOneWindowOrAListOfAtMostEight) {
+  EXPECT_EQ(WithMember("processes", R"({"p": {"image": "a", "window": 1}})"),
+            Lines{"s.json:1: processes/p/window: must be a text, is a whole number"});
+  EXPECT_EQ(WithMember("processes", R"({"p": {"image": "a", "windows": "t"}})"),
+            Lines{"s.json:1: processes/p/windows: must be a list, is a text"});
+  EXPECT_EQ(WithMember("processes", R"({"p": {"image": "a", "windows": ["t", null]}})"),
+            Lines{"s.json:1: processes/p/windows/1: must be a text, is null"});
+  EXPECT_EQ(WithMember("processes", R"({"p": {"image": "a", "window": "t", "windows": ["u"]}})"),
+            Lines{"s.json:1: processes/p/windows: cannot stand beside \"window\""});
+  EXPECT_EQ(WithMember("processes", R"({"p": {"image": "a", "windows": ["","","","","","","","",""]}})"),
+            Lines{"s.json:1: processes/p/windows: at most 8 windows are possible"});
+}
+
+TEST(ScenarioErrors, ATitleIsNeitherTooLongNorHasItControlCharacters) {
+  const std::string rule = "a title is at most 3000 bytes long and has no control characters";
+  EXPECT_EQ(WithMember("processes", R"({"p": {"image": "a", "window": "a\u001fb"}})"),
+            Lines{"s.json:1: processes/p/window: " + rule});
+  EXPECT_EQ(WithMember("processes", R"({"p": {"image": "a", "windows": ["fine", "a\u007f"]}})"),
+            Lines{"s.json:1: processes/p/windows: " + rule});
+  const std::string longest(3000, 't');
+  EXPECT_EQ(WithMember("processes", R"({"p": {"image": "a", "window": ")" + longest + "\"}}"), Lines{});
+  EXPECT_EQ(WithMember("processes", R"({"p": {"image": "a", "window": ")" + longest + "t\"}}"),
+            Lines{"s.json:1: processes/p/window: " + rule});
+}
+
+TEST(ScenarioErrors, AParentStandsBeforeItsChildren) {
+  EXPECT_EQ(WithMember("processes", R"({"a": {"image": "a"}, "b": {"image": "b", "parent": "a"}})"), Lines{});
+  EXPECT_EQ(WithMember("processes", R"({"b": {"image": "b", "parent": "a"}, "a": {"image": "a"}})"),
+            Lines{"s.json:1: processes/b/parent: no process \"a\"; known: none"});
+  EXPECT_EQ(WithMember("processes", R"({"a": {"image": "a", "parent": "a"}})"),
+            Lines{"s.json:1: processes/a/parent: no process \"a\"; known: none"});
+}
+
+TEST(ScenarioErrors, AShareIsAServersNameAndTheShares) {
+  const std::string rule = "must be a server and a share, such as lab-server/team";
+  for (const char* const share :
+       {"lab-server", "", "/lab-server/team", "lab-server/team/", "a/b/c", "../team"}) {
+    EXPECT_EQ(WithMember("files", R"({"f": {"path": "a", "share": ")" + std::string(share) + "\"}}"),
+              Lines{"s.json:1: files/f/share: " + rule})
+        << share;
+  }
+  EXPECT_EQ(WithMember("files", R"({"f": {"path": "a", "share": 1}})"),
+            (Lines{"s.json:1: files/f/share: must be a text, is a whole number",
+                   "s.json:1: files/f/share: " + rule}));
+}
+
+TEST(ScenarioErrors, TheHelpersAnswersAreOfTheirTypesAndNotPartOfACloudDriveDetection) {
+  EXPECT_EQ(UploadErrors(R"("destinationHints": "Inbox")"),
+            Lines{"s.json:1: expect/0/destinationHints: must be a list, is a text"});
+  EXPECT_EQ(UploadErrors(R"("destinationHints": ["Inbox", 2])"),
+            Lines{"s.json:1: expect/0/destinationHints/1: must be a text, is a whole number"});
+  EXPECT_EQ(UploadErrors(R"("metadataFileSize": 4294967296)"),
+            Lines{"s.json:1: expect/0/metadataFileSize: must be from 0 to 4294967295, is 4294967296"});
+  EXPECT_EQ(ExpectationErrors(
+                R"({"detection": "cloud-drive", "fileEventType": 4, "process": "chrome", "file": "report",
+              "tabTitleStatus": "", "sha256": ""})"),
+            (Lines{"s.json:1: expect/0/tabTitleStatus: is not part of a cloud-drive detection",
+                   "s.json:1: expect/0/sha256: is not part of a cloud-drive detection"}));
 }
 
 TEST(ScenarioErrors, ProcessesAndFilesAreObjectsWithAnImageOrAPath) {

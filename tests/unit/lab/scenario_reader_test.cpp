@@ -104,6 +104,54 @@ TEST(ScenarioReader, ProcessesKeepTheOrderOfTheFile) {
   EXPECT_EQ(scenario.processes[1].image, "r\xC3\xA9 x.exe");
 }
 
+TEST(ScenarioReader, AProcessHasWindowsAndAParentOnlyWhereTheyAreGiven) {
+  const Scenario scenario = ReadValid(R"({"processes": {
+      "bare": {"image": "a.exe"},
+      "one": {"image": "b.exe", "window": "News, \u4e2d \"1\""},
+      "more": {"image": "c.exe", "windows": ["", "Inbox"], "parent": "one"}}, "steps": [], "expect": []})");
+  ASSERT_EQ(scenario.processes.size(), 3U);
+  EXPECT_EQ(scenario.processes[0].windowTitles, std::vector<std::string>());
+  EXPECT_EQ(scenario.processes[0].parent, std::nullopt);
+  EXPECT_EQ(scenario.processes[1].windowTitles, std::vector<std::string>{"News, \xE4\xB8\xAD \"1\""});
+  EXPECT_EQ(scenario.processes[1].parent, std::nullopt);
+  EXPECT_EQ(scenario.processes[2].windowTitles, (std::vector<std::string>{"", "Inbox"}));
+  EXPECT_EQ(scenario.processes[2].parent, std::optional<std::size_t>(1));
+}
+
+TEST(ScenarioReader, AFileOnAShareKeepsItsPathAndItsEventsComeFromTheNetwork) {
+  ScenarioText text;
+  text.files = R"("report": {"share": "lab-server/team", "path": "a/b.txt", "size": 7})";
+  text.steps = R"({"event": "read", "process": "chrome", "file": "report"},
+                  {"event": "read", "process": "chrome", "file": "report", "deviceSource": "local"})";
+  const Scenario scenario = ReadValid(text.Text());
+  ASSERT_EQ(scenario.files.size(), 1U);
+  EXPECT_EQ(scenario.files[0].share, "lab-server\\team");
+  EXPECT_EQ(scenario.files[0].path, "a\\b.txt");
+  EXPECT_EQ(scenario.files[0].size, 7U);
+  ASSERT_EQ(scenario.steps.size(), 2U);
+  EXPECT_EQ(std::get<EventStep>(scenario.steps[0]).deviceSource, 1U);
+  EXPECT_EQ(std::get<EventStep>(scenario.steps[1]).deviceSource, 0U);
+}
+
+TEST(ScenarioReader, TheHelpersAnswersAreExpectedOnlyWhereTheyAreGiven) {
+  const Expectation bare = Expected(R"("detection": "upload", "process": "chrome", "file": "report")");
+  EXPECT_EQ(bare.helperAnswers.destinationHints, std::nullopt);
+  EXPECT_EQ(bare.helperAnswers.tabTitleStatus, std::nullopt);
+  EXPECT_EQ(bare.helperAnswers.sha256, std::nullopt);
+  EXPECT_EQ(bare.helperAnswers.md5, std::nullopt);
+  EXPECT_EQ(bare.helperAnswers.metadataFileSize, std::nullopt);
+  EXPECT_EQ(bare.helperAnswers.metadataStatus, std::nullopt);
+  const Expectation full = Expected(
+      R"("detection": "upload", "process": "chrome", "file": "report", "destinationHints": ["a", ""],
+         "tabTitleStatus": "t", "sha256": "s", "md5": "m", "metadataFileSize": 4294967295, "metadataStatus": "")");
+  EXPECT_EQ(full.helperAnswers.destinationHints, (std::vector<std::string>{"a", ""}));
+  EXPECT_EQ(full.helperAnswers.tabTitleStatus, "t");
+  EXPECT_EQ(full.helperAnswers.sha256, "s");
+  EXPECT_EQ(full.helperAnswers.md5, "m");
+  EXPECT_EQ(full.helperAnswers.metadataFileSize, 4294967295);
+  EXPECT_EQ(full.helperAnswers.metadataStatus, "");
+}
+
 TEST(ScenarioReader, AFileHasAPathASizeAndNothingElse) {
   const Scenario scenario = ReadValid(ScenarioText{}.Text());
   ASSERT_EQ(scenario.files.size(), 5U);

@@ -1,7 +1,6 @@
 #include "filter/cache_hooks.h"
 
 #include "platform_test.h"
-#include "userhelper/session_lookups.h"
 
 namespace ostrel::test {
 
@@ -94,12 +93,6 @@ TEST_F(DirectoryHook, FollowsTheShellsAnswer) {
   EXPECT_EQ(IsDirectory(L"C:\\folder"), 1);
   EXPECT_EQ(IsDirectory(L"C:\\file"), 0);
   EXPECT_THAT(Calls(), ElementsAre("PathIsDirectoryW(C:\\folder)", "PathIsDirectoryW(C:\\file)"));
-}
-
-TEST(TabTitleHook, SaysThatTheTitlesCannotBeAskedForYet) {
-  std::wstring status;
-  EXPECT_THAT(GetTabTitlesOfProcess(42, L"chrome.exe", status), IsEmpty());
-  EXPECT_EQ(status, USER_HELPER_NOT_SUPPORTED);
 }
 
 }  // namespace

@@ -60,7 +60,9 @@ class Gate {
 
 ReadEventCache MakeCache(DirectoryTest directoryTest) {
   UserLookup userLookup = [](void*, std::wstring&) -> unsigned char { return 1; };
-  TabTitleLookup tabTitleLookup = GetTabTitlesOfProcess;
+  TabTitleLookup tabTitleLookup = [](ULong32, std::wstring, std::wstring&) {
+    return std::vector<std::wstring>();
+  };
   return {userLookup, tabTitleLookup, directoryTest};
 }
 

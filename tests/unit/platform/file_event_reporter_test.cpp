@@ -12,7 +12,7 @@
 #include "detect/disk_event_worker.h"
 #include "filter/cache_hooks.h"
 #include "platform_test.h"
-#include "userhelper/session_lookups.h"
+#include "support/scripted_user_session.h"
 
 namespace ostrel::test {
 
@@ -179,6 +179,8 @@ class Reporting : public PlatformTest {
   }
 
   Host host_;
+  // Nobody is logged on.
+  ScriptedUserSession session_{GetModuleHandleW(nullptr), [](std::string) {}};
   HostCallbacks callbacks_;
   NetworkEventCache streams_{1};
   FileEventReporter reporter_{callbacks_};
@@ -372,11 +374,39 @@ TEST_F(Reporting, AsksForTheMetadataOfAFileOnANetworkDrive) {
   // The size in the metadata counts, not the one read here; without metadata it is 0.
   ASSERT_EQ(host_.activity.size(), 1U);
   EXPECT_EQ(host_.activity[0].isNetworkDrive, 1);
-  EXPECT_EQ(host_.activity[0].metadataStatus, USER_HELPER_NOT_SUPPORTED);
+  EXPECT_EQ(host_.activity[0].metadataStatus, L"NO_LOGGEDIN_USER");
   EXPECT_EQ(host_.activity[0].fileSize, 0U);
-  EXPECT_THAT(Logs(), ElementsAre(StartsWith("log 6 Detected file use"),
+  EXPECT_THAT(Logs(), ElementsAre(StartsWith("log 6 Detected file use"), "log 6 No one logged in",
+                                  "log 3 Could not successfully spawn a sub-process",
                                   "log 7 Getting metadata for file : C:\\a.txt\n",
                                   "log 7 Uploaded file C:\\a.txt. 10 of 0"));
+}
+
+TEST_F(Reporting, TellsTheHostTheMetadataOfAFileOnANetworkDrive) {
+  session_.LogOn();
+  session_.answer = [](const std::wstring&) {
+    return L"1,32," + ScriptedUserSession::Identifier(2) + L",0," + std::wstring(64, L'a') + L"," +
+           std::wstring(32, L'b') + L",4294967297,5,extra";
+  };
+  reporter_.ReportFileEvent(streams_, Event(1, 10, {}, 1));
+  ASSERT_EQ(host_.activity.size(), 1U);
+  EXPECT_EQ(host_.activity[0].isNetworkDrive, 1);
+  EXPECT_EQ(host_.activity[0].sha256, std::wstring(64, L'a'));
+  EXPECT_EQ(host_.activity[0].md5, std::wstring(32, L'b'));
+  EXPECT_EQ(host_.activity[0].fileSize, 1U);
+  EXPECT_EQ(host_.activity[0].metadataStatus, L"METADATA_SUCCESS");
+  EXPECT_EQ(host_.activity[0].extraText, L"extra");
+}
+
+TEST_F(Reporting, ComparesAnUploadFromANetworkDriveWithTheSizeInTheMetadata) {
+  session_.LogOn();
+  session_.answer = [](const std::wstring&) {
+    return L"1,32," + ScriptedUserSession::Identifier(2) + L",0," + std::wstring(64, L'a') + L"," +
+           std::wstring(32, L'b') + L",2000,0";
+  };
+  reporter_.ReportFileEvent(streams_, Event(0, 1799, {}, 1));
+  EXPECT_THAT(host_.activity, IsEmpty());
+  EXPECT_THAT(Logs(), Contains("log 7 Uploaded file C:\\a.txt. 1799 of 2000"));
 }
 
 TEST_F(Reporting, DoesNothingWithoutACallback) {
@@ -426,7 +456,9 @@ class APass : public Reporting {
       user = L"ann";
       return 1;
     };
-    TabTitleLookup tabTitleLookup = GetTabTitlesOfProcess;
+    TabTitleLookup tabTitleLookup = [](ULong32, std::wstring, std::wstring&) {
+      return std::vector<std::wstring>();
+    };
     DirectoryTest directoryTest = IsDirectory;
     return {userLookup, tabTitleLookup, directoryTest};
   }

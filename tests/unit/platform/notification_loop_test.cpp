@@ -40,7 +40,9 @@ class TheNotificationLoop : public PlatformTest {
   TheNotificationLoop() { system_.imageNames = {{42, L"\\Device\\HarddiskVolume3\\app.exe"}}; }
 
   static ReadEventCache MakeCache(UserLookup userLookup) {
-    TabTitleLookup tabTitleLookup = GetTabTitlesOfProcess;
+    TabTitleLookup tabTitleLookup = [](ULong32, std::wstring, std::wstring&) {
+      return std::vector<std::wstring>();
+    };
     DirectoryTest directoryTest = IsDirectory;
     return {userLookup, tabTitleLookup, directoryTest};
   }

@@ -1,7 +1,7 @@
 // The road from the caches to the host's callbacks with all its threads at once: the notification loop files
 // events, the packet reader files streams, the disk event thread reports, the host switches. What asks
-// Windows on that road, the size of a file and the name of an endpoint, is answered here, so that it runs
-// under ThreadSanitizer.
+// Windows on that road, the size of a file, the name of an endpoint and a file's metadata, is answered here,
+// so that it runs under ThreadSanitizer.
 
 #include <gtest/gtest.h>
 
@@ -19,6 +19,7 @@
 #include "detect/file_size.h"
 #include "support/log_capture.h"
 #include "support/test_thread.h"
+#include "userhelper/helper_requests.h"
 
 namespace ostrel {
 
@@ -30,6 +31,11 @@ std::uint64_t GetFileSizeOrMax(const std::wstring& /*path*/) {
 
 void DescribeEndpoint(const IpPort& /*endpoint*/, EndpointTexts& texts) {
   texts.address[0] = L'1';
+}
+
+FileMetaData GetFileMetaDataFromUserHelper(const std::wstring& /*filePath*/, std::wstring& status) {
+  status = L"METADATA_SUCCESS";
+  return {};
 }
 
 }  // namespace ostrel

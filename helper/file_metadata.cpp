@@ -1,0 +1,76 @@
+#include "file_metadata.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <array>
+
+#include "digest.h"
+#include "extended_path.h"
+#include "file_digests.h"
+#include "util/unique_handle.h"
+
+namespace ostrel::helper {
+
+namespace {
+
+// Whatever is wrong with the name, the folder, the drive or the server: there is no such file.
+bool MeansThatThereIsNoFile(DWORD error) {
+  constexpr std::array<DWORD, 9> ERRORS{
+      ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_INVALID_DRIVE,
+      ERROR_BAD_NETPATH,    ERROR_BAD_NET_NAME,   ERROR_INVALID_NAME,
+      ERROR_BAD_PATHNAME,   ERROR_NOT_READY,      ERROR_FILENAME_EXCED_RANGE};
+  return std::find(ERRORS.begin(), ERRORS.end(), error) != ERRORS.end();
+}
+
+// Without a claim on the file, and without lending this user's identity to whoever may answer in the place of
+// a file.
+UniqueFileHandle Open(const std::wstring& path) {
+  return UniqueFileHandle(
+      CreateFileW(ExtendedPath(path).c_str(), FILE_READ_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE,
+                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                  FILE_FLAG_SEQUENTIAL_SCAN | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr));
+}
+
+std::wstring FinalPath(HANDLE file) {
+  constexpr DWORD FORM = FILE_NAME_NORMALIZED | VOLUME_NAME_DOS;
+  const DWORD size = GetFinalPathNameByHandleW(file, nullptr, 0, FORM);
+  std::wstring path(size, L'\0');
+  const DWORD length = GetFinalPathNameByHandleW(file, path.data(), size, FORM);
+  // Somebody may have moved the file in between.
+  if (length >= size) return {};
+  path.resize(length);
+  return PlainPath(path);
+}
+
+}  // namespace
+
+MetadataAnswer ReadFileMetadata(const std::wstring& path, std::chrono::milliseconds patience) {
+  const auto deadline = std::chrono::steady_clock::now() + patience;
+  const UniqueFileHandle file = Open(path);
+  if (!file) {
+    return MetadataAnswer::Failed(MeansThatThereIsNoFile(GetLastError())
+                                      ? ResponseCode::METADATA_FILE_DOES_NOT_EXIST
+                                      : ResponseCode::METADATA_CANNOT_READ_FILE);
+  }
+  // A device or a pipe could keep a reader for ever.
+  if (GetFileType(file.Get()) != FILE_TYPE_DISK)
+    return MetadataAnswer::Failed(ResponseCode::METADATA_CANNOT_READ_FILE);
+  LARGE_INTEGER size{};
+  if (!GetFileSizeEx(file.Get(), &size))
+    return MetadataAnswer::Failed(ResponseCode::METADATA_ERROR_GETTING_FILE_SIZE);
+  try {
+    FileDigests digests = DigestFile(file.Get(), static_cast<std::uint64_t>(size.QuadPart), deadline);
+    return {.code = ResponseCode::SUCCESS,
+            .sha256Hex = std::move(digests.sha256Hex),
+            .md5Hex = std::move(digests.md5Hex),
+            .fileSize = digests.size,
+            .extraText = FinalPath(file.Get())};
+  } catch (const FileReadError&) {
+    return MetadataAnswer::Failed(ResponseCode::METADATA_CANNOT_READ_FILE);
+  } catch (const DigestError&) {
+    return MetadataAnswer::Failed(ResponseCode::METADATA_CANNOT_READ_FILE);
+  }
+}
+
+}  // namespace ostrel::helper

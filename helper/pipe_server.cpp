@@ -1,0 +1,113 @@
+#include "pipe_server.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <vector>
+
+#include "pipe_security.h"
+#include "system_failure.h"
+
+namespace ostrel::helper {
+
+namespace {
+
+using namespace std::chrono;
+
+const wchar_t* const PIPE_PREFIX = L"\\\\.\\pipe\\OstrelUserHelper\\";
+
+// A path has at most 32767 units; a request holds one or two texts of that kind.
+constexpr DWORD LONGEST_REQUEST_BYTES = 128 * 1024;
+// More than any reply, so that writing one does not have to wait for the client.
+constexpr DWORD REPLY_BUFFER_BYTES = 16 * 1024;
+constexpr DWORD ONLY_INSTANCE = 1;
+
+DWORD MillisecondsUntil(steady_clock::time_point deadline) {
+  const auto left = ceil<milliseconds>(deadline - steady_clock::now());
+  return static_cast<DWORD>(std::max<milliseconds::rep>(left.count(), 0));
+}
+
+}  // namespace
+
+class PipeServer::Operation {
+ public:
+  explicit Operation(HANDLE pipe) : pipe_(pipe), event_(NewEvent()) { overlapped_.hEvent = event_.Get(); }
+  Operation(const Operation&) = delete;
+  Operation& operator=(const Operation&) = delete;
+
+  OVERLAPPED* Overlapped() noexcept { return &overlapped_; }
+  DWORD Transferred() const noexcept { return transferred_; }
+
+  // Waits for what was `started` with this object, and cancels it at the deadline, so that nothing is written
+  // into buffers after their time. Returns the error, 0 for none, WAIT_TIMEOUT for the deadline.
+  DWORD Finish(BOOL started, Deadline deadline) {
+    if (!started && GetLastError() != ERROR_IO_PENDING) return GetLastError();
+    const bool isInTime = WaitForSingleObject(event_.Get(), MillisecondsUntil(deadline)) == WAIT_OBJECT_0;
+    if (!isInTime) CancelIoEx(pipe_, &overlapped_);
+    if (GetOverlappedResult(pipe_, &overlapped_, &transferred_, TRUE)) return ERROR_SUCCESS;
+    const DWORD error = GetLastError();
+    return !isInTime && error == ERROR_OPERATION_ABORTED ? WAIT_TIMEOUT : error;
+  }
+
+ private:
+  HANDLE pipe_;
+  UniqueKernelHandle event_;
+  OVERLAPPED overlapped_{};
+  DWORD transferred_ = 0;
+};
+
+PipeServer::PipeServer(const std::wstring& channelName) {
+  PipeSecurity security;
+  // Somebody else's pipe of this name must not be joined: whoever made it would see the request.
+  pipe_.Reset(
+      CreateNamedPipeW((PIPE_PREFIX + channelName).c_str(),
+                       PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED | FILE_FLAG_FIRST_PIPE_INSTANCE,
+                       PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT | PIPE_REJECT_REMOTE_CLIENTS,
+                       ONLY_INSTANCE, REPLY_BUFFER_BYTES, LONGEST_REQUEST_BYTES, 0, security.Attributes()));
+  if (!pipe_) throw SystemFailure(ExitCode::PipeNotCreated, "the pipe cannot be created", GetLastError());
+}
+
+void PipeServer::WaitForClient(milliseconds patience) {
+  Operation connect(pipe_.Get());
+  const DWORD error =
+      connect.Finish(ConnectNamedPipe(pipe_.Get(), connect.Overlapped()), steady_clock::now() + patience);
+  if (error == WAIT_TIMEOUT) throw Failure(ExitCode::NobodyCame, "nobody connected in time");
+  // The client may have been quicker.
+  if (error != ERROR_SUCCESS && error != ERROR_PIPE_CONNECTED) {
+    throw SystemFailure(ExitCode::NobodyCame, "no client could be connected", error);
+  }
+}
+
+std::wstring PipeServer::ReadRequest(milliseconds patience) {
+  std::vector<std::byte> bytes(LONGEST_REQUEST_BYTES);
+  Operation read(pipe_.Get());
+  const DWORD error =
+      read.Finish(ReadFile(pipe_.Get(), bytes.data(), LONGEST_REQUEST_BYTES, nullptr, read.Overlapped()),
+                  steady_clock::now() + patience);
+  if (error == WAIT_TIMEOUT) throw Failure(ExitCode::NoRequest, "no request came in time");
+  if (error == ERROR_MORE_DATA) throw Failure(ExitCode::NoRequest, "the request is too long");
+  if (error != ERROR_SUCCESS) throw SystemFailure(ExitCode::NoRequest, "no request can be read", error);
+  const std::size_t length = read.Transferred();
+  if (length % sizeof(wchar_t) != 0) throw Failure(ExitCode::NoRequest, "the request is no UTF-16 text");
+  std::wstring request(length / sizeof(wchar_t), L'\0');
+  std::copy_n(bytes.data(), length, reinterpret_cast<std::byte*>(request.data()));
+  return request;
+}
+
+void PipeServer::Deliver(const std::wstring& reply, milliseconds patience) {
+  const Deadline deadline = steady_clock::now() + patience;
+  Operation write(pipe_.Get());
+  const DWORD writeError =
+      write.Finish(WriteFile(pipe_.Get(), reply.data(), static_cast<DWORD>(reply.size() * sizeof(wchar_t)),
+                             nullptr, write.Overlapped()),
+                   deadline);
+  if (writeError != ERROR_SUCCESS) {
+    throw SystemFailure(ExitCode::NotDelivered, "the reply cannot be written", writeError);
+  }
+  // FlushFileBuffers would wait for the client without a limit.
+  std::byte more{};
+  Operation close(pipe_.Get());
+  const DWORD error = close.Finish(ReadFile(pipe_.Get(), &more, 1, nullptr, close.Overlapped()), deadline);
+  if (error == WAIT_TIMEOUT) throw Failure(ExitCode::NotDelivered, "the reply was not fetched in time");
+}
+
+}  // namespace ostrel::helper

@@ -1,0 +1,14 @@
+#ifndef OSTREL_USERHELPER_RANDOM_HEX_ID_H
+#define OSTREL_USERHELPER_RANDOM_HEX_ID_H
+
+#include <string>
+
+namespace ostrel {
+
+// 32 random bytes as lower-case hexadecimal numbers without leading zeros: 32 to 64 digits. Empty, with a log
+// line, when there are none to be had.
+std::wstring GenerateRandomHexId();
+
+}  // namespace ostrel
+
+#endif

@@ -1,0 +1,410 @@
+#include "userhelper/helper_requests.h"
+
+#include "filter/cache_hooks.h"
+#include "user_helper_test.h"
+#include "userhelper/helper_channel.h"
+#include "userhelper/proc_util_exception.h"
+#include "util/ostrel_filter_lib_util.h"
+
+namespace ostrel::test {
+
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+const std::string SPAWN_FAILED = "log 3 Could not successfully spawn a sub-process";
+
+std::string Pipe(unsigned channel) {
+  return "\\\\.\\pipe\\OstrelUserHelper\\" + Id(channel);
+}
+
+Lines Wait(unsigned channel, int attempts = 1) {
+  Lines lines;
+  for (int i = 0; i < attempts; ++i) {
+    lines = std::move(lines) + Lines({"WaitNamedPipeW(" + Pipe(channel) + ", 0)", "Sleep(50)"});
+  }
+  return lines;
+}
+
+TEST(TheExceptionOfTheUserHelper, SaysWhatItIs) {
+  EXPECT_STREQ(ProcUtilException().what(), "A ProcUtil exception occurred");
+}
+
+class ConnectingToAHelper : public UserHelperTest {
+ protected:
+  std::wstring Connect(const std::wstring& commandId = L"command") {
+    return ConnectToUserHelper(commandId, L"response", status_);
+  }
+
+  std::wstring status_ = L"BEFORE";
+};
+
+TEST_F(ConnectingToAHelper, LaunchesItAndWaitsForItsPipe) {
+  EXPECT_EQ(Connect(), L"\\\\.\\pipe\\OstrelUserHelper\\" + ScriptedUserSession::Identifier(1));
+  EXPECT_EQ(status_, L"BEFORE");
+  EXPECT_EQ(Calls(), RANDOM_ID + SpawnedAsUser("command " + Id(1)) + Wait(1));
+}
+
+TEST_F(ConnectingToAHelper, SucceedsWhenThePipeAppearsAtThe39thAttempt) {
+  session_.pipeAppearsAtAttempt = 39;
+  EXPECT_NO_THROW(Connect());
+  EXPECT_EQ(Calls(), RANDOM_ID + SpawnedAsUser("command " + Id(1)) + Wait(1, 39));
+}
+
+TEST_F(ConnectingToAHelper, FailsWhenThePipeAppearsAtThe40thAttempt) {
+  session_.pipeAppearsAtAttempt = 40;
+  EXPECT_THROW(Connect(), ProcUtilException);
+  EXPECT_EQ(status_, L"PIPE_NOT_AVAILABLE");
+  EXPECT_EQ(Calls(), RANDOM_ID + SpawnedAsUser("command " + Id(1)) + Wait(1, 40) +
+                         Lines({"log 3 Could not get information. Remote pipe not available"}));
+}
+
+TEST_F(ConnectingToAHelper, FailsWhenThePipeNeverAppears) {
+  session_.Fail("WaitNamedPipeW", 2);
+  EXPECT_THROW(Connect(), ProcUtilException);
+  EXPECT_EQ(status_, L"PIPE_NOT_AVAILABLE");
+  EXPECT_EQ(Calls(), RANDOM_ID + SpawnedAsUser("command " + Id(1)) + Wait(1, 40) +
+                         Lines({"log 3 Could not get information. Remote pipe not available"}));
+}
+
+TEST_F(ConnectingToAHelper, FailsWithoutACommandIdentifier) {
+  EXPECT_THROW(Connect(L""), ProcUtilException);
+  EXPECT_EQ(status_, L"INVALID_COMMANDID");
+  EXPECT_EQ(Calls(), RANDOM_ID + Lines({"log 3 invalid sub-process commandId", SPAWN_FAILED}));
+}
+
+TEST_F(ConnectingToAHelper, FailsWithoutAChannelName) {
+  session_.Fail("BCryptGenRandom", 0xC0000001);
+  EXPECT_THROW(Connect(), ProcUtilException);
+  EXPECT_EQ(status_, L"INVALID_CHANNELNAME");
+  EXPECT_EQ(Calls(), RANDOM_ID + Lines({"log 3 Error 0xc0000001 returned by BCryptGenRandom",
+                                        "log 3 invalid channel name", SPAWN_FAILED}));
+}
+
+TEST_F(ConnectingToAHelper, FailsWithoutAUser) {
+  session_.sessions.clear();
+  EXPECT_THROW(Connect(), ProcUtilException);
+  EXPECT_EQ(status_, L"NO_LOGGEDIN_USER");
+  EXPECT_EQ(Calls(), RANDOM_ID + ASK_SESSIONS + Lines({"log 6 No one logged in", SPAWN_FAILED}));
+}
+
+// The first identifier of a request is the command's, the second the response's, the third the channel's.
+class Requesting : public UserHelperTest {
+ protected:
+  Requesting() {
+    session_.answer = [this](const std::wstring&) { return reply_; };
+  }
+  ~Requesting() override {
+    OstrelFilterLibUtil::DeallocStringPointer(&result_);
+    OstrelFilterLibUtil::DeallocStringPointer(&error_);
+  }
+
+  // The helper's answer, with the head that carries the response's identifier.
+  void Answer(const std::wstring& type, const std::wstring& rest) {
+    reply_ = type + L",32," + ScriptedUserSession::Identifier(2) + L"," + rest;
+  }
+
+  // Everything up to the exchange.
+  static Lines Connected() {
+    return RANDOM_ID + RANDOM_ID + RANDOM_ID + SpawnedAsUser(Id(1) + " " + Id(3)) + Wait(3);
+  }
+
+  static std::string Request(const std::string& type, const std::string& rest) {
+    return "1," + type + ",32," + Id(1) + ",32," + Id(2) + "," + rest;
+  }
+
+  static std::string Call(const std::string& request, const std::string& limits) {
+    return "CallNamedPipeW(" + Pipe(3) + ", " + std::to_string(request.size() * 2) + ", " + limits + ")";
+  }
+
+  // Of the two functions that return strings.
+  std::wstring Outcome() const {
+    std::wstring outcome;
+    if (result_ != nullptr) outcome += std::wstring(L"result: ") + result_;
+    if (error_ != nullptr) outcome += std::wstring(L"error: ") + error_;
+    return outcome;
+  }
+
+  std::wstring reply_;
+  std::wstring status_ = L"BEFORE";
+  wchar_t* result_ = nullptr;
+  wchar_t* error_ = nullptr;
+};
+
+class RequestingTitles : public Requesting {
+ protected:
+  std::vector<std::wstring> Ask() { return GetTabTitlesFromUserHelper(4512, L"chrome.exe", status_); }
+
+  const std::string request_ = Request("0", "4512,10,chrome.exe");
+};
+
+TEST_F(RequestingTitles, TakesItsStepsInOrder) {
+  Answer(L"0", L"0,2,4,Mail,5,Drive");
+  EXPECT_THAT(Ask(), ElementsAre(L"Mail", L"Drive"));
+  EXPECT_EQ(status_, L"TABTITLE_SUCCESS");
+  EXPECT_EQ(Calls(),
+            Connected() +
+                Lines({"log 7 Sending tabtitle message " + request_, Call(request_, "2048, 2000"),
+                       "log 7 Received buffer from user process when requesting titles: " + Narrow(reply_),
+                       "log 6 Received application title information"}));
+  EXPECT_EQ(Narrow(session_.Requests().at(0)), request_);
+}
+
+TEST_F(RequestingTitles, IsWhatTheCachesHookDoes) {
+  Answer(L"0", L"0,1,4,Mail");
+  EXPECT_THAT(GetTabTitlesOfProcess(4512, L"chrome.exe", status_), ElementsAre(L"Mail"));
+  EXPECT_EQ(status_, L"TABTITLE_SUCCESS");
+  EXPECT_EQ(Narrow(session_.Requests().at(0)), request_);
+}
+
+TEST_F(RequestingTitles, ReportsTheHelpersCode) {
+  Answer(L"0", L"4,0");
+  EXPECT_THAT(Ask(), IsEmpty());
+  EXPECT_EQ(status_, L"TABTITLE_MAIN_WINDOWS_NOT_FOUND");
+  EXPECT_THAT(Logs(), Contains("log 3 Couldn't get tab titles. Error code: 4"));
+}
+
+TEST_F(RequestingTitles, ReportsThatThereIsNone) {
+  Answer(L"0", L"0,0");
+  EXPECT_THAT(Ask(), IsEmpty());
+  EXPECT_EQ(status_, L"TABTITLE_NO_TITLE_FOUND");
+  EXPECT_THAT(Logs(), Contains("log 6 No application title information found for chrome.exe"));
+}
+
+TEST_F(RequestingTitles, ReportsAnAnswerThatItCannotRead) {
+  for (const std::wstring& reply : {std::wstring(), std::wstring(L"0,"), std::wstring(L"0,65,x")}) {
+    reply_ = reply;
+    EXPECT_THAT(Ask(), IsEmpty());
+    EXPECT_EQ(status_, L"TABTITLE_DESERIALIZE_FAILURE");
+  }
+  EXPECT_THAT(Logs(), Contains("log 3 Couldn't deserialize tab title message").Times(3));
+}
+
+TEST_F(RequestingTitles, ReportsAnAnswerToSomebodyElse) {
+  reply_ = L"0,4,9f3a,0,0";
+  EXPECT_THAT(Ask(), IsEmpty());
+  EXPECT_EQ(status_, L"TABTITLE_COMMAND_ID");
+}
+
+TEST_F(RequestingTitles, ReportsAFailedPipe) {
+  session_.Fail("CallNamedPipeW", 121);
+  EXPECT_THAT(Ask(), IsEmpty());
+  EXPECT_EQ(status_, L"TABTITLE_CONNECT_PIPE_FAILED");
+  EXPECT_EQ(Calls(),
+            Connected() + Lines({"log 7 Sending tabtitle message " + request_, Call(request_, "2048, 2000"),
+                                 "log 3 Couldn't get tab titles from pipe: 121"}));
+}
+
+TEST_F(RequestingTitles, ReportsWhyThereIsNoHelper) {
+  session_.sessions.clear();
+  EXPECT_THAT(Ask(), IsEmpty());
+  EXPECT_EQ(status_, L"NO_LOGGEDIN_USER");
+}
+
+TEST_F(RequestingTitles, ReportsAPipeThatDoesNotAppear) {
+  session_.pipeAppearsAtAttempt = 41;
+  EXPECT_THAT(Ask(), IsEmpty());
+  EXPECT_EQ(status_, L"PIPE_NOT_AVAILABLE");
+}
+
+TEST_F(RequestingTitles, ReportsThatThereAreNoIdentifiers) {
+  session_.Fail("BCryptGenRandom", 0xC0000001);
+  EXPECT_THAT(Ask(), IsEmpty());
+  EXPECT_EQ(status_, L"INVALID_COMMANDID");
+}
+
+// 1024 units without a zero among them are everything that the buffer holds.
+TEST_F(RequestingTitles, ReadsAnAnswerThatFillsTheBufferUpToItsEnd) {
+  Answer(L"0", L"0,1,1000,");
+  reply_.resize(1024, L't');
+  const std::size_t titleUnits = 1024 - reply_.find(L't');
+  const auto titles = Ask();
+  ASSERT_EQ(titles.size(), 1U);
+  EXPECT_EQ(titles[0], std::wstring(titleUnits, L't') + std::wstring(1000 - titleUnits, L'\0'));
+}
+
+TEST_F(RequestingTitles, RefusesAnAnswerThatIsLargerThanTheBuffer) {
+  Answer(L"0", L"0,1,1000,");
+  reply_.resize(1025, L't');
+  EXPECT_THAT(Ask(), IsEmpty());
+  EXPECT_EQ(status_, L"TABTITLE_CONNECT_PIPE_FAILED");
+  EXPECT_THAT(Logs(), Contains("log 3 Couldn't get tab titles from pipe: 234"));
+}
+
+TEST_F(RequestingTitles, ReadsAnAnswerUpToItsFirstZero) {
+  Answer(L"0", L"0,0");
+  reply_ += std::wstring(L"\0garbage", 8);
+  EXPECT_THAT(Ask(), IsEmpty());
+  EXPECT_EQ(status_, L"TABTITLE_NO_TITLE_FOUND");
+}
+
+class RequestingMetaData : public Requesting {
+ protected:
+  FileMetaData Ask() { return GetFileMetaDataFromUserHelper(L"\\\\s\\a,b", status_); }
+
+  const std::string request_ = Request("1", "7,\\\\s\\a,b");
+  const std::wstring digests_ = std::wstring(64, L'a') + L"," + std::wstring(32, L'b');
+};
+
+TEST_F(RequestingMetaData, TakesItsStepsInOrder) {
+  Answer(L"1", L"0," + digests_ + L",4294967297,3,x,y");
+  const FileMetaData metaData = Ask();
+  EXPECT_EQ(metaData.sha256Hex, std::wstring(64, L'a'));
+  EXPECT_EQ(metaData.md5Hex, std::wstring(32, L'b'));
+  EXPECT_EQ(metaData.fileSize, 4294967297U);
+  EXPECT_EQ(metaData.extraText, L"x,y");
+  EXPECT_EQ(status_, L"METADATA_SUCCESS");
+  EXPECT_EQ(Calls(),
+            Connected() +
+                Lines({"log 7 Sending metadata message " + request_, Call(request_, "10240, 10000"),
+                       "log 7 Received buffer from user process when requesting metadata: " + Narrow(reply_),
+                       "log 6 Received metadata"}));
+  EXPECT_EQ(Narrow(session_.Requests().at(0)), request_);
+}
+
+TEST_F(RequestingMetaData, ReportsTheHelpersCode) {
+  Answer(L"1", L"18," + digests_ + L",10,0");
+  EXPECT_EQ(Ask().fileSize, 0U);
+  EXPECT_EQ(status_, L"METADATA_FILE_DOES_NOT_EXIST");
+  EXPECT_THAT(Logs(), Contains("log 3 Couldn't get metadata. Error code: 18"));
+}
+
+TEST_F(RequestingMetaData, ReportsAnAnswerThatItCannotRead) {
+  Answer(L"1", L"0," + digests_ + L",10,9,short");
+  EXPECT_EQ(Ask().fileSize, 0U);
+  EXPECT_EQ(status_, L"METADATA_DESERIALIZE_FAILURE");
+  EXPECT_THAT(Logs(), Contains("log 3 Couldn't deserialize metadata message"));
+}
+
+TEST_F(RequestingMetaData, ReportsAnAnswerToAnotherQuestion) {
+  reply_.clear();
+  EXPECT_EQ(Ask().fileSize, 0U);
+  EXPECT_EQ(status_, L"METADATA_INCORRECT_MESSAGE_TYPE");
+}
+
+TEST_F(RequestingMetaData, ReportsAFailedPipe) {
+  session_.Fail("CallNamedPipeW", 2);
+  EXPECT_EQ(Ask().fileSize, 0U);
+  EXPECT_EQ(status_, L"METADATA_CONNECT_PIPE_FAILED");
+  EXPECT_EQ(Calls(),
+            Connected() + Lines({"log 7 Sending metadata message " + request_, Call(request_, "10240, 10000"),
+                                 "log 3 Couldn't get metadata from pipe: 2"}));
+}
+
+TEST_F(RequestingMetaData, ReportsWhyThereIsNoHelper) {
+  session_.Fail("CreateProcessAsUserW", 2);
+  EXPECT_EQ(Ask().fileSize, 0U);
+  EXPECT_EQ(status_, L"PROCCREATE_FAILURE");
+}
+
+class RequestingTheProxyUrl : public Requesting {
+ protected:
+  std::wstring Ask() {
+    GetAutoProxyConfigUrlFromUserHelper(&result_, &error_);
+    return Outcome();
+  }
+
+  const std::string request_ = Request("2", "");
+};
+
+TEST_F(RequestingTheProxyUrl, TakesItsStepsInOrder) {
+  Answer(L"2", L"0,8,http://a");
+  EXPECT_EQ(Ask(), L"result: http://a");
+  EXPECT_EQ(
+      Calls(),
+      Connected() +
+          Lines({"log 7 PROXY:: Sending AutoProxyConfigUrl message " + request_, Call(request_, "4400, 2000"),
+                 "log 7 PROXY:: Received buffer from user process when requesting AutoProxyConfigUrl: " +
+                     Narrow(reply_)}));
+  EXPECT_EQ(Narrow(session_.Requests().at(0)), request_);
+}
+
+TEST_F(RequestingTheProxyUrl, SetsNothingForAnEmptyUrl) {
+  Answer(L"2", L"0,0,");
+  EXPECT_EQ(Ask(), L"");
+}
+
+TEST_F(RequestingTheProxyUrl, ReturnsTheHelpersExplanation) {
+  Answer(L"2", L"26,3,why");
+  EXPECT_EQ(Ask(), L"error: why");
+}
+
+TEST_F(RequestingTheProxyUrl, ReportsAnAnswerThatItCannotRead) {
+  reply_ = L"2;%s";
+  EXPECT_EQ(Ask(), L"error: PROXY:: Couldn't deserialize AutoProxyConfigUrl message: 2;%s");
+}
+
+TEST_F(RequestingTheProxyUrl, ReportsAFailedPipe) {
+  session_.Fail("CallNamedPipeW", 121);
+  EXPECT_EQ(Ask(), L"error: PROXY:: Couldn't get AutoProxyConfigUrl from pipe: 121");
+}
+
+TEST_F(RequestingTheProxyUrl, ReportsThatThereIsNoHelperAsAnException) {
+  const std::wstring error =
+      L"error: PROXY:: Exception occurred while attempting to get Windows auto proxy configuration url.";
+  session_.sessions.clear();
+  EXPECT_EQ(Ask(), error);
+  OstrelFilterLibUtil::DeallocStringPointer(&error_);
+  session_.LogOn();
+  session_.pipeAppearsAtAttempt = 40;
+  EXPECT_EQ(Ask(), error);
+}
+
+class RequestingACloudLogin : public Requesting {
+ protected:
+  std::wstring Ask() {
+    GetCloudStorageProviderLoginFromUserHelper(L"OneDrive", L"C:\\Users\\ann", &result_, &error_);
+    return Outcome();
+  }
+
+  const std::string request_ = Request("3", "8,OneDrive,12,C:\\Users\\ann");
+};
+
+TEST_F(RequestingACloudLogin, TakesItsStepsInOrder) {
+  Answer(L"3", L"0,3,ann");
+  EXPECT_EQ(Ask(), L"result: ann");
+  EXPECT_EQ(Calls(),
+            Connected() + Lines({"log 7 CLOUDLOGIN:: Sending cloud Login message " + request_ +
+                                     " for provider: OneDrive",
+                                 Call(request_, "4400, 2000"),
+                                 "log 7 CLOUDLOGIN:: Received buffer from user process when requesting cloud "
+                                 "Login: " +
+                                     Narrow(reply_)}));
+  EXPECT_EQ(Narrow(session_.Requests().at(0)), request_);
+}
+
+TEST_F(RequestingACloudLogin, SetsNothingForAnEmptyLogin) {
+  Answer(L"3", L"0,-1,");
+  EXPECT_EQ(Ask(), L"");
+}
+
+TEST_F(RequestingACloudLogin, ReturnsTheTextOfItsCode) {
+  Answer(L"3", L"8,3,own");
+  EXPECT_EQ(Ask(), L"error: CLOUDLOGIN:: Incorrect CloudStorageProvider Type");
+}
+
+TEST_F(RequestingACloudLogin, ReturnsTheHelpersExplanation) {
+  Answer(L"3", L"17,3,own");
+  EXPECT_EQ(Ask(), L"error: own");
+}
+
+TEST_F(RequestingACloudLogin, ReportsAnAnswerThatItCannotRead) {
+  reply_ = L"3;%s";
+  EXPECT_EQ(Ask(), L"error: CLOUDLOGIN:: Couldn't deserialize cloud Login message: 3;%s");
+}
+
+TEST_F(RequestingACloudLogin, ReportsAFailedPipe) {
+  session_.Fail("CallNamedPipeW", 121);
+  EXPECT_EQ(Ask(), L"error: CLOUDLOGIN:: Couldn't get cloud Login from pipe: 121");
+}
+
+TEST_F(RequestingACloudLogin, ReportsThatThereIsNoHelperAsAnException) {
+  session_.sessions.clear();
+  EXPECT_EQ(Ask(), L"error: CLOUDLOGIN:: Exception occurred while attempting to get cloud Login.");
+}
+
+}  // namespace
+
+}  // namespace ostrel::test

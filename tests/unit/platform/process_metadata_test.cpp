@@ -1,0 +1,281 @@
+#include "userhelper/process_metadata.h"
+
+#include <windows.h>
+// Needs windows.h before it.
+#include <tlhelp32.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "support/import_table.h"
+
+namespace ostrel::test {
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+struct Window {
+  DWORD processId;
+  std::wstring title;
+  bool hasOwner = false;
+  bool isVisible = true;
+};
+
+struct Process {
+  DWORD id;
+  DWORD parentId;
+  std::wstring executable;
+};
+
+// A desktop and the processes behind it, of the test's choosing. A window handle is the number of the window,
+// counted from 1.
+class ScriptedDesktop {
+ public:
+  ScriptedDesktop() { current = this; }
+  ScriptedDesktop(const ScriptedDesktop&) = delete;
+  ScriptedDesktop& operator=(const ScriptedDesktop&) = delete;
+  ~ScriptedDesktop() { current = nullptr; }
+
+  std::vector<Window> windows;
+  std::vector<Process> processes;
+  bool canSnapshot = true;
+  int openSnapshots = 0;
+
+  static HWND Handle(std::size_t number) { return reinterpret_cast<HWND>(number); }
+
+ private:
+  static const Window& Of(HWND window) {
+    return current->windows.at(reinterpret_cast<std::size_t>(window) - 1);
+  }
+
+  static BOOL WINAPI EnumWindows(WNDENUMPROC callback, LPARAM parameter) {
+    for (std::size_t i = 1; i <= current->windows.size(); ++i) {
+      if (!callback(Handle(i), parameter)) return FALSE;
+    }
+    return TRUE;
+  }
+
+  static DWORD WINAPI GetWindowThreadProcessId(HWND window, DWORD* id) {
+    *id = Of(window).processId;
+    return 1;
+  }
+
+  static HWND WINAPI GetWindow(HWND window, UINT command) {
+    EXPECT_EQ(command, static_cast<UINT>(GW_OWNER));
+    return Of(window).hasOwner ? Handle(99) : nullptr;
+  }
+
+  // As the system's: some value other than 0.
+  static BOOL WINAPI IsWindowVisible(HWND window) { return Of(window).isVisible ? 16 : 0; }
+
+  static int WINAPI GetWindowTextLengthW(HWND window) { return static_cast<int>(Of(window).title.size()); }
+
+  static int WINAPI GetWindowTextW(HWND window, wchar_t* text, int capacity) {
+    const std::wstring& title = Of(window).title;
+    EXPECT_EQ(static_cast<std::size_t>(capacity), title.size() + 1);
+    std::copy_n(title.c_str(), title.size() + 1, text);
+    return static_cast<int>(title.size());
+  }
+
+  // The list of processes, or the modules of one: the handle says which.
+  static HANDLE WINAPI CreateToolhelp32Snapshot(DWORD flags, DWORD id) {
+    if (!current->canSnapshot) return INVALID_HANDLE_VALUE;
+    ++current->openSnapshots;
+    if (flags == TH32CS_SNAPPROCESS) current->position_ = 0;
+    return reinterpret_cast<HANDLE>(flags == TH32CS_SNAPPROCESS ? LIST : LIST + id);
+  }
+
+  static BOOL WINAPI Process32NextW(HANDLE, PROCESSENTRY32W* entry) {
+    EXPECT_EQ(entry->dwSize, sizeof(*entry));
+    if (current->position_ >= current->processes.size()) return FALSE;
+    const Process& process = current->processes[current->position_++];
+    entry->th32ProcessID = process.id;
+    entry->th32ParentProcessID = process.parentId;
+    return TRUE;
+  }
+
+  static BOOL WINAPI Module32FirstW(HANDLE snapshot, MODULEENTRY32W* entry) {
+    const auto id = static_cast<DWORD>(reinterpret_cast<std::size_t>(snapshot) - LIST);
+    for (const Process& process : current->processes) {
+      if (process.id != id) continue;
+      std::copy_n(process.executable.c_str(), process.executable.size() + 1, entry->szModule);
+      return TRUE;
+    }
+    return FALSE;
+  }
+
+  static BOOL WINAPI CloseHandle(HANDLE handle) {
+    if (reinterpret_cast<std::size_t>(handle) < LIST) {
+      return reinterpret_cast<decltype(&::CloseHandle)>(current->closeHandle_.Original())(handle);
+    }
+    --current->openSnapshots;
+    return TRUE;
+  }
+
+  template <typename Function>
+  static ImportPatch Replace(const char* name, Function* function) {
+    return {GetModuleHandleW(nullptr), name, reinterpret_cast<void*>(function)};
+  }
+
+  static inline ScriptedDesktop* current = nullptr;
+  static constexpr std::size_t LIST = 0x7000000;
+
+  std::size_t position_ = 0;
+  ImportPatch enumWindows_ = Replace<decltype(::EnumWindows)>("EnumWindows", &EnumWindows);
+  ImportPatch getWindowThreadProcessId_ =
+      Replace<decltype(::GetWindowThreadProcessId)>("GetWindowThreadProcessId", &GetWindowThreadProcessId);
+  ImportPatch getWindow_ = Replace<decltype(::GetWindow)>("GetWindow", &GetWindow);
+  ImportPatch isWindowVisible_ = Replace<decltype(::IsWindowVisible)>("IsWindowVisible", &IsWindowVisible);
+  ImportPatch getWindowTextLength_ =
+      Replace<decltype(::GetWindowTextLengthW)>("GetWindowTextLengthW", &GetWindowTextLengthW);
+  ImportPatch getWindowText_ = Replace<decltype(::GetWindowTextW)>("GetWindowTextW", &GetWindowTextW);
+  ImportPatch createSnapshot_ =
+      Replace<decltype(::CreateToolhelp32Snapshot)>("CreateToolhelp32Snapshot", &CreateToolhelp32Snapshot);
+  ImportPatch process32First_ = Replace<decltype(::Process32FirstW)>("Process32FirstW", &Process32NextW);
+  ImportPatch process32Next_ = Replace<decltype(::Process32NextW)>("Process32NextW", &Process32NextW);
+  ImportPatch module32First_ = Replace<decltype(::Module32FirstW)>("Module32FirstW", &Module32FirstW);
+  ImportPatch closeHandle_ = Replace<decltype(::CloseHandle)>("CloseHandle", &CloseHandle);
+};
+
+class TitlesOfAProcess : public ::testing::Test {
+ protected:
+  ~TitlesOfAProcess() override { EXPECT_EQ(desktop_.openSnapshots, 0); }
+
+  std::vector<std::wstring> Find(const wchar_t* name = L"chrome.exe") {
+    code_ = PROXY_UNKNOWN;
+    return ProcessMetadata(42, name).GetTabTitles(&code_);
+  }
+
+  ScriptedDesktop desktop_;
+  ResponseCode code_ = PROXY_UNKNOWN;
+};
+
+TEST_F(TitlesOfAProcess, AreThatOfItsMainWindow) {
+  desktop_.windows = {{41, L"Other"}, {42, L"Mail - Browser"}};
+  EXPECT_THAT(Find(), ElementsAre(L"Mail - Browser"));
+  EXPECT_EQ(code_, SUCCESS);
+}
+
+TEST_F(TitlesOfAProcess, AreOnlyTheFirstOfSeveral) {
+  desktop_.windows = {{42, L"First"}, {42, L"Second"}};
+  EXPECT_THAT(Find(), ElementsAre(L"First"));
+}
+
+TEST_F(TitlesOfAProcess, PassOverWindowsWithAnOwnerInvisibleOnesAndThoseWithoutATitle) {
+  desktop_.windows = {{42, L"Dialog", true}, {42, L"Hidden", false, false}, {42, L""}, {42, L"Main"}};
+  EXPECT_THAT(Find(), ElementsAre(L"Main"));
+}
+
+TEST_F(TitlesOfAProcess, AreNoneWhenItsOnlyMainWindowHasNone) {
+  desktop_.windows = {{42, L""}};
+  desktop_.processes = {{42, 40, L"chrome.exe"}};
+  EXPECT_THAT(Find(), IsEmpty());
+  EXPECT_EQ(code_, TABTITLE_MAIN_WINDOWS_NOT_FOUND);
+}
+
+TEST_F(TitlesOfAProcess, AreItsParentsWhenItHasNoWindow) {
+  desktop_.windows = {{40, L"Parent"}};
+  desktop_.processes = {{4, 0, L"System"}, {42, 40, L"chrome.exe"}, {42, 4, L"again"}};
+  EXPECT_THAT(Find(), ElementsAre(L"Parent"));
+  EXPECT_EQ(code_, SUCCESS);
+}
+
+TEST_F(TitlesOfAProcess, AreNotItsGrandparents) {
+  desktop_.windows = {{30, L"Grandparent"}};
+  desktop_.processes = {{40, 30, L"parent.exe"}, {42, 40, L"chrome.exe"}};
+  EXPECT_THAT(Find(), IsEmpty());
+  EXPECT_EQ(code_, TABTITLE_MAIN_WINDOWS_NOT_FOUND);
+}
+
+TEST_F(TitlesOfAProcess, AreNoneWhenItIsNotInTheList) {
+  desktop_.windows = {{40, L"Parent"}};
+  desktop_.processes = {{41, 40, L"chrome.exe"}};
+  EXPECT_THAT(Find(), IsEmpty());
+  EXPECT_EQ(code_, TABTITLE_MAIN_WINDOWS_NOT_FOUND);
+}
+
+TEST_F(TitlesOfAProcess, AreNoneWithoutAList) {
+  desktop_.canSnapshot = false;
+  desktop_.windows = {{40, L"Parent"}};
+  EXPECT_THAT(Find(), IsEmpty());
+  EXPECT_EQ(code_, TABTITLE_MAIN_WINDOWS_NOT_FOUND);
+}
+
+class TitlesOfAnEdgeProcess : public TitlesOfAProcess {
+ protected:
+  TitlesOfAnEdgeProcess() {
+    desktop_.processes = {{42, 40, L"MicrosoftEdgeCP.exe"},
+                          {50, 4, L"ApplicationFrameHost.exe"},
+                          {51, 4, L"APPLICATIONFRAMEHOST.EXE"}};
+  }
+};
+
+TEST_F(TitlesOfAnEdgeProcess, AreThoseOfTheFirstFrameHostThatHasOne) {
+  desktop_.windows = {{42, L"Own"}, {40, L"Parent"}, {51, L"Frame"}};
+  for (const wchar_t* name : {L"MicrosoftEdgeCP.exe", L"MicrosoftEdge.exe", L"C:\\x\\MicrosoftEdge.exe",
+                              L"C:\\MicrosoftEdgeCP.exe\\y"}) {
+    EXPECT_THAT(Find(name), ElementsAre(L"Frame"));
+    EXPECT_EQ(code_, SUCCESS);
+  }
+}
+
+TEST_F(TitlesOfAnEdgeProcess, GoByItsNameInThisCaseOnly) {
+  desktop_.windows = {{42, L"Own"}, {50, L"Frame"}};
+  EXPECT_THAT(Find(L"C:\\x\\microsoftedge.exe"), ElementsAre(L"Own"));
+  EXPECT_THAT(Find(L"MicrosoftEdge"), ElementsAre(L"Own"));
+  EXPECT_THAT(Find(nullptr), ElementsAre(L"Own"));
+}
+
+TEST_F(TitlesOfAnEdgeProcess, AreNoneWhenNoFrameHostRuns) {
+  desktop_.windows = {{42, L"Own"}};
+  desktop_.processes.resize(1);
+  EXPECT_THAT(Find(L"MicrosoftEdge.exe"), IsEmpty());
+  EXPECT_EQ(code_, TABTITLE_NOAPP_FRAME_HOST);
+}
+
+TEST_F(TitlesOfAnEdgeProcess, AreNoneWhenNoFrameHostHasOne) {
+  desktop_.windows = {{42, L"Own"}, {50, L""}};
+  EXPECT_THAT(Find(L"MicrosoftEdge.exe"), IsEmpty());
+  EXPECT_EQ(code_, TABTITLE_MAIN_WINDOWS_NOT_FOUND);
+}
+
+TEST_F(TitlesOfAnEdgeProcess, AreThoseOfTheFirst32FrameHostsOnly) {
+  desktop_.processes.clear();
+  for (DWORD id = 100; id < 133; ++id) desktop_.processes.push_back({id, 4, L"ApplicationFrameHost.exe"});
+  desktop_.windows = {{132, L"Frame 33"}};
+  EXPECT_THAT(Find(L"MicrosoftEdge.exe"), IsEmpty());
+  EXPECT_EQ(code_, TABTITLE_MAIN_WINDOWS_NOT_FOUND);
+  desktop_.windows = {{131, L"Frame 32"}};
+  EXPECT_THAT(Find(L"MicrosoftEdge.exe"), ElementsAre(L"Frame 32"));
+}
+
+TEST_F(TitlesOfAProcess, ComeFromAWindowWithoutAnOwnerThatIsVisible) {
+  desktop_.windows = {{1, L""}, {1, L"", true}, {1, L"", false, false}};
+  EXPECT_EQ(ProcessMetadata::IsMainWindow(ScriptedDesktop::Handle(1)), 1);
+  EXPECT_EQ(ProcessMetadata::IsMainWindow(ScriptedDesktop::Handle(2)), 0);
+  EXPECT_EQ(ProcessMetadata::IsMainWindow(ScriptedDesktop::Handle(3)), 0);
+}
+
+TEST(TheProcessMetadataClass, NamesTheProcessesThatItKnows) {
+  EXPECT_STREQ(ProcessMetadata::EDGE_PROCESS_NAME, L"MicrosoftEdgeCP.exe");
+  EXPECT_STREQ(ProcessMetadata::ALT_EDGE_PROCESS_NAME, L"MicrosoftEdge.exe");
+  EXPECT_STREQ(ProcessMetadata::APP_FRAME_HOST_NAME, L"ApplicationFrameHost.exe");
+}
+
+TEST(TheProcessMetadataClass, IsCopiedAndMovedLikeAnyValue) {
+  EXPECT_TRUE(std::is_copy_constructible_v<ProcessMetadata>);
+  EXPECT_TRUE(std::is_copy_assignable_v<ProcessMetadata>);
+  EXPECT_TRUE(std::is_nothrow_move_constructible_v<ProcessMetadata>);
+  EXPECT_TRUE(std::is_nothrow_move_assignable_v<ProcessMetadata>);
+}
+
+}  // namespace
+
+}  // namespace ostrel::test
