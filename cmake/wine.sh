@@ -4,7 +4,8 @@
 here=$(cd "$(dirname "$0")/.." && pwd)
 export WINEPREFIX="${WINEPREFIX:-$here/build/wineprefix}"
 export WINEDEBUG="${WINEDEBUG:--all}"
-export WINEDLLOVERRIDES="${WINEDLLOVERRIDES:-mscoree,mshtml=}"
+# Of the lab's system DLLs, this is the one whose place Wine's own does not give up unasked.
+export WINEDLLOVERRIDES="${WINEDLLOVERRIDES:-mscoree,mshtml=;wtsapi32=n,b}"
 mkdir -p "$(dirname "$WINEPREFIX")"
 for wine in wine64 /usr/lib/wine/wine64 wine; do
   if command -v "$wine" >/dev/null 2>&1; then exec "$wine" "$@"; fi
