@@ -10,6 +10,7 @@
 #include "api/exports.h"
 #include "e2e/lab_fixture.h"
 #include "support/internet_settings.h"
+#include "support/scratch_key.h"
 
 namespace ostrel::test {
 
@@ -122,6 +123,45 @@ TEST_F(HostQuery, PrintsTheProxyScriptOrThatThereIsNone) {
   EXPECT_EQ(AskHost(L"proxy"), (nlohmann::json{{"query", "proxy"}, {"result", nullptr}, {"error", nullptr}}));
 }
 
+// Through the helper beside the host, which is started relative to the current directory.
+class HostQueryThroughTheHelper : public HostQuery {
+ protected:
+  HostQueryThroughTheHelper() { std::filesystem::current_path(StageDirectory()); }
+  ~HostQueryThroughTheHelper() override { std::filesystem::current_path(before_); }
+
+ private:
+  std::filesystem::path before_ = std::filesystem::current_path();
+};
+
+TEST_F(HostQueryThroughTheHelper, PrintsTheProxyScriptOfTheLoggedInUser) {
+  InternetSettings settings;
+  settings.Set(NO_PROXY | PROXY_SCRIPT, "", "http://proxy.example/script.pac");
+  EXPECT_EQ(AskHost(L"proxy-system"), (nlohmann::json{{"query", "proxy-system"},
+                                                      {"result", "http://proxy.example/script.pac"},
+                                                      {"error", nullptr}}));
+  settings.Set(NO_PROXY, "", "");
+  EXPECT_EQ(AskHost(L"proxy-system"),
+            (nlohmann::json{{"query", "proxy-system"}, {"result", nullptr}, {"error", nullptr}}));
+}
+
+TEST_F(HostQueryThroughTheHelper, PrintsTheCloudLogin) {
+  ScratchKey oneDrive(L"SOFTWARE\\Microsoft\\OneDrive");
+  oneDrive.Set(L"", L"CurrentVersionPath", L"C:\\Program Files\\OneDrive");
+  oneDrive.Set(L"Accounts\\Personal", L"UserEmail", L"ann@example.com");
+  oneDrive.Set(L"Accounts\\Personal", L"UserFolder", L"C:\\Users\\ann\\OneDrive");
+  EXPECT_EQ(AskHost(L"cloud-login --provider OneDrive --home-directory C:\\Users\\ann"),
+            (nlohmann::json{{"query", "cloud-login"}, {"result", "ann@example.com"}, {"error", nullptr}}));
+}
+
+TEST_F(HostQueryThroughTheHelper, EndsWithItsCodeAndTheErrorWhenThereIsNoLogin) {
+  const auto host = StartHost(L"--query cloud-login --provider Floppy --home-directory C:\\Users\\ann");
+  EXPECT_EQ(host->Wait(PROGRAM_PATIENCE), 11U) << host->Errors();
+  EXPECT_EQ(nlohmann::json::parse(host->Output()),
+            (nlohmann::json{{"query", "cloud-login"},
+                            {"result", nullptr},
+                            {"error", "CLOUDLOGIN:: Incorrect CloudStorageProvider Type"}}));
+}
+
 TEST_F(HostQuery, NeedsNoDriverFile) {
   const std::filesystem::path bare = std::filesystem::temp_directory_path() / "ostrel-e2e" / "query";
   std::filesystem::remove_all(bare);
@@ -136,7 +176,8 @@ TEST_F(HostQuery, NeedsNoDriverFile) {
 TEST_F(HostQuery, IsNotKnownUnderAnyOtherName) {
   const auto host = StartHost(L"--query weather");
   EXPECT_EQ(host->Wait(PROGRAM_PATIENCE), 2U);
-  EXPECT_TRUE(host->Errors().starts_with("--query: weather not in {user,directories,proxy"))
+  EXPECT_TRUE(
+      host->Errors().starts_with("--query: weather not in {user,directories,proxy,proxy-system,cloud-login}"))
       << host->Errors();
 }
 
