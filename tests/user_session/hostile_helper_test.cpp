@@ -190,6 +190,38 @@ TEST_F(AHelperThat, SaysMoreThanTheBufferHoldsIsNotHeard) {
   EXPECT_EQ(AskForOneDrive(), (Answer{std::nullopt, "CLOUDLOGIN:: Couldn't get cloud Login from pipe: 234"}));
 }
 
+// Asked handle by handle: Wine's GetProcessHandleCount counts none.
+DWORD HandleCount() {
+  constexpr ULONG_PTR HIGHEST_HANDLE = 0x8000;
+  DWORD count = 0;
+  for (ULONG_PTR handle = 4; handle < HIGHEST_HANDLE; handle += 4) {
+    DWORD flags = 0;
+    if (GetHandleInformation(reinterpret_cast<HANDLE>(handle), &flags)) ++count;
+  }
+  return count;
+}
+
+TEST_F(AHelperThat, FailsLeavesNoHandleOpen) {
+  const auto failInEveryWay = [this] {
+    SetSession(L"service");
+    Behave(HEAR_AND_END);
+    AskForProxy();
+    SetSession(L"application");
+    AskForTitles();
+    AnswerFilledUp(L"1,", 5121);
+    AskForAFile();
+    AnswerWith(L"3,4,07c2,0,3,ann");
+    AskForOneDrive();
+    SetSession(L"none");
+    AskForProxy();
+  };
+  // What the first requests of all open for good.
+  failInEveryWay();
+  const DWORD before = HandleCount();
+  for (int round = 0; round < 5; ++round) failInEveryWay();
+  EXPECT_EQ(HandleCount(), before);
+}
+
 // Longer than any reply: 2^31 - 1, 2^31 and 2^64 - 1.
 const wchar_t* const ENORMOUS[] = {L"2147483647", L"2147483648", L"18446744073709551615"};
 

@@ -1,7 +1,11 @@
 // The library and its own helper, started as an application and as a service.
 
+#include <array>
+#include <memory>
+
 #include "support/internet_settings.h"
 #include "support/scratch_key.h"
+#include "support/test_thread.h"
 #include "temporary_folder.h"
 #include "user_session.h"
 
@@ -80,6 +84,24 @@ TEST_P(TheHelper, TellsDigestsAndSizeOfAFile) {
   EXPECT_EQ(file.metaData.sha256Hex, L"ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
   EXPECT_EQ(file.metaData.md5Hex, L"900150983cd24fb0d6963f7d28e17f72");
   EXPECT_EQ(file.metaData.fileSize, 3U);
+}
+
+TEST_P(TheHelper, AnswersEachOfManyThreads) {
+  constexpr std::size_t THREADS = 4;
+  const ostrel_test::TemporaryFolder folder;
+  std::array<MetaData, THREADS> answers;
+  std::vector<std::unique_ptr<ostrel_test::TestThread>> threads;
+  for (std::size_t i = 0; i < THREADS; ++i) {
+    const auto file = folder / (std::to_wstring(i) + L".txt").c_str();
+    ostrel_test::WriteWholeFile(file, std::string(i + 1, 'a'));
+    threads.push_back(std::make_unique<ostrel_test::TestThread>(
+        [this, file, &answer = answers[i]] { answer = AskForMetaData(file); }));
+  }
+  threads.clear();
+  for (std::size_t i = 0; i < THREADS; ++i) {
+    EXPECT_EQ(answers[i].status, "METADATA_SUCCESS");
+    EXPECT_EQ(answers[i].metaData.fileSize, i + 1);
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(
