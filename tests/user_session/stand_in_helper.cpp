@@ -4,9 +4,9 @@
 
 #include <windows.h>
 
+#include <cstddef>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 #include "util/unique_handle.h"
 
@@ -42,7 +42,8 @@ void Replace(std::wstring& text, const std::wstring& mark, const std::wstring& r
   if (at != std::wstring::npos) text.replace(at, mark.size(), replacement);
 }
 
-// The fourth counted text of a request is its response identifier: version, type, command id, response id.
+// A request begins with its version, its type, and the two identifiers as counted texts, of which this is the
+// second.
 std::wstring CountedIdentifier(const std::wstring& request) {
   std::size_t at = request.find(L',', request.find(L',') + 1) + 1;
   const std::size_t commandIdLength = std::stoul(request.substr(at));
@@ -135,31 +136,34 @@ void TakeTheName(const std::wstring& commandLine, const std::wstring& channelNam
   pipe.WaitUntilClosed();
 }
 
+void MakeThePipeTooLate(const std::wstring& channelName) {
+  WaitUntilOver();
+  const Pipe pipe(channelName);
+}
+
+void HearAndEnd(Pipe& pipe, DWORD pauseMilliseconds = 0) {
+  pipe.Hear();
+  Sleep(pauseMilliseconds);
+}
+
 void Behave(const std::wstring& behaviour, const std::wstring& commandLine) {
   const std::wstring channelName = commandLine.substr(commandLine.find(L' ') + 1);
   if (behaviour == END_AT_ONCE) return;
   if (behaviour == HANG) return WaitUntilOver();
+  if (behaviour == MAKE_THE_PIPE_TOO_LATE) return MakeThePipeTooLate(channelName);
   if (behaviour == TAKE_THE_NAME) return TakeTheName(commandLine, channelName);
   if (behaviour == MAKE_THE_PIPE_LATE) Sleep(LATE_PIPE_MILLISECONDS);
-  if (behaviour == MAKE_THE_PIPE_TOO_LATE) WaitUntilOver();
   Pipe pipe(channelName);
-  if (behaviour == MAKE_THE_PIPE_TOO_LATE) return;
-  if (behaviour == HEAR_AND_END) {
-    pipe.Hear();
-  } else if (behaviour == HEAR_AND_HANG) {
-    pipe.Hear();
-    Sleep(LATE_ANSWER_MILLISECONDS);
-  } else if (behaviour == ANSWER_TWICE) {
-    AnswerTwice(pipe);
-  } else {
-    Answer(pipe, behaviour == ANSWER_LATE ? LATE_ANSWER_MILLISECONDS : 0);
-  }
+  if (behaviour == HEAR_AND_END) return HearAndEnd(pipe);
+  if (behaviour == HEAR_AND_HANG) return HearAndEnd(pipe, LATE_ANSWER_MILLISECONDS);
+  if (behaviour == ANSWER_TWICE) return AnswerTwice(pipe);
+  Answer(pipe, behaviour == ANSWER_LATE ? LATE_ANSWER_MILLISECONDS : 0);
 }
 
 }  // namespace
 
 int main() {
-  const UniqueKernelHandle watch(CreateThread(nullptr, 0, EndInTime, nullptr, 0, nullptr));
+  const UniqueKernelHandle watchdog(CreateThread(nullptr, 0, EndInTime, nullptr, 0, nullptr));
   try {
     Behave(Variable(BEHAVIOUR_VARIABLE), GetCommandLineW());
     return 0;

@@ -36,9 +36,10 @@ constexpr wchar_t ANSWER_LATE[] = L"answer late";
 constexpr wchar_t ANSWER_TWICE[] = L"answer twice";
 constexpr wchar_t TAKE_THE_NAME[] = L"take the name";
 
-// How late the pipe or the answer is, and for how long it hangs after a request. More than the time-out of
-// the library's call and less than a test would wait.
+// Early enough for the library, which looks for the pipe for two seconds.
 constexpr unsigned long LATE_PIPE_MILLISECONDS = 700;
+// How late an answer is, and for how long the helper hangs after a request: beyond the time-out of two
+// seconds that the library names to the system.
 constexpr unsigned long LATE_ANSWER_MILLISECONDS = 2500;
 
 }  // namespace ostrel::test
