@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <memory>
 #include <sstream>
+#include <utility>
 
 #include "utf8.h"
 
@@ -49,6 +50,8 @@ const char* const FOOTER =
     "    OstrelHost.exe --cloud-process client.exe --cloud-path C:\\Users\\me\\Cloud\n"
     "  Who is logged on, as {\"query\":\"user\",\"result\":...,\"error\":...}, without any driver:\n"
     "    OstrelHost.exe --query user\n"
+    "  Which account is logged in to a cloud client:\n"
+    "    OstrelHost.exe --query cloud-login --provider OneDrive --home-directory C:\\Users\\anna\n"
     "\n"
     "Exit codes:\n"
     "  0  ended as asked\n"
@@ -88,6 +91,8 @@ struct Utf8Options {
   std::uint32_t seconds = 0;
   std::uint32_t refreshSeconds = 5;
   std::string query;
+  std::string provider;
+  std::string homeDirectory;
 };
 
 std::string CheckImageName(std::string& name) {
@@ -99,6 +104,10 @@ std::string CheckImageName(std::string& name) {
 
 std::string CheckUserName(std::string& name) {
   return name.empty() ? "an account name is empty" : "";
+}
+
+std::string CheckProvider(std::string& name) {
+  return name.empty() ? "a provider is empty" : "";
 }
 
 std::string CheckPath(std::string& path) {
@@ -186,16 +195,23 @@ std::vector<std::string> NamesOf(const Queries& queries) {
 }
 
 // To be added after all options of watching, which it excludes.
-void AddQueryOption(CLI::App& app, const Queries& queries, std::string& query) {
+void AddQueryOptions(CLI::App& app, const Queries& queries, Utf8Options& options) {
   std::string description = "Print the library's answer to one question and end; no driver\nis needed:";
   for (const Query& each : queries) description += std::string("\n") + each.name + ": " + each.answer;
   const auto watching = app.get_options([&app](const CLI::Option* option) {
     return option != app.get_help_ptr() && option != app.get_version_ptr();
   });
-  CLI::Option* const option = app.add_option("--query", query, description)
+  CLI::Option* const option = app.add_option("--query", options.query, description)
                                   ->type_name("NAME")
                                   ->check(CLI::IsMember(NamesOf(queries)).description(""));
   for (CLI::Option* const other : watching) option->excludes(other);
+  app.add_option("--provider", options.provider, "The cloud storage provider, such as OneDrive or iCloud")
+      ->type_name("NAME")
+      ->check(CLI::Validator(CheckProvider, ""));
+  app.add_option("--home-directory", options.homeDirectory,
+                 "The home directory of the user, such as C:\\Users\\anna")
+      ->type_name("FOLDER")
+      ->check(CLI::Validator(CheckPath, ""));
 }
 
 void RequireAtMost(const char* option, const std::vector<std::string>& values, std::size_t most) {
@@ -248,7 +264,20 @@ Options Converted(const Utf8Options& options, const Queries& queries) {
       .seconds = options.seconds == 0 ? std::nullopt : std::optional(options.seconds),
       .refreshSeconds = options.refreshSeconds,
       .query = FindQuery(queries, options.query),
+      .provider = host::ToUtf16(options.provider),
+      .homeDirectory = host::ToUtf16(options.homeDirectory),
   };
+}
+
+void CheckLogin(const Options& options) {
+  const bool isAsked = options.query && options.query->isAboutLogin;
+  if (isAsked && (options.provider.empty() || options.homeDirectory.empty())) {
+    throw CLI::ValidationError(std::string("--query ") + options.query->name,
+                               "needs --provider and --home-directory");
+  }
+  if (!isAsked && !(options.provider.empty() && options.homeDirectory.empty())) {
+    throw CLI::ValidationError("--provider and --home-directory", "only a query about a login takes them");
+  }
 }
 
 // The parser wants them last first, as UTF-8.
@@ -272,11 +301,13 @@ CommandLine ParseCommandLine(const std::vector<std::wstring>& arguments, const Q
   AddActivityOptions(app, options);
   AddCloudOptions(app, options);
   AddRunOptions(app, options);
-  AddQueryOption(app, queries, options.query);
+  AddQueryOptions(app, queries, options);
   try {
     app.parse(Reversed(arguments));
     CheckTogether(options);
-    return {.options = Converted(options, queries), .exitCode = ExitCode::Success, .text = {}};
+    Options converted = Converted(options, queries);
+    CheckLogin(converted);
+    return {.options = std::move(converted), .exitCode = ExitCode::Success, .text = {}};
   } catch (const CLI::ParseError& error) {
     std::ostringstream output;
     std::ostringstream errors;

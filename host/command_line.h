@@ -27,6 +27,8 @@ struct Options {
   std::optional<std::uint32_t> seconds;  // none: until told to stop
   std::uint32_t refreshSeconds = 5;      // 0: never
   std::optional<Query> query;            // instead of watching
+  std::wstring provider;                 // of the query's login
+  std::wstring homeDirectory;            // as well
 };
 
 // Either options, or what to print and with which code to end: after --help and --version with Success and

@@ -24,6 +24,13 @@ QueryAnswer AnswerOf(Getter getter) {
   return {Take(result), Take(error)};
 }
 
+QueryAnswer CloudLogin(const Options& options) {
+  return AnswerOf([&](wchar_t** result, wchar_t** error) {
+    GetCloudStorageProviderLoginForSystem(options.provider.c_str(), options.homeDirectory.c_str(), result,
+                                          error);
+  });
+}
+
 }  // namespace
 
 Queries LibraryQueries() {
@@ -34,6 +41,9 @@ Queries LibraryQueries() {
        [](const Options&) { return AnswerOf(GetAllUserDirectories); }},
       {"proxy", "the URL of your automatic proxy configuration script",
        [](const Options&) { return AnswerOf(GetAutoProxyConfigUrlForUser); }},
+      {"proxy-system", "the same for the user logged in",
+       [](const Options&) { return AnswerOf(GetAutoProxyConfigUrlForSystem); }},
+      {"cloud-login", "the account of the user logged in", CloudLogin, true},
   };
 }
 

@@ -21,6 +21,7 @@ struct Query {
   const char* name;
   const char* answer;  // what it is, for --help
   QueryAnswer (*ask)(const Options& options);
+  bool isAboutLogin = false;  // asks with --provider and --home-directory
 };
 using Queries = std::vector<Query>;
 

@@ -46,7 +46,7 @@
  *     strings that end in ForSystem. From a service it starts nlib\OstrelUserHelper.exe, from a program in
  *     the user's session OstrelUserHelper.exe, either relative to the current directory of the process. The
  *     thread that needs the answer waits for it: 40 times the pipe's own patience and 2 seconds at most for
- *     the helper to come up, then 2 seconds for the answer, or 10 for a file's metadata. Tab titles are asked
+ *     the helper to come up, then for its answer as long as it lives, 95 seconds at most. Tab titles are asked
  *     for on the notification thread, after the driver has its acknowledgement, while the cache that the
  *     event goes to is locked; metadata on the disk event thread, under the report lock.
  */
@@ -119,7 +119,7 @@ typedef void (*LogCallback)(const wchar_t* text, uint32_t level);
  *   NO_ENV_CREATED           The user has no environment.
  *   PROCCREATE_FAILURE       The helper cannot be started; most often, it is not where it is sought.
  *   PIPE_NOT_AVAILABLE       The helper was started and did not come up in time.
- *   x_CONNECT_PIPE_FAILED    It came up and gave no answer in time, or too long a one.
+ *   x_CONNECT_PIPE_FAILED    It came up and ended without an answer, or gave too long a one.
  *   x_DESERIALIZE_FAILURE    Its answer makes no sense.
  *
  * Any other is the name of a ResponseCode, by which the helper or the reader of its answer says what went

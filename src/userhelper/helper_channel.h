@@ -14,7 +14,8 @@ namespace ostrel {
 // then holds the reason's word. A helper that is only late is left running.
 std::wstring ConnectToUserHelper(std::wstring commandId, std::wstring responseId, std::wstring& status);
 
-// Room for the answer, and the patience with the helper, of one type of request.
+// Room for the answer of one type of request, and how long to wait for a pipe that is busy. The answer itself
+// is waited for as long as the helper lives.
 struct ExchangeLimits {
   ULong32 replyBytes;
   ULong32 timeOutMilliseconds;

@@ -9,61 +9,12 @@
 
 #include "api/exports.h"
 #include "e2e/lab_fixture.h"
+#include "support/internet_settings.h"
+#include "support/scratch_key.h"
 
 namespace ostrel::test {
 
 namespace {
-
-constexpr wchar_t CONNECTIONS[] =
-    L"Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings\\Connections";
-constexpr wchar_t SETTINGS[] = L"DefaultConnectionSettings";
-
-// What the settings say is in use, and in which order their texts follow.
-enum SettingsInUse : std::uint8_t { NO_PROXY = 1, FIXED_PROXY = 2, PROXY_SCRIPT = 4 };
-
-// The Internet settings of this user, put back at the end.
-class InternetSettings {
- public:
-  InternetSettings() {
-    EXPECT_EQ(RegCreateKeyExW(HKEY_CURRENT_USER, CONNECTIONS, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key_,
-                              nullptr),
-              ERROR_SUCCESS);
-    DWORD size = 0;
-    if (RegQueryValueExW(key_, SETTINGS, nullptr, nullptr, nullptr, &size) != ERROR_SUCCESS) return;
-    before_.emplace(size);
-    RegQueryValueExW(key_, SETTINGS, nullptr, nullptr, before_->data(), &size);
-  }
-  InternetSettings(const InternetSettings&) = delete;
-  InternetSettings& operator=(const InternetSettings&) = delete;
-  ~InternetSettings() {
-    if (before_) {
-      Write(*before_);
-    } else {
-      RegDeleteValueW(key_, SETTINGS);
-    }
-    RegCloseKey(key_);
-  }
-
-  void Set(std::uint8_t inUse, const std::string& proxy, const std::string& scriptUrl) {
-    std::vector<BYTE> settings{0x46, 0, 0, 0, 1, 0, 0, 0, inUse, 0, 0, 0};
-    for (const std::string& text : {proxy, std::string(), scriptUrl}) {
-      settings.insert(settings.end(), {static_cast<BYTE>(text.size()), 0, 0, 0});
-      settings.insert(settings.end(), text.begin(), text.end());
-    }
-    settings.resize(settings.size() + 32);
-    Write(settings);
-  }
-
- private:
-  void Write(const std::vector<BYTE>& settings) {
-    EXPECT_EQ(
-        RegSetValueExW(key_, SETTINGS, 0, REG_BINARY, settings.data(), static_cast<DWORD>(settings.size())),
-        ERROR_SUCCESS);
-  }
-
-  HKEY key_ = nullptr;
-  std::optional<std::vector<BYTE>> before_;
-};
 
 struct Answer {
   std::optional<std::wstring> result;
@@ -172,6 +123,45 @@ TEST_F(HostQuery, PrintsTheProxyScriptOrThatThereIsNone) {
   EXPECT_EQ(AskHost(L"proxy"), (nlohmann::json{{"query", "proxy"}, {"result", nullptr}, {"error", nullptr}}));
 }
 
+// Through the helper beside the host, which is started relative to the current directory.
+class HostQueryThroughTheHelper : public HostQuery {
+ protected:
+  HostQueryThroughTheHelper() { std::filesystem::current_path(StageDirectory()); }
+  ~HostQueryThroughTheHelper() override { std::filesystem::current_path(before_); }
+
+ private:
+  std::filesystem::path before_ = std::filesystem::current_path();
+};
+
+TEST_F(HostQueryThroughTheHelper, PrintsTheProxyScriptOfTheLoggedInUser) {
+  InternetSettings settings;
+  settings.Set(NO_PROXY | PROXY_SCRIPT, "", "http://proxy.example/script.pac");
+  EXPECT_EQ(AskHost(L"proxy-system"), (nlohmann::json{{"query", "proxy-system"},
+                                                      {"result", "http://proxy.example/script.pac"},
+                                                      {"error", nullptr}}));
+  settings.Set(NO_PROXY, "", "");
+  EXPECT_EQ(AskHost(L"proxy-system"),
+            (nlohmann::json{{"query", "proxy-system"}, {"result", nullptr}, {"error", nullptr}}));
+}
+
+TEST_F(HostQueryThroughTheHelper, PrintsTheCloudLogin) {
+  ScratchKey oneDrive(L"SOFTWARE\\Microsoft\\OneDrive");
+  oneDrive.Set(L"", L"CurrentVersionPath", L"C:\\Program Files\\OneDrive");
+  oneDrive.Set(L"Accounts\\Personal", L"UserEmail", L"ann@example.com");
+  oneDrive.Set(L"Accounts\\Personal", L"UserFolder", L"C:\\Users\\ann\\OneDrive");
+  EXPECT_EQ(AskHost(L"cloud-login --provider OneDrive --home-directory C:\\Users\\ann"),
+            (nlohmann::json{{"query", "cloud-login"}, {"result", "ann@example.com"}, {"error", nullptr}}));
+}
+
+TEST_F(HostQueryThroughTheHelper, EndsWithItsCodeAndTheErrorWhenThereIsNoLogin) {
+  const auto host = StartHost(L"--query cloud-login --provider Floppy --home-directory C:\\Users\\ann");
+  EXPECT_EQ(host->Wait(PROGRAM_PATIENCE), 11U) << host->Errors();
+  EXPECT_EQ(nlohmann::json::parse(host->Output()),
+            (nlohmann::json{{"query", "cloud-login"},
+                            {"result", nullptr},
+                            {"error", "CLOUDLOGIN:: Incorrect CloudStorageProvider Type"}}));
+}
+
 TEST_F(HostQuery, NeedsNoDriverFile) {
   const std::filesystem::path bare = std::filesystem::temp_directory_path() / "ostrel-e2e" / "query";
   std::filesystem::remove_all(bare);
@@ -186,7 +176,8 @@ TEST_F(HostQuery, NeedsNoDriverFile) {
 TEST_F(HostQuery, IsNotKnownUnderAnyOtherName) {
   const auto host = StartHost(L"--query weather");
   EXPECT_EQ(host->Wait(PROGRAM_PATIENCE), 2U);
-  EXPECT_TRUE(host->Errors().starts_with("--query: weather not in {user,directories,proxy"))
+  EXPECT_TRUE(
+      host->Errors().starts_with("--query: weather not in {user,directories,proxy,proxy-system,cloud-login}"))
       << host->Errors();
 }
 

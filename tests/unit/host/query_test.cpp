@@ -23,6 +23,11 @@ const Queries QUERIES{
      [](const Options&) {
        return QueryAnswer{{}, L"no clock"};
      }},
+    {"account", "who somebody is there",
+     [](const Options& options) {
+       return QueryAnswer{options.provider + L":" + options.homeDirectory, {}};
+     },
+     true},
 };
 
 CommandLine Parse(const std::vector<std::wstring>& arguments) {
@@ -52,9 +57,9 @@ TEST(QueryTest, IsNoneWithoutTheOption) {
 }
 
 TEST(QueryTest, OfAnUnknownNameIsRefusedWithTheKnownOnes) {
-  EXPECT_EQ(Refused({L"--query", L"tide"}), "--query: tide not in {weather,time}");
-  EXPECT_EQ(Refused({L"--query", L"Time"}), "--query: Time not in {weather,time}");
-  EXPECT_EQ(Refused({L"--query", L""}), "--query:  not in {weather,time}");
+  EXPECT_EQ(Refused({L"--query", L"tide"}), "--query: tide not in {weather,time,account}");
+  EXPECT_EQ(Refused({L"--query", L"Time"}), "--query: Time not in {weather,time,account}");
+  EXPECT_EQ(Refused({L"--query", L""}), "--query:  not in {weather,time,account}");
   EXPECT_EQ(Refused({L"--query"}), "--query: 1 required NAME missing");
 }
 
@@ -68,11 +73,36 @@ TEST(QueryTest, TakesNoOptionOfWatching) {
   EXPECT_EQ(Refused({L"--query", L"time", L"--no-tab-titles"}), "--no-tab-titles excludes --query");
 }
 
+TEST(QueryTest, AboutALoginIsAskedWithProviderAndHomeDirectory) {
+  const CommandLine commandLine =
+      Parse({L"--query", L"account", L"--provider", L"One Drive", L"--home-directory", L"/users/J\u00f6rg"});
+  ASSERT_TRUE(commandLine.options) << commandLine.text;
+  EXPECT_EQ(commandLine.options->query->ask(*commandLine.options).result, L"One Drive:/users/J\u00f6rg");
+}
+
+TEST(QueryTest, AboutALoginNeedsProviderAndHomeDirectory) {
+  const std::string error = "--query account: needs --provider and --home-directory";
+  EXPECT_EQ(Refused({L"--query", L"account"}), error);
+  EXPECT_EQ(Refused({L"--query", L"account", L"--provider", L"OneDrive"}), error);
+  EXPECT_EQ(Refused({L"--query", L"account", L"--home-directory", L"C:\\"}), error);
+  EXPECT_EQ(Refused({L"--query", L"account", L"--provider", L"", L"--home-directory", L"C:\\"}),
+            "--provider: a provider is empty");
+  EXPECT_EQ(Refused({L"--query", L"account", L"--provider", L"OneDrive", L"--home-directory", L""}),
+            "--home-directory: a path is empty");
+}
+
+TEST(QueryTest, AboutNoLoginTakesNeitherProviderNorHomeDirectory) {
+  const std::string error = "--provider and --home-directory: only a query about a login takes them";
+  EXPECT_EQ(Refused({L"--query", L"time", L"--provider", L"OneDrive"}), error);
+  EXPECT_EQ(Refused({L"--query", L"time", L"--home-directory", L"C:\\"}), error);
+  EXPECT_EQ(Refused({L"--watch", L"a.exe", L"--provider", L"OneDrive"}), error);
+}
+
 TEST(QueryTest, IsExplainedByTheHelp) {
   const CommandLine help = Parse({L"--query", L"time", L"--help"});
   EXPECT_EQ(help.exitCode, ExitCode::Success);
   for (const char* part : {"--query NAME", "weather: what it is like outside", "time: what the clock shows",
-                           "\n  11 ", "--query user"}) {
+                           "\n  11 ", "--query user", "--provider NAME", "--home-directory FOLDER"}) {
     EXPECT_NE(help.text.find(part), std::string::npos) << part << "\n" << help.text;
   }
 }
