@@ -24,12 +24,16 @@ constexpr std::uint32_t MOST_SECONDS = 4'000'000;
 const char* const DESCRIPTION =
     "Reports which files the programs you name upload and download, and what cloud-drive\n"
     "clients do in their folders: one JSON object per detection on stdout, as it happens, and\n"
-    "the log on stderr. Runs until Ctrl+C.\n"
+    "the log on stderr. Runs until Ctrl+C. Something to watch is needed: --watch,\n"
+    "--cloud-process or both.\n"
     "\n"
     "Start it from an elevated prompt, with OstrelFilterLib.dll and the driver files\n"
     "OstrelFilter.inf, OstrelFilter.sys, OstrelNWFilter.inf and OstrelNWFilter.sys beside it.\n"
-    "It installs and loads the drivers itself. A file is reported once it has not been touched\n"
-    "for a minute.";
+    "It installs and loads the drivers itself. Only one host can run at a time: a second one\n"
+    "takes the minifilter from the first, which then ends.\n"
+    "\n"
+    "A file is reported once it has not been touched for a minute. What was touched in the last\n"
+    "minute before the end is not reported.";
 
 const char* const FOOTER =
     "Examples:\n"
@@ -107,7 +111,8 @@ CLI::Option* AddSeconds(CLI::App& app, const char* name, std::uint32_t& value, s
 void AddActivityOptions(CLI::App& app, Utf8Options& options) {
   CLI::Option* const watch =
       AddList(app, "--watch", options.watchedProcesses, "NAMES",
-              "Report uploads and downloads of these programs, such as\nchrome.exe,firefox.exe",
+              "Report uploads and downloads of these programs, such as\nchrome.exe,firefox.exe; only "
+              "whole names match, so write\nchrome.exe and not chrome",
               CheckImageName)
           ->delimiter(',');
   AddList(app, "--exclude", options.excludedPaths, "FOLDER",

@@ -2,6 +2,29 @@
 # Runs OstrelHost.exe with the library on the lab's stand-in drivers under Wine, plays a scenario to it (the default one, or
 # the file named as argument), shows each detection as it arrives, and compares them with what the scenario expects.
 set -euo pipefail
+
+usage() {
+  cat <<'END'
+Usage: scripts/demo.sh [SCENARIO]
+
+Builds everything, runs OstrelHost.exe on the lab's stand-in drivers under Wine, plays SCENARIO (a JSON file as docs/lab.md
+describes it; by default lab/scenarios/default.json) and compares what was reported with what the scenario expects.
+
+  build/demo/detections.jsonl  what the host reported, as docs/host.md describes it
+  build/demo/host.log          the host's log, at its finest level
+
+Ends with 0 when both agree.
+END
+}
+
+case ${1-} in
+  -h | --help) usage; exit ;;
+  -*) usage >&2; exit 2 ;;
+esac
+if [ $# -gt 1 ]; then
+  usage >&2
+  exit 2
+fi
 [ $# -eq 0 ] || set -- "$(realpath -- "$1")"
 cd "$(dirname "$0")/.."
 source scripts/lib.sh
@@ -42,7 +65,8 @@ start_host() {
   local line arguments
   line=$(host_arguments)
   read -ra arguments <<<"$line"
-  echo "Starting OstrelHost.exe $line"
+  arguments+=(--log-level 7)
+  echo "Starting OstrelHost.exe ${arguments[*]} (its log: $host_log)"
   cmake/wine.sh "$stage/OstrelHost.exe" "${arguments[@]}" >"$found" 2>"$host_log" &
   host=$!
 }
@@ -90,4 +114,12 @@ sleep 2
 end_host
 
 echo
-lab check "$scenario" "$found"
+code=0
+lab check "$scenario" "$found" || code=$?
+if ((code != 0)); then
+  echo "That is not what the scenario expects. $host_log tells why; docs/lab.md explains how to read it." >&2
+  exit "$code"
+fi
+echo
+echo "What you have seen: the host installed and loaded the drivers, was sent the scenario's events, reported exactly what it"
+echo "should, and unloaded. The detections are in $found, the log is in $host_log."

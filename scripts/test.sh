@@ -30,7 +30,7 @@ sum_up() {
   local passed failed broken
   passed=$(sed -n 's/^[0-9]*: \[  PASSED  \] \([0-9]*\) test.*/\1/p' "$log" | awk '{sum += $1} END {print sum + 0}')
   failed=$(sed -n 's/^[0-9]*: \[  FAILED  \] \([0-9]*\) tests\{0,1\}, listed below.*/\1/p' "$log" | awk '{sum += $1} END {print sum + 0}')
-  broken=$(grep -cE '\*\*\*(Timeout|Exception|Not Run)' "$log")
+  broken=$(grep -cE '\*\*\*(Timeout|Exception|Not Run|Failed  Error regular expression)' "$log")
   failed=$((failed + broken + demo_failed))
   echo "$((passed + 1 - demo_failed)) passed, $failed failed"
   [ "$passed" -gt 0 ] && [ "$failed" -eq 0 ]

@@ -5,7 +5,7 @@
  * OstrelFilterLib.dll: the one header that a host includes.
  *
  * First the functions and callback types, usable from C and so from every language that can call C; then, for
- * C++ only, the exported classes.
+ * C++ only, the exported classes. A C compiler sees the first part alone, and it is all that a host needs.
  *
  * Rules
  *
@@ -17,7 +17,7 @@
  *  4. The library reads texts and arrays only during the call and copies what it keeps; the caller keeps what
  *     it passed. A count of 0 or less, or a null array, is an empty list.
  *  5. What a callback receives belongs to the library and is valid only during the call. The host copies what
- *     it keeps.
+ *     it keeps. No text that a callback receives is null; what is unknown is empty.
  *  6. Threads. Any thread may call any function. All of them but EnableTabTitles, DisableTabTitles and
  *     DeallocStringPointer run one at a time, under one recursive lock. The log callback runs on whatever
  *     thread has something to say, on several at once. The event callbacks run on the library's disk event
@@ -33,6 +33,14 @@
  *     to do says so at level 6. So pass a log callback before anything can fail.
  * 10. The library cannot be unloaded from a process safely once LoadDriver was called: its threads are not
  *     waited for beyond what UnloadDriver says. Do not call FreeLibrary.
+ * 11. The minifilter can go while the library runs: someone unloads it, or another host loads its own. Only
+ *     the log tells, by one of two lines, of level 6 and 3:
+ *         OstrelFilterDriver: Driver unloaded.
+ *         OstrelFilterDriver: Error getting message while receiving notifications: HResult: 80070006
+ *     Nothing new is seen after it, but what was seen is still reported within about a minute. To go on, call
+ *     UnloadDriver, LoadDriver and the Enable functions again, from a thread of the host's own and not from
+ *     the log callback. The library still has the paths of earlier calls, so pass none the second time.
+ *     UnloadDriver itself brings one of the two as well.
  */
 
 #include <stdint.h>
@@ -118,7 +126,9 @@ typedef void (*PcdEventCallback)(const wchar_t* fileName, const wchar_t* process
  * a machine logs "OpenService failed (1060)." at level 3: there is no network driver service to stop yet.
  *
  * logCallback  Receives the log from now on, also from a load that fails; null for no log.
- * logLevel     Lines up to this level are logged: 3 errors, 6 and what is notable, 7 everything; 0 nothing.
+ * logLevel     Lines up to this level are logged, and only levels 3, 6 and 7 are in use. 0 to 2: nothing.
+ *              3 to 5: failures. 6: also changes of state and detections. 7 to 9, as any number up to
+ *              2147483647: also single events, and for most why they are not reported. Beyond: nothing.
  *
  * Returns true when the library is started, also when it was before; a second call changes nothing. The
  * account must hold the privilege to load drivers. False: the last lines of level 3 name the step that

@@ -1,3 +1,5 @@
+#include <cwctype>
+
 #include "library_test.h"
 
 namespace ostrel::test {
@@ -157,6 +159,31 @@ TEST_F(Configuring, EnablingActivityTwiceFailsAndSendsNothing) {
   EXPECT_EQ(LastSent().Number(EXCLUDED_COUNT), 0U) << "the refused call must not have kept its paths";
 }
 
+const wchar_t* UnreadableText() {
+  return reinterpret_cast<const wchar_t*>(std::uintptr_t{16});
+}
+
+const wchar_t** UnreadableArray() {
+  return reinterpret_cast<const wchar_t**>(std::uintptr_t{16});
+}
+
+TEST_F(Configuring, EnablingActivityTwiceReadsNoArrayTheSecondTime) {
+  ASSERT_EQ(Enable({L"chrome.exe"}), 1);
+  Forget();
+  EXPECT_EQ(library_.EnableActivityDetection(nullptr, UnreadableText(), UnreadableArray(), 1,
+                                             UnreadableArray(), 1, 0, 0, 0),
+            0);
+  EXPECT_THAT(Calls(), ElementsAre("log 6 Application activity already turned on."));
+}
+
+TEST_F(Configuring, EnablingCloudDetectionForNoProcessReadsNoArray) {
+  EXPECT_EQ(
+      library_.EnablePCDDetection(nullptr, UnreadableArray(), 0, UnreadableArray(), 1, UnreadableArray(), 1),
+      1);
+  EXPECT_THAT(Calls(),
+              ElementsAre("log 6 No cloud processes. Turning PCD off", "log 6 PCD already turned off."));
+}
+
 TEST_F(Configuring, EnablingActivityWithoutTabTitlesSwitchesThemOff) {
   ASSERT_EQ(Enable({}, {}, 0, false), 1);
   EXPECT_THAT(Logs(), ElementsAre("log 6 Turning off tab title capture.",
@@ -202,6 +229,20 @@ TEST_F(Configuring, ExcludedPathsAddUpOverCalls) {
   EXPECT_THAT(LastSent().Texts(EXCLUDED, 600, 3), ElementsAre(L"c:\\1", L"c:\\2", L"c:\\1"));
 }
 
+TEST_F(Configuring, ExcludedAndCloudPathsAreKeptOverALaterLoad) {
+  ASSERT_EQ(Enable({}, {L"c:\\1"}), 1);
+  ASSERT_EQ(EnableCloud({L"cloud.exe"}, {L"c:\\2"}, {L"c:\\3"}), 1);
+  ASSERT_EQ(library_.UnloadDriver(), 1);
+  ASSERT_TRUE(Load());
+  handles_ = system_.OpenHandles();
+  ASSERT_EQ(Enable({}), 1);
+  EXPECT_THAT(LastSent().Texts(EXCLUDED, 600, 1), ElementsAre(L"c:\\1"));
+  EXPECT_EQ(LastSent().Number(EXCLUDED_COUNT), 1U);
+  ASSERT_EQ(EnableCloud({L"cloud.exe"}), 1);
+  EXPECT_EQ(LastSent().Number(CLOUD_COUNT), 1U);
+  EXPECT_EQ(LastSent().Number(CLOUD_EXCLUDED_COUNT), 1U);
+}
+
 TEST_F(Configuring, TheFirst200ExcludedPathsAreSent) {
   std::vector<std::wstring> paths;
   for (int i = 0; i < 250; ++i) paths.push_back(L"c:\\" + std::to_wstring(i));
@@ -238,6 +279,25 @@ TEST_F(Configuring, ANameOfFortyCharactersIsCutTo31AndLookedUpWhole) {
   ASSERT_EQ(Enable({name}), 1);
   EXPECT_EQ(LastSent().Text(NAMES), std::wstring(31, L'n'));
   EXPECT_EQ(LastSent().Number(ID_COUNT), 1U);
+}
+
+// By the C runtime, which may know more letters than A to Z; which those are differs from one to another.
+TEST_F(Configuring, NamesAreLowerCasedAsTheRuntimeDoesIt) {
+  std::wstring name = L"A";
+  for (std::uint32_t code = 0x80; code < 0xD800; ++code) {
+    const auto character = static_cast<wchar_t>(code);
+    if (std::towlower(character) != character && name.size() < 31) name += character;
+  }
+  std::wstring lower;
+  for (const wchar_t character : name) lower += static_cast<wchar_t>(std::towlower(character));
+  ASSERT_EQ(Enable({name}), 1);
+  EXPECT_EQ(LastSent().Text(NAMES), lower);
+  // Where the runtime knows no further letter, these stay.
+  ASSERT_EQ(library_.DisableActivityDetection(), 1);
+  ASSERT_EQ(Enable({L"\x00C4\x0416.EXE"}), 1);
+  EXPECT_EQ(LastSent().Text(NAMES), (std::wstring{static_cast<wchar_t>(std::towlower(L'\x00C4')),
+                                                  static_cast<wchar_t>(std::towlower(L'\x0416'))} +
+                                     L".exe"));
 }
 
 TEST_F(Configuring, FiveHundredAndTwelveProcessesFillTheMessage) {
@@ -424,6 +484,18 @@ TEST_F(Configuring, UpdatingProcessesWhileActivityIsOnSendsThatItIsOnAndTheKeptP
   EXPECT_THAT(LastSent().Texts(NAMES, 64, 3), ElementsAre(L"firefox.exe", L"opera.exe", L""));
   EXPECT_EQ(LastSent().Byte(ENABLED), 1);
   EXPECT_EQ(LastSent().Number(EXCLUDED_COUNT), 1U);
+}
+
+// Counts are signed.
+TEST_F(Configuring, UpdatingProcessesWithACountBeyondTheSignedOnesSendsAnEmptyList) {
+  const wchar_t* names[] = {L"chrome.exe"};
+  for (const std::uint32_t count : {0x80000000U, 0x80000001U, 0xFFFFFFFFU}) {
+    library_.UpdateProcesses(names, 1, 0);
+    ASSERT_EQ(LastSent().Number(NAME_COUNT), 1U);
+    library_.UpdateProcesses(names, count, 0);
+    EXPECT_EQ(LastSent().Number(NAME_COUNT), 0U);
+    EXPECT_EQ(LastSent().Text(NAMES), L"");
+  }
 }
 
 TEST_F(Configuring, UpdatingProcessesSaysThatItSucceededEvenWhenThePortRefuses) {

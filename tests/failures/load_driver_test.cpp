@@ -8,11 +8,15 @@ using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Not;
+using ::testing::SizeIs;
+
+const Lines OWN_DIRECTORY = {"GetModuleFileNameW(own module, 512)",
+                             "PathRemoveFileSpecW(<library>\\OstrelFilterLib.dll)"};
 
 Lines InstallCalls(const std::string& name) {
   return Lines({"log 6 Installing and setting up service: " + name + ".sys"}) + PrivilegeCalls() +
-         Lines({"FilterUnload(OstrelFilter)", "GetSystemDirectoryW(512)",
-                "SetupOpenInfFileW(<library>\\" + name + ".inf, null, 2)",
+         Lines({"FilterUnload(OstrelFilter)"}) + OWN_DIRECTORY +
+         Lines({"GetSystemDirectoryW(512)", "SetupOpenInfFileW(<library>\\" + name + ".inf, null, 2)",
                 "PathFileExistsW(S:\\system\\drivers\\" + name + ".sys)",
                 "SetupInstallFileW(inf, null, " + name + ".sys, <library>, S:\\system\\drivers\\" + name +
                     ".sys, 0x4, null)",
@@ -32,6 +36,7 @@ Lines StopServiceCalls() {
 
 const std::string CONNECT =
     "FilterConnectCommunicationPort(\\6E6F3D7A-21A2-4B5F-ABD3-5DCED10CD793, 0, 8 bytes own id 7)";
+const std::string CLOSE_PORT = "CloseHandle(notification port)";
 const std::string MAKE_THREAD = "CreateThread(null, stack 0, flags 0)";
 
 Lines ConnectedCalls() {
@@ -42,6 +47,12 @@ Lines ConnectedCalls() {
 class LoadingTheDriver : public LibraryTest {
  protected:
   LoadingTheDriver() { system_.waitDivisor = 50; }
+
+  void SendUnloadNotice() {
+    EventMessage notice{};
+    notice.unloadNotice = 1;
+    system_.Send(notice);
+  }
 };
 
 TEST_F(LoadingTheDriver, TakesEveryStepInOrder) {
@@ -107,8 +118,8 @@ TEST_F(LoadingTheDriver, StopsWhenTheNetworkDriverCannotBeInstalled) {
   EXPECT_FALSE(Load());
   EXPECT_THAT(Calls(), InstallCalls("OstrelFilter") + StopServiceCalls() +
                            Lines({"log 6 Installing and setting up service: OstrelNWFilter.sys"}) +
-                           PrivilegeCalls() +
-                           Lines({"FilterUnload(OstrelFilter)", "GetSystemDirectoryW(512)",
+                           PrivilegeCalls() + Lines({"FilterUnload(OstrelFilter)"}) + OWN_DIRECTORY +
+                           Lines({"GetSystemDirectoryW(512)",
                                   "SetupOpenInfFileW(<library>\\OstrelNWFilter.inf, null, 2)",
                                   "log 3 Could not open INF file. Error on line 3",
                                   "log 3 Could not install OstrelNWFilter driver"}));
@@ -199,6 +210,45 @@ TEST_F(LoadingTheDriver, AgainAfterUnloadingStartsEverythingAgain) {
   EXPECT_EQ(Calls().back(), "log 6 LoadDriver was successful.");
   ASSERT_TRUE(system_.WaitUntilHandled());
   EXPECT_THAT(system_.OpenHandles(), ElementsAre("event", "event", "notification port", "thread"));
+}
+
+// Each of the next three leaves a port behind that nobody has closed.
+
+TEST_F(LoadingTheDriver, AgainAfterTheDriverLeftByItselfLeaksNothing) {
+  ASSERT_TRUE(Load());
+  SendUnloadNotice();
+  ASSERT_TRUE(system_.WaitForThreadEnd(0));
+  ASSERT_EQ(library_.UnloadDriver(), 1);
+  EXPECT_THAT(system_.OpenHandles(), ElementsAre("event", "notification port"));
+  ASSERT_TRUE(Load());
+  // Only the stop event of the first load remains, as after every load.
+  EXPECT_THAT(system_.OpenHandles(), ElementsAre("event", "event", "notification port", "thread"));
+  EXPECT_THAT(system_.transcript.StartingWith(CLOSE_PORT), SizeIs(1));
+}
+
+TEST_F(LoadingTheDriver, AgainAfterThereWasNoNotificationThreadLeaksNothing) {
+  system_.Fail("CreateThread", 8, 1);
+  ASSERT_FALSE(Load());
+  ASSERT_THAT(system_.OpenHandles(), ElementsAre("notification port"));
+  ASSERT_TRUE(Load());
+  EXPECT_THAT(system_.OpenHandles(), ElementsAre("event", "notification port", "thread"));
+  EXPECT_THAT(system_.transcript.StartingWith(CLOSE_PORT), SizeIs(1));
+}
+
+// Here the first loop still reads the port, and so it is closed with the loop.
+TEST_F(LoadingTheDriver, AgainAfterUnloadingWithoutThePrivilegeLeaksNothing) {
+  ASSERT_TRUE(Load());
+  system_.Fail("OpenProcessToken", 5);
+  ASSERT_EQ(library_.UnloadDriver(), 0);
+  system_.Succeed("OpenProcessToken");
+  ASSERT_THAT(system_.OpenHandles(), ElementsAre("event", "notification port"));
+  ASSERT_TRUE(Load());
+  SendUnloadNotice();
+  SendUnloadNotice();
+  ASSERT_TRUE(system_.WaitForThreadEnd(0));
+  ASSERT_TRUE(system_.WaitForThreadEnd(2));
+  EXPECT_THAT(system_.OpenHandles(), ElementsAre("event", "event", "notification port", "thread"));
+  EXPECT_THAT(system_.transcript.StartingWith(CLOSE_PORT), SizeIs(1));
 }
 
 // Detection starts off, also after a load that follows on an earlier one.

@@ -1,6 +1,7 @@
 #include <atomic>
 
 #include "library_test.h"
+#include "support/heap_watch.h"
 
 namespace ostrel::test {
 
@@ -48,6 +49,8 @@ std::string ReceivedLine(int type, const std::string& fileName) {
 class TheDriverSends : public LibraryTest {
  protected:
   TheDriverSends() {
+    // Without the disk event thread, which would empty the caches after a second.
+    system_.Fail("CreateThread", 8, 2);
     EXPECT_TRUE(Load());
     EXPECT_TRUE(system_.WaitUntilHandled());
     handles_ = system_.OpenHandles();
@@ -110,10 +113,19 @@ TEST_F(TheDriverSends, AWriteWithTheStreamFlagSetWhoseNameStays) {
               Contains(ReceivedLine(1, "C:\\dir\\file.txt:Zone.Identifier")));
 }
 
-TEST_F(TheDriverSends, AReadWhoseStreamSuffixStays) {
+TEST_F(TheDriverSends, ACloudDriveEventWhoseStreamSuffixStays) {
   EventMessage message = Event(4, u"C:\\dir\\file.txt:Zone.Identifier");
   message.streamFlag = 0;
   EXPECT_THAT(Handle(message), Contains(ReceivedLine(4, "C:\\dir\\file.txt:Zone.Identifier")));
+}
+
+// The flag promises a stream suffix. Without one the drive's own colon is the last of the converted name.
+TEST_F(TheDriverSends, AWriteWithoutTheSuffixItPromisesWhoseConvertedNameIsCutToTheDriveLetter) {
+  system_.drives = {{L"C:", L"\\Device\\HarddiskVolume3"}};
+  EventMessage message = Event(1, u"\\Device\\HarddiskVolume3\\a.txt");
+  message.deviceSourceType = 0;
+  message.streamFlag = 0;
+  EXPECT_THAT(Handle(message), Contains(ReceivedLine(1, "C")));
 }
 
 TEST_F(TheDriverSends, FilesOfNoInterestThatAreAcknowledgedAndDropped) {
@@ -180,6 +192,18 @@ TEST_F(TheDriverSends, AStandardQueryThatTurnsTheNextReadDown) {
           Lines({ReceivedLine(0, "\\a.txt"), "log 6 Event negated for \\a.txt",
                  "log 7 Ignore Upload event. Not a real upload for file: \\a.txt process " + PROCESS_NAME,
                  CLOSE_PROCESS}));
+}
+
+// Of this program every process counts for itself.
+TEST_F(TheDriverSends, AQueryThatAllowsTheReadsOfItsOwnProcessOnly) {
+  system_.imageNames = {{42, L"\\winscp.exe"}, {43, L"\\winscp.exe"}};
+  Handle(Event(3, u"\\a.txt"));
+  EventMessage read = Event(0, u"\\a.txt");
+  read.processId = 43;
+  EXPECT_THAT(
+      Handle(read),
+      Contains("log 7 Ignore Upload event. Not a real upload for file: \\a.txt process \\winscp.exe"));
+  EXPECT_THAT(Handle(Event(0, u"\\a.txt")), Contains("OpenProcessToken(process 42, 0x8)"));
 }
 
 TEST_F(TheDriverSends, AQueryThatWithdrawsTheReadBeforeIt) {
@@ -283,44 +307,12 @@ TEST_F(TheDriverSends, AnInvalidPortWhichEndsTheLoopAndIsClosed) {
   EXPECT_THAT(Loop(),
               ElementsAre("log 3 Error getting message while receiving notifications: HResult: 80070006",
                           "CloseHandle(notification port)"));
-  EXPECT_THAT(system_.OpenHandles(), ElementsAre("event", "thread"));
+  EXPECT_THAT(system_.OpenHandles(), IsEmpty());
   Forget();
   // No longer connected, so there is nothing to unload or to close.
   EXPECT_EQ(library_.UnloadDriver(), 1);
-  EXPECT_THAT(Calls(), ElementsAre("SetEvent(event)", "WaitForSingleObject(thread, 3000)",
-                                   "log 7 Disk Event thread ended", "CloseHandle(thread)"));
+  EXPECT_THAT(Calls(), ElementsAre("SetEvent(null)", "log 3 Disk Event thread is null, and can't be ended."));
 }
-
-// Counts what the library takes from the heap on one thread.
-class HeapWatch {
- public:
-  explicit HeapWatch(HMODULE library)
-      : malloc_(library, "malloc", reinterpret_cast<void*>(&Malloc)),
-        calloc_(library, "calloc", reinterpret_cast<void*>(&Calloc)),
-        realloc_(library, "realloc", reinterpret_cast<void*>(&Realloc)) {}
-
-  static void Begin() { count_ = 0; }
-  static int Count() { return count_; }
-
- private:
-  static void* Malloc(std::size_t size) {
-    ++count_;
-    return std::malloc(size);
-  }
-  static void* Calloc(std::size_t count, std::size_t size) {
-    ++count_;
-    return std::calloc(count, size);
-  }
-  static void* Realloc(void* block, std::size_t size) {
-    ++count_;
-    return std::realloc(block, size);
-  }
-
-  static inline std::atomic<int> count_{0};
-  ImportPatch malloc_;
-  ImportPatch calloc_;
-  ImportPatch realloc_;
-};
 
 // Stands before the scripted function and looks at the heap's count when the acknowledgement goes out.
 class AcknowledgementWatch {
@@ -346,9 +338,8 @@ class AcknowledgementWatch {
 };
 
 TEST_F(TheDriverSends, EventsThatAreAcknowledgedBeforeAnythingIsAllocated) {
-  // The disk event thread allocates only when something is due, and its first pass is a second away.
   system_.drives = {{L"C:", L"\\Device\\HarddiskVolume3"}};
-  const HeapWatch heap(library_.Module());
+  const HeapWatch heap(library_.Module(), system_.ThreadIds().at(0));
   const AcknowledgementWatch acknowledgement(library_.Module());
   for (std::uint32_t source = 0; source <= 2; ++source) {
     EventMessage message =

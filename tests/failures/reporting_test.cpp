@@ -9,6 +9,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::StartsWith;
 
 constexpr std::uint64_t LONG_AGO = 1000;
 
@@ -51,17 +52,31 @@ void OnCloud(const wchar_t* fileName, const wchar_t* processName, const wchar_t*
        Narrow(user) + " " + std::to_string(endTime));
 }
 
+// Others, to tell which one is in use.
+void OnOtherActivity(const wchar_t* fileName, const wchar_t*, const wchar_t*, std::uint64_t,
+                     std::uint32_t type, std::int32_t, wchar_t**, std::uint32_t*, wchar_t**, std::int32_t,
+                     wchar_t**, const wchar_t*, std::uint8_t, const wchar_t*, const wchar_t*, std::uint32_t,
+                     const wchar_t*, const wchar_t*) {
+  Tell("told other " + std::to_string(type) + " " + Narrow(fileName));
+}
+
+void OnOtherCloud(const wchar_t* fileName, const wchar_t*, const wchar_t*, std::uint64_t,
+                  std::uint32_t type) {
+  Tell("told other " + std::to_string(type) + " " + Narrow(fileName));
+}
+
 // The whole road inside the DLL: from the driver's message through the caches and the disk event thread to
 // the host.
 class ReportingToTheHost : public LibraryTest {
  protected:
-  ReportingToTheHost() {
+  // Every wait of the library is that much shorter.
+  explicit ReportingToTheHost(DWORD waitDivisor = 10) {
     told = &system_.transcript;
     throwFirst = false;
     // No rule of any browser applies to this process.
     system_.imageNames = {{42, L"\\app.exe"}};
     system_.fileSizes = {{L"\\a.txt", 1000}};
-    system_.waitDivisor = 10;
+    system_.waitDivisor = waitDivisor;
     EXPECT_TRUE(Load());
     EXPECT_TRUE(system_.WaitUntilHandled());
   }
@@ -152,6 +167,64 @@ TEST_F(ReportingToTheHost, ACallbackThatThrowsLosesItsReportOnly) {
   ASSERT_TRUE(WaitForReports(2));
   Unload();
   EXPECT_THAT(Told(), ElementsAre("told 4 \\1 \\app.exe ann 1000", "told 4 \\2 \\app.exe ann 1000"));
+}
+
+TEST_F(ReportingToTheHost, EnablingActivityThatIsOnKeepsTheCallback) {
+  EnableBoth();
+  EXPECT_EQ(library_.EnableActivityDetection(&OnOtherActivity, L"", nullptr, 0, nullptr, 0, 0, 0, 1), 0);
+  Send(Event(1, u"\\a.txt"));
+  ASSERT_TRUE(WaitForReports(1));
+  Unload();
+  EXPECT_THAT(Told(), ElementsAre(StartsWith("told 1 \\a.txt")));
+}
+
+TEST_F(ReportingToTheHost, EnablingActivityAnewReplacesTheCallback) {
+  EnableBoth();
+  EXPECT_EQ(library_.DisableActivityDetection(), 1);
+  EXPECT_EQ(library_.EnableActivityDetection(&OnOtherActivity, L"", nullptr, 0, nullptr, 0, 0, 0, 1), 1);
+  Send(Event(1, u"\\a.txt"));
+  ASSERT_TRUE(WaitForReports(1));
+  Unload();
+  EXPECT_THAT(Told(), ElementsAre("told other 1 \\a.txt"));
+}
+
+TEST_F(ReportingToTheHost, EnablingCloudDetectionForNoProcessKeepsTheCallback) {
+  EnableBoth();
+  for (int times = 0; times < 2; ++times) {
+    EXPECT_EQ(library_.EnablePCDDetection(&OnOtherCloud, nullptr, 0, nullptr, 0, nullptr, 0), 1);
+  }
+  Send(Event(4, u"\\a.txt"));
+  ASSERT_TRUE(WaitForReports(1));
+  Unload();
+  EXPECT_THAT(Told(), ElementsAre(StartsWith("told 4 \\a.txt")));
+}
+
+TEST_F(ReportingToTheHost, EnablingCloudDetectionThatIsOnReplacesTheCallback) {
+  EnableBoth();
+  const wchar_t* names[] = {L"app.exe"};
+  EXPECT_EQ(library_.EnablePCDDetection(&OnOtherCloud, names, 1, nullptr, 0, nullptr, 0), 1);
+  Send(Event(4, u"\\a.txt"));
+  ASSERT_TRUE(WaitForReports(1));
+  Unload();
+  EXPECT_THAT(Told(), ElementsAre("told other 4 \\a.txt"));
+}
+
+// In real time, so that the first disk event thread has its three seconds to end in.
+class ReportingAfterALaterLoad : public ReportingToTheHost {
+ protected:
+  ReportingAfterALaterLoad() : ReportingToTheHost(1) {}
+};
+
+TEST_F(ReportingAfterALaterLoad, BothCallbacksAreStillInUse) {
+  EnableBoth();
+  Unload();
+  ASSERT_TRUE(system_.WaitForThreadEnd(0));
+  ASSERT_TRUE(Load());
+  Send(Event(1, u"\\a.txt"));
+  Send(Event(4, u"\\b.txt"));
+  ASSERT_TRUE(WaitForReports(2));
+  Unload();
+  EXPECT_THAT(Told(), ElementsAre(StartsWith("told 1 \\a.txt"), StartsWith("told 4 \\b.txt")));
 }
 
 // An event of this moment has a minute to go.

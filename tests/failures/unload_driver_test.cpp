@@ -1,3 +1,4 @@
+#include "held_callback.h"
 #include "library_test.h"
 
 namespace ostrel::test {
@@ -126,41 +127,14 @@ TEST_F(UnloadingTheDriver, ReleasesEverythingEveryTime) {
   }
 }
 
-// Holds the disk event thread in the host's callback.
-struct Held {
-  Lock lock;
-  bool isHeld = false;
-  bool letGo = false;
-
-  static inline Held* current = nullptr;
-
-  static void OnCloud(const wchar_t*, const wchar_t*, const wchar_t*, std::uint64_t, std::uint32_t) {
-    Lock::Holder holder(current->lock);
-    current->isHeld = true;
-    holder.Changed();
-    holder.WaitFor([] { return current->letGo; });
-  }
-};
-
 // In real time.
 TEST_F(UnloadingTheDriver, GivesUpOnABlockedCallbackAfterThreeSecondsAndTheNextLoadKeepsTheThread) {
-  Held held;
-  Held::current = &held;
+  HeldCallback held;
   system_.waitDivisor = 1;
   LoadAndForget();
   const wchar_t* cloud[] = {L"chrome.exe"};
-  ASSERT_EQ(library_.EnablePCDDetection(&Held::OnCloud, cloud, 1, nullptr, 0, nullptr, 0), 1);
-  EventMessage message{};
-  message.processId = 42;
-  message.eventTime = 1000;
-  message.eventType = 4;
-  message.deviceSourceType = 2;
-  message.fileName[0] = u'f';
-  system_.Send(message);
-  {
-    Lock::Holder holder(held.lock);
-    ASSERT_TRUE(holder.WaitFor([&] { return held.isHeld; }));
-  }
+  ASSERT_EQ(library_.EnablePCDDetection(&HeldCallback::OnCloud, cloud, 1, nullptr, 0, nullptr, 0), 1);
+  ASSERT_TRUE(HeldCallback::Hold(system_));
   Forget();
   const ULONGLONG start = GetTickCount64();
   EXPECT_TRUE(Unload());
@@ -172,11 +146,7 @@ TEST_F(UnloadingTheDriver, GivesUpOnABlockedCallbackAfterThreeSecondsAndTheNextL
   EXPECT_TRUE(Load());
   EXPECT_THAT(Logs(), Contains("log 3 Disk Event thread already started!"));
   EXPECT_EQ(Logs().back(), "log 6 LoadDriver was successful.");
-  {
-    Lock::Holder holder(held.lock);
-    held.letGo = true;
-    holder.Changed();
-  }
+  HeldCallback::LetGo();
   ASSERT_TRUE(system_.WaitForThreadEnd(1));
   Forget();
   EXPECT_TRUE(Unload());

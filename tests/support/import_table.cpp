@@ -63,8 +63,9 @@ ImportPatch::~ImportPatch() {
   if (slot_ != nullptr) Write(slot_, original_);
 }
 
-bool ImportPatch::IsImported(HMODULE module, const std::string& function) {
-  return FindSlot(module, function) != nullptr;
+void* ImportPatch::Imported(HMODULE module, const std::string& function) {
+  void** const slot = FindSlot(module, function);
+  return slot == nullptr ? nullptr : *slot;
 }
 
 }  // namespace ostrel::test

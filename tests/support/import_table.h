@@ -23,7 +23,8 @@ class ImportPatch {
   // What the module called before.
   void* Original() const { return original_; }
 
-  static bool IsImported(HMODULE module, const std::string& function);
+  // What the module calls by this name now; null when it does not import the function.
+  static void* Imported(HMODULE module, const std::string& function);
 
  private:
   void** slot_;

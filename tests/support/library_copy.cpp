@@ -14,6 +14,8 @@ std::wstring MakeDirectory() {
   static int number = 0;
   const auto directory = std::filesystem::temp_directory_path() / L"ostrel-library-copies" /
                          (std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(++number));
+  // Left by a run with this process id that did not end in order.
+  std::filesystem::remove_all(directory);
   std::filesystem::create_directories(directory);
   return directory.wstring();
 }

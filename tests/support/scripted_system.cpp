@@ -102,7 +102,7 @@ struct ScriptedSystem::Fakes {
     const auto failure = current->Enter(
         "LookupAccountSidW", TextOrNull(system) + ", " + Number(*accountLength) +
                                  (accountLength == domainLength ? ", one length" : ", two lengths"));
-    CopyOut(current->account, account, *accountLength);
+    if (!current->account.empty()) CopyOut(current->account, account, *accountLength);
     if (failure) return FailedWith(*failure);
     return TRUE;
   }
@@ -125,6 +125,21 @@ struct ScriptedSystem::Fakes {
   }
 
   // Driver installation
+
+  static DWORD WINAPI GetModuleFileNameW(HMODULE module, wchar_t* buffer, DWORD capacity) {
+    const auto original = current->Original<decltype(&::GetModuleFileNameW)>("GetModuleFileNameW");
+    // A program that asks for its own path by the name of none is the test, not the code under test.
+    if (module == nullptr) return original(module, buffer, capacity);
+    current->Enter("GetModuleFileNameW",
+                   (module == current->module_ ? "own module, " : "another module, ") + Number(capacity));
+    if (current->modulePath.empty()) return original(module, buffer, capacity);
+    return CopyOut(current->modulePath, buffer, capacity);
+  }
+
+  static BOOL WINAPI PathRemoveFileSpecW(wchar_t* path) {
+    current->Enter("PathRemoveFileSpecW", Narrow(path));
+    return current->Original<decltype(&::PathRemoveFileSpecW)>("PathRemoveFileSpecW")(path);
+  }
 
   static UINT WINAPI GetSystemDirectoryW(wchar_t* buffer, UINT capacity) {
     current->Enter("GetSystemDirectoryW", Number(capacity));
@@ -270,10 +285,17 @@ struct ScriptedSystem::Fakes {
     return TRUE;
   }
 
-  static BOOL WINAPI QueryServiceStatusEx(SC_HANDLE service, SC_STATUS_TYPE type, BYTE*, DWORD size, DWORD*) {
+  static BOOL WINAPI QueryServiceStatusEx(SC_HANDLE service, SC_STATUS_TYPE type, BYTE* buffer, DWORD size,
+                                          DWORD* needed) {
     const auto failure = current->Enter("QueryServiceStatusEx",
                                         current->NameOf(service) + ", " + Number(type) + ", " + Number(size));
     if (failure) return FailedWith(*failure);
+    *needed = sizeof(SERVICE_STATUS_PROCESS);
+    if (size < *needed) return FailedWith(ERROR_INSUFFICIENT_BUFFER);
+    SERVICE_STATUS_PROCESS status{};
+    status.dwServiceType = SERVICE_KERNEL_DRIVER;
+    status.dwCurrentState = current->serviceState;
+    std::memcpy(buffer, &status, sizeof(status));
     return TRUE;
   }
 
@@ -578,6 +600,8 @@ std::vector<Replacement> Replacements() {
           REPLACEMENT(LookupAccountSidW),
           REPLACEMENT(HeapAlloc),
           REPLACEMENT(HeapFree),
+          REPLACEMENT(GetModuleFileNameW),
+          REPLACEMENT(PathRemoveFileSpecW),
           REPLACEMENT(GetSystemDirectoryW),
           REPLACEMENT(PathFileExistsW),
           REPLACEMENT(DeleteFileW),
@@ -630,7 +654,7 @@ ScriptedSystem::ScriptedSystem(HMODULE module) : module_(module) {
   current = this;
   for (const Replacement& replacement : Replacements()) {
     // The program of one test may link less of the library than that of another.
-    if (!ImportPatch::IsImported(module, replacement.name)) continue;
+    if (ImportPatch::Imported(module, replacement.name) == nullptr) continue;
     patches_.try_emplace(replacement.name, module, replacement.name, replacement.function);
   }
 }

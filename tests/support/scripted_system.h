@@ -66,6 +66,7 @@ class ScriptedSystem {
   std::vector<std::vector<std::uint8_t>> SentMessages() const;
 
   // What the machine is like.
+  std::wstring modulePath;  // where the module says it lies; empty is where it does
   std::wstring systemDirectory = L"S:\\system";
   std::set<std::wstring> existingFiles;
   std::set<std::wstring> directories;
@@ -76,7 +77,8 @@ class ScriptedSystem {
   std::map<std::wstring, std::wstring> hostNames;    // by address text
   std::map<std::uint32_t, std::wstring> imageNames;  // of the processes that can be opened
   std::vector<ScriptedProcess> processes;
-  std::wstring account = L"ann";
+  std::wstring account = L"ann";  // empty: the look-up writes nothing
+  DWORD serviceState = SERVICE_RUNNING;
   UINT infErrorLine = 0;
   DWORD adjustPrivilegesLastError = ERROR_SUCCESS;
   std::optional<DWORD> closeServiceHandleError;  // what closing leaves behind as the last error

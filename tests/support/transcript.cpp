@@ -62,13 +62,15 @@ Lines Transcript::StartingWith(std::string_view prefix) const {
   return lines;
 }
 
-bool Transcript::WaitFor(std::string_view prefix, std::size_t count) const {
+bool Transcript::WaitFor(std::string_view prefix, std::size_t count,
+                         std::chrono::milliseconds patience) const {
   Lock::Holder holder(lock_);
-  return holder.WaitFor([&] {
+  const auto isReached = [&] {
     return static_cast<std::size_t>(std::count_if(entries_.begin(), entries_.end(), [&](const Entry& entry) {
              return entry.text.starts_with(prefix);
            })) >= count;
-  });
+  };
+  return holder.WaitFor(isReached, patience);
 }
 
 void Transcript::Clear() {

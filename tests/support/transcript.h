@@ -3,6 +3,7 @@
 
 #include <windows.h>
 
+#include <chrono>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -30,7 +31,8 @@ class Transcript {
   Lines Logs() const { return StartingWith("log "); }
 
   // Waits until at least `count` lines start with `prefix`.
-  bool WaitFor(std::string_view prefix, std::size_t count = 1) const;
+  bool WaitFor(std::string_view prefix, std::size_t count = 1,
+               std::chrono::milliseconds patience = PATIENCE) const;
 
   void Clear();
 

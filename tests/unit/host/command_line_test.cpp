@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
+#include <string>
+
 namespace {
 
 using ostrel::host::CommandLine;
@@ -195,6 +198,11 @@ TEST(CommandLineTest, HelpNamesEveryOptionAndEveryExitCode) {
         "\n  8  ",   "\n  9  "}) {
     EXPECT_NE(help.text.find(part), std::string::npos) << part;
   }
+}
+
+TEST(CommandLineTest, HelpFitsAConsoleOfHundredColumns) {
+  std::istringstream help(ParseCommandLine({L"--help"}).text);
+  for (std::string line; std::getline(help, line);) EXPECT_LE(line.size(), 100U) << line;
 }
 
 TEST(CommandLineTest, VersionIsTheProgramsNameAndNumber) {

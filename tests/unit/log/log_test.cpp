@@ -62,6 +62,16 @@ TEST_F(LogTest, AMessageReachesTheSinkOnlyUpToTheConfiguredLevel) {
   EXPECT_EQ(log.Take(), (std::vector<LogLine>{{3, L"error"}, {6, L"notable"}}));
 }
 
+// An argument that cannot be read is not read.
+TEST_F(LogTest, NothingIsFormattedThatNobodyWillSee) {
+  const auto* const unreadable = reinterpret_cast<const wchar_t*>(std::uintptr_t{16});
+  SetLogSink(KeepRaw, 6);
+  Log(7, L"%s", unreadable);
+  SetLogSink(nullptr, 7);
+  Log(7, L"%s", unreadable);
+  EXPECT_TRUE(rawLines.empty());
+}
+
 TEST_F(LogTest, LevelZeroSilencesEveryLevelInUse) {
   LogCapture log(0);
   Log(ostrel::LOG_ERROR, L"error");

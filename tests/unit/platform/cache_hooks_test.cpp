@@ -73,6 +73,20 @@ TEST_F(UserOfAProcess, IsCopiedEvenWhenTheLookUpFails) {
                                    "log 3 Could not get account info from SID. 122", FREE, CLOSE));
 }
 
+// So that what the stack held before is not mistaken for a name.
+void LeaveTracesOnTheStack() {
+  volatile wchar_t traces[8192];
+  for (volatile wchar_t& trace : traces) trace = L'#';
+}
+
+TEST_F(UserOfAProcess, IsEmptyWhenTheLookUpFailsAndWritesNothing) {
+  system_.account.clear();
+  system_.Fail("LookupAccountSidW", 1332);
+  LeaveTracesOnTheStack();
+  EXPECT_FALSE(Look());
+  EXPECT_EQ(user_, L"");
+}
+
 class DirectoryHook : public PlatformTest {};
 
 TEST_F(DirectoryHook, FollowsTheShellsAnswer) {

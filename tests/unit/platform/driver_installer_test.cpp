@@ -12,10 +12,14 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-std::string OwnDirectory() {
+std::wstring OwnPath() {
   wchar_t path[1024] = {};
   GetModuleFileNameW(nullptr, path, 1024);
-  return Narrow(std::filesystem::path(path).parent_path().wstring());
+  return path;
+}
+
+std::string OwnDirectory() {
+  return Narrow(std::filesystem::path(OwnPath()).parent_path().wstring());
 }
 
 class LoadDriverPrivilege : public PlatformTest {};
@@ -70,6 +74,8 @@ class InstallingADriver : public PlatformTest {
     return calls;
   }
 
+  const std::string ownPath_ = "GetModuleFileNameW(own module, 512)";
+  const std::string cutPath_ = "PathRemoveFileSpecW(" + Narrow(OwnPath()) + ")";
   const std::string inf_ = "SetupOpenInfFileW(" + OwnDirectory() + "\\OstrelNWFilter.inf, null, 2)";
   const std::string target_ = "S:\\system\\drivers\\OstrelNWFilter.sys";
   const std::string copy_ =
@@ -84,19 +90,20 @@ TEST_F(InstallingADriver, TakesEveryStepInOrder) {
               ElementsAre(begin_, "OpenProcessToken(current process, 0x28)",
                           "LookupPrivilegeValueW(null, SeLoadDriverPrivilege)",
                           "AdjustTokenPrivileges(token, disable all 0, count 1, privilege 10, attributes 2)",
-                          "CloseHandle(token)", "FilterUnload(OstrelFilter)", "GetSystemDirectoryW(512)",
-                          inf_, "PathFileExistsW(" + target_ + ")", copy_, services_,
-                          "log 6 Setup service successfully.", "SetupCloseInfFile(inf)"));
+                          "CloseHandle(token)", "FilterUnload(OstrelFilter)", ownPath_, cutPath_,
+                          "GetSystemDirectoryW(512)", inf_, "PathFileExistsW(" + target_ + ")", copy_,
+                          services_, "log 6 Setup service successfully.", "SetupCloseInfFile(inf)"));
   EXPECT_THAT(system_.OpenHandles(), IsEmpty());
 }
 
 TEST_F(InstallingADriver, DeletesTheOldFileBeforeItCopiesTheNew) {
   system_.existingFiles = {L"S:\\system\\drivers\\OstrelNWFilter.sys"};
   EXPECT_TRUE(Install());
-  EXPECT_THAT(CallsAfterThePrivilege(),
-              ElementsAre(begin_, "FilterUnload(OstrelFilter)", "GetSystemDirectoryW(512)", inf_,
-                          "PathFileExistsW(" + target_ + ")", "DeleteFileW(" + target_ + ")", copy_,
-                          services_, "log 6 Setup service successfully.", "SetupCloseInfFile(inf)"));
+  EXPECT_THAT(
+      CallsAfterThePrivilege(),
+      ElementsAre(begin_, "FilterUnload(OstrelFilter)", ownPath_, cutPath_, "GetSystemDirectoryW(512)", inf_,
+                  "PathFileExistsW(" + target_ + ")", "DeleteFileW(" + target_ + ")", copy_, services_,
+                  "log 6 Setup service successfully.", "SetupCloseInfFile(inf)"));
 }
 
 TEST_F(InstallingADriver, GoesOnWhenTheOldFileCannotBeDeleted) {
@@ -134,9 +141,9 @@ TEST_F(InstallingADriver, TellsTheErrorLineOfAnUnopenableInfAndLeavesTheOldFileI
   system_.Fail("SetupOpenInfFileW", 0xE0000100);
   system_.infErrorLine = 17;
   EXPECT_FALSE(Install());
-  EXPECT_THAT(CallsAfterThePrivilege(),
-              ElementsAre(begin_, "FilterUnload(OstrelFilter)", "GetSystemDirectoryW(512)", inf_,
-                          "log 3 Could not open INF file. Error on line 17"));
+  EXPECT_THAT(CallsAfterThePrivilege(), ElementsAre(begin_, "FilterUnload(OstrelFilter)", ownPath_, cutPath_,
+                                                    "GetSystemDirectoryW(512)", inf_,
+                                                    "log 3 Could not open INF file. Error on line 17"));
 }
 
 TEST_F(InstallingADriver, FailsAfterTheDeletionWhenTheFileCannotBeCopiedAndStillSetsTheServiceUp) {
@@ -144,10 +151,10 @@ TEST_F(InstallingADriver, FailsAfterTheDeletionWhenTheFileCannotBeCopiedAndStill
   system_.Fail("SetupInstallFileW", 2);
   EXPECT_FALSE(Install());
   EXPECT_THAT(CallsAfterThePrivilege(),
-              ElementsAre(begin_, "FilterUnload(OstrelFilter)", "GetSystemDirectoryW(512)", inf_,
-                          "PathFileExistsW(" + target_ + ")", "DeleteFileW(" + target_ + ")", copy_,
-                          "log 3 Could not copy driver file. 2", services_,
-                          "log 6 Setup service successfully.", "SetupCloseInfFile(inf)"));
+              ElementsAre(begin_, "FilterUnload(OstrelFilter)", ownPath_, cutPath_,
+                          "GetSystemDirectoryW(512)", inf_, "PathFileExistsW(" + target_ + ")",
+                          "DeleteFileW(" + target_ + ")", copy_, "log 3 Could not copy driver file. 2",
+                          services_, "log 6 Setup service successfully.", "SetupCloseInfFile(inf)"));
 }
 
 // A host that needs the service must look for it itself.
@@ -163,6 +170,14 @@ TEST_F(InstallingADriver, CutsATargetPathThatExceeds511Characters) {
   EXPECT_TRUE(Install());
   const std::string cut = ("S:\\" + std::string(497, 'd') + "\\drivers\\OstrelNWFilter.sys").substr(0, 511);
   EXPECT_THAT(Calls(), ::testing::Contains("PathFileExistsW(" + cut + ")"));
+}
+
+TEST_F(InstallingADriver, CutsAnInfPathThatExceeds511Characters) {
+  const std::wstring directory = L"S:\\" + std::wstring(497, L'd');
+  system_.modulePath = directory + L"\\a.dll";
+  EXPECT_TRUE(Install());
+  const std::string cut = (Narrow(directory) + "\\OstrelNWFilter.inf").substr(0, 511);
+  EXPECT_THAT(Calls(), ::testing::Contains("SetupOpenInfFileW(" + cut + ", null, 2)"));
 }
 
 }  // namespace

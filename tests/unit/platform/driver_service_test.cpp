@@ -23,9 +23,26 @@ class NetworkDriverService : public PlatformTest {
 };
 
 TEST_F(NetworkDriverService, IsStoppedWhateverItsState) {
-  EXPECT_TRUE(StopNetworkDriverService());
-  EXPECT_THAT(Calls(), ElementsAre(OPEN_MANAGER, OPEN_SERVICE, QUERY, STOP, CLOSE_SERVICE, CLOSE_MANAGER,
-                                   "log 6 Stopped nw filter driver successfully."));
+  for (const DWORD state : {SERVICE_RUNNING, SERVICE_STOPPED, SERVICE_STOP_PENDING, SERVICE_START_PENDING}) {
+    SCOPED_TRACE(state);
+    system_.serviceState = state;
+    system_.transcript.Clear();
+    EXPECT_TRUE(StopNetworkDriverService());
+    EXPECT_THAT(Calls(), ElementsAre(OPEN_MANAGER, OPEN_SERVICE, QUERY, STOP, CLOSE_SERVICE, CLOSE_MANAGER,
+                                     "log 6 Stopped nw filter driver successfully."));
+  }
+}
+
+TEST_F(NetworkDriverService, ReportsAFailedStopWhateverItsState) {
+  system_.Fail("ControlService", 1062);
+  for (const DWORD state : {SERVICE_RUNNING, SERVICE_STOPPED, SERVICE_STOP_PENDING}) {
+    SCOPED_TRACE(state);
+    system_.serviceState = state;
+    system_.transcript.Clear();
+    EXPECT_FALSE(StopNetworkDriverService());
+    EXPECT_THAT(Logs(),
+                ElementsAre("log 6 ControlService failed to stop network filter or it wasn't running. 1062"));
+  }
 }
 
 TEST_F(NetworkDriverService, CannotBeStoppedWithoutTheManager) {

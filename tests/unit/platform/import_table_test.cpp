@@ -49,7 +49,7 @@ TEST(AnImportPatch, MovesWithoutBeingTakenBack) {
 
 TEST(AnImportPatch, OfWhatIsNotImportedIsRefused) {
   EXPECT_THROW(ImportPatch(GetModuleHandleW(nullptr), "NoSuchFunction", nullptr), std::runtime_error);
-  EXPECT_FALSE(ImportPatch::IsImported(GetModuleHandleW(nullptr), "NoSuchFunction"));
+  EXPECT_EQ(ImportPatch::Imported(GetModuleHandleW(nullptr), "NoSuchFunction"), nullptr);
 }
 
 }  // namespace

@@ -50,7 +50,8 @@ class TheNotificationLoop : public PlatformTest {
     system_.Send(UnloadNotice());
     const auto port = std::make_shared<NotificationPort>();
     ASSERT_EQ(port->Connect(), S_OK);
-    NotificationLoop(port, {uploads_, downloads, cloudDrive_, irpQueries_, irpQueriesMutex_, suffixes_}).Run();
+    NotificationLoop(port, {uploads_, downloads, cloudDrive_, irpQueries_, irpQueriesMutex_, suffixes_})
+        .Run();
     EXPECT_FALSE(port->IsConnected());
     port->Close();
   }
@@ -116,8 +117,19 @@ TEST_F(TheNotificationLoop, FilesCloudDriveEventsOfEveryTypeWithoutASize) {
   for (auto& event : events) {
     EXPECT_EQ(event.GetFileName(), L"\\" + std::to_wstring(static_cast<int>(event.GetFileEventType())));
     EXPECT_EQ(event.GetReadSize(), 0U);
+    EXPECT_EQ(event.IsNetworkEvent(), 0);
   }
   EXPECT_EQ(downloads.GetCacheCount() + uploads_.GetCacheCount(), 0U);
+}
+
+TEST_F(TheNotificationLoop, MarksACloudDriveEventOnANetworkDrive) {
+  auto downloads = MakeCache(&GetUserOfProcess);
+  EventMessage message = Message(4, 7, u"\\Device\\Mup\\server\\share\\a");
+  message.deviceSourceType = 1;
+  Run({message}, downloads);
+  auto events = cloudDrive_.GetEvents(0);
+  ASSERT_EQ(events.size(), 1U);
+  EXPECT_EQ(events[0].IsNetworkEvent(), 1);
 }
 
 }  // namespace

@@ -125,6 +125,21 @@ TEST_F(RawDirectoryName, WithMoreThanALetterBeforeTheColonIsTheDirectory) {
   EXPECT_THAT(Logs(), ElementsAre("log 7 Could not look up drive letter :\\Users\\ann"));
 }
 
+// As of a stream; the drive's colon is the first.
+TEST_F(RawDirectoryName, KeepsASecondColonInThePath) {
+  system_.longPaths = {{L"C:\\USERS\\ANN~1", L"C:\\Users\\ann:x"}};
+  EXPECT_EQ(Raw(L"c:\\users\\ANN"), L"\\Device\\HarddiskVolume3\\Users\\ann:x");
+}
+
+TEST_F(RawDirectoryName, IsFoundForShortAndLongFormsOf299Characters) {
+  const std::wstring shortForm = L"C:\\" + std::wstring(296, L'd');
+  const std::wstring longForm = L"C:\\" + std::wstring(296, L'D');
+  system_.shortPaths[L"c:\\d"] = shortForm;
+  system_.longPaths[shortForm] = longForm;
+  EXPECT_EQ(Raw(L"c:\\d"), L"\\Device\\HarddiskVolume3" + longForm.substr(2));
+  EXPECT_THAT(Logs(), IsEmpty());
+}
+
 TEST_F(RawDirectoryName, OfADirectoryWhoseShortFormExceeds299CharactersIsTheDirectory) {
   const std::wstring directory = L"C:\\" + std::wstring(297, L'd');
   system_.shortPaths[directory] = directory;

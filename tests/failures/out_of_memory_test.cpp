@@ -1,0 +1,151 @@
+#include <functional>
+#include <set>
+
+#include "library_test.h"
+#include "support/heap_watch.h"
+
+namespace ostrel::test {
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+const std::string NO_NOTIFICATION_THREAD = "log 3 Could not start receive notification thread. Code: 8";
+const std::string NO_DISK_EVENT_THREAD = "log 3 Could not start Disk Event thread. Code: 8";
+
+class OutOfMemory : public LibraryTest {
+ protected:
+  // Loads the library, because the compiler's thread runtime makes its locks at their first use and does not
+  // look whether it gets the memory.
+  OutOfMemory() {
+    system_.Fail("CreateThread", 8, 2);  // the disk event thread has no part in this
+    system_.drives = {{L"C:", L"\\Device\\V3"}};
+    system_.shortPaths[L"c:\\skip"] = L"c:\\skip";
+    system_.longPaths[L"c:\\skip"] = L"C:\\Skip";
+    system_.processes = {{42, L"chrome.exe", L"a name longer than a short string holds.exe"}};
+    EXPECT_TRUE(Load());
+    EXPECT_TRUE(system_.WaitUntilHandled());
+    handles_ = system_.OpenHandles();
+  }
+
+  bool Logged(const std::string& line) const { return !system_.transcript.StartingWith(line).empty(); }
+
+  // Makes the call with each of its allocations refused in turn, until none is left to refuse. `refused`
+  // looks at what came of a refusal and takes the call back.
+  void RefuseEach(const std::function<int()>& call, const std::function<void()>& refused) {
+    const HeapWatch heap(library_.Module());
+    for (int allocation = 1;; ++allocation) {
+      SCOPED_TRACE(allocation);
+      const std::size_t sent = system_.SentMessages().size();
+      Forget();
+      HeapWatch::Begin(allocation);
+      const int result = call();
+      const bool wasRefused = HeapWatch::HasRefused();
+      HeapWatch::Begin();
+      EXPECT_EQ(system_.OpenHandles(), handles_);
+      if (!wasRefused) {
+        EXPECT_EQ(result, 1);
+        EXPECT_THAT(system_.SentMessages(), SizeIs(sent + 1));
+        EXPECT_GT(allocation, 3) << "the call allocates names, ids and a message";
+        return;
+      }
+      EXPECT_EQ(result, 0);
+      EXPECT_THAT(system_.SentMessages(), SizeIs(sent)) << "nothing is sent half made";
+      refused();
+    }
+  }
+
+  const wchar_t* names_[1] = {L"A name longer than a short string holds.exe"};
+  const wchar_t* paths_[1] = {L"c:\\skip"};
+  Lines handles_;
+};
+
+TEST_F(OutOfMemory, LoadDriverFailsWithoutAnExceptionAndWithoutALeak) {
+  ASSERT_EQ(library_.UnloadDriver(), 1);
+  ASSERT_TRUE(system_.WaitForThreadEnd(0));
+  std::set<std::string> threadsMissed;
+  const HeapWatch heap(library_.Module());
+  for (int allocation = 1;; ++allocation) {
+    SCOPED_TRACE(allocation);
+    const std::size_t threads = system_.ThreadIds().size();
+    Forget();
+    HeapWatch::Begin(allocation);
+    const bool isLoaded = Load();
+    const bool wasRefused = HeapWatch::HasRefused();
+    HeapWatch::Begin();
+    if (!wasRefused) {
+      EXPECT_TRUE(isLoaded);
+      EXPECT_THAT(system_.OpenHandles(), ElementsAre("event", "notification port", "thread"));
+      break;
+    }
+    if (isLoaded) {
+      // Without the one thing that is not needed to be loaded.
+      EXPECT_TRUE(Logged(NO_DISK_EVENT_THREAD));
+      threadsMissed.insert(NO_DISK_EVENT_THREAD);
+      EXPECT_THAT(system_.OpenHandles(), ElementsAre("notification port"));
+      ASSERT_EQ(library_.UnloadDriver(), 1);
+      ASSERT_TRUE(system_.WaitForThreadEnd(threads));
+      continue;
+    }
+    EXPECT_THAT(system_.ThreadIds(), SizeIs(threads));
+    if (Logged(NO_NOTIFICATION_THREAD)) {
+      threadsMissed.insert(NO_NOTIFICATION_THREAD);
+      EXPECT_THAT(system_.OpenHandles(), ElementsAre("notification port"));
+    } else {
+      EXPECT_THAT(system_.OpenHandles(), IsEmpty());
+    }
+  }
+  EXPECT_THAT(threadsMissed, ElementsAre(NO_DISK_EVENT_THREAD, NO_NOTIFICATION_THREAD));
+}
+
+TEST_F(OutOfMemory, EnableActivityDetectionFailsWithoutAnException) {
+  RefuseEach(
+      [this] { return library_.EnableActivityDetection(nullptr, L"ann", names_, 1, paths_, 1, 0, 0, 1); },
+      // On all the same, as after any failure.
+      [this] { EXPECT_EQ(library_.DisableActivityDetection(), 1); });
+}
+
+TEST_F(OutOfMemory, DisableActivityDetectionFailsWithoutAnException) {
+  const auto enable = [this] {
+    return library_.EnableActivityDetection(nullptr, L"ann", names_, 1, nullptr, 0, 0, 0, 1);
+  };
+  ASSERT_EQ(enable(), 1);
+  const HeapWatch heap(library_.Module());
+  HeapWatch::Begin(1);
+  EXPECT_EQ(library_.DisableActivityDetection(), 0);
+  HeapWatch::Begin();
+  EXPECT_EQ(enable(), 1) << "off all the same";
+}
+
+TEST_F(OutOfMemory, EnablePcdDetectionFailsWithoutAnException) {
+  RefuseEach([this] { return library_.EnablePCDDetection(nullptr, names_, 1, paths_, 1, paths_, 1); },
+             [this] { EXPECT_EQ(library_.DisablePCDDetection(), 1); });
+}
+
+TEST_F(OutOfMemory, UpdateProcessesDoesNothingWithoutAnException) {
+  const std::string done = "log 6 Successfully updated processes to monitor.";
+  RefuseEach(
+      [&] {
+        library_.UpdateProcesses(names_, 1, 0);
+        return static_cast<int>(system_.transcript.StartingWith(done).size());
+      },
+      [] {});
+}
+
+TEST_F(OutOfMemory, AStringForTheHostIsNull) {
+  const auto allocate = library_.Find<void (*)(wchar_t**, const wchar_t*, ...)>(
+      "_ZN19OstrelFilterLibUtil18AllocStringPointerEPPwPKwz");
+  wchar_t* text = nullptr;
+  {
+    const HeapWatch heap(library_.Module());
+    HeapWatch::Begin(1);
+    allocate(&text, L"%s", L"user");
+  }
+  EXPECT_EQ(text, nullptr);
+}
+
+}  // namespace
+
+}  // namespace ostrel::test

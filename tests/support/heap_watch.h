@@ -1,0 +1,35 @@
+#ifndef OSTREL_TESTS_SUPPORT_HEAP_WATCH_H
+#define OSTREL_TESTS_SUPPORT_HEAP_WATCH_H
+
+#include <windows.h>
+
+#include "support/import_table.h"
+
+namespace ostrel::test {
+
+// Counts what a module takes from the heap on one thread, and refuses it once if asked to. What the C runtime
+// takes for itself does not count. Only malloc, and so operator new, is refused: the compiler's thread
+// runtime does not look at what calloc gives it.
+//
+// One at a time.
+class HeapWatch {
+ public:
+  explicit HeapWatch(HMODULE module, DWORD threadId = GetCurrentThreadId());
+  HeapWatch(const HeapWatch&) = delete;
+  HeapWatch& operator=(const HeapWatch&) = delete;
+  ~HeapWatch();
+
+  // Counts from 0 again. `refused` is the number of the call of malloc to refuse, from 1; 0 refuses none.
+  static void Begin(int refused = 0);
+  static int Count();
+  static bool HasRefused();
+
+ private:
+  ImportPatch malloc_;
+  ImportPatch calloc_;
+  ImportPatch realloc_;
+};
+
+}  // namespace ostrel::test
+
+#endif
