@@ -41,8 +41,12 @@ const char* const FOOTER =
     "    OstrelHost.exe --watch chrome.exe,firefox.exe --exclude C:\\Windows\n"
     "  Detections into one file, the whole log into another, for ten minutes:\n"
     "    OstrelHost.exe --watch chrome.exe --log-level 7 --log-file host.log --for 600 > found.jsonl\n"
+    "  Also which of anna's connections may have carried the files:\n"
+    "    OstrelHost.exe --watch chrome.exe --user anna --remote-address-info\n"
     "  What a cloud client does in its folder:\n"
     "    OstrelHost.exe --cloud-process client.exe --cloud-path C:\\Users\\me\\Cloud\n"
+    "  Who is logged on, as {\"query\":\"user\",\"result\":...,\"error\":...}, without any driver:\n"
+    "    OstrelHost.exe --query user\n"
     "\n"
     "Exit codes:\n"
     "  0  ended as asked\n"
@@ -54,7 +58,9 @@ const char* const FOOTER =
     "  6  the minifilter, or a thread of the library, could not be started\n"
     "  7  the minifilter refused the connection or the configuration, or went away\n"
     "  8  the minifilter could not be unloaded\n"
-    "  9  stdout or the log file cannot be written\n";
+    "  9  stdout or the log file cannot be written\n"
+    "  10 remote address info could not be switched on or off\n"
+    "  11 the query failed; its error says why\n";
 
 // Shows an option's value, and not what else it needs: an error says that in time.
 class PlainFormatter : public CLI::Formatter {
@@ -71,6 +77,7 @@ struct Utf8Options {
   std::vector<std::string> cloudPaths;
   std::vector<std::string> excludedCloudPaths;
   std::string userName;
+  bool remoteAddressInfo = false;
   unsigned driverOption = 0;
   bool tabTitles = false;
   bool noTabTitles = false;
@@ -78,6 +85,7 @@ struct Utf8Options {
   std::uint32_t logLevel = LEVEL_NOTABLE;
   std::uint32_t seconds = 0;
   std::uint32_t refreshSeconds = 5;
+  std::string query;
 };
 
 std::string CheckImageName(std::string& name) {
@@ -85,6 +93,10 @@ std::string CheckImageName(std::string& name) {
   if (name.empty()) return "an image name is empty";
   if (name.find_first_of("\\/:") == std::string::npos) return {};
   return "\"" + name + "\" is a path; give the image name alone, such as chrome.exe";
+}
+
+std::string CheckUserName(std::string& name) {
+  return name.empty() ? "an account name is empty" : "";
 }
 
 std::string CheckPath(std::string& path) {
@@ -118,11 +130,18 @@ void AddActivityOptions(CLI::App& app, Utf8Options& options) {
   AddList(app, "--exclude", options.excludedPaths, "FOLDER",
           "Leave out what lies in this folder; may be given again", CheckPath)
       ->needs(watch);
-  app.add_option(
-         "--user", options.userName,
-         "Account name of the monitored user, for the network driver;\nthis version does not use it yet")
-      ->type_name("NAME")
-      ->needs(watch);
+  CLI::Option* const user = app.add_option("--user", options.userName,
+                                           "Account name of the user whose connections\n"
+                                           "--remote-address-info looks at")
+                                ->type_name("NAME")
+                                ->transform(CLI::Validator(CheckUserName, ""))
+                                ->needs(watch);
+  app.add_flag("--remote-address-info", options.remoteAddressInfo,
+               "Report which connections may have carried a file. Needs\n"
+               "--user and Windows' Base Filtering Engine; runs the network\n"
+               "driver's service until the end, and registers persistent\n"
+               "callouts with Windows, which stay")
+      ->needs(user);
   app.add_option("--driver-option", options.driverOption, "Byte handed to the minifilter unchanged [0]")
       ->type_name("0..255")
       ->check(CLI::Range(0U, 255U).description(""))
@@ -158,6 +177,25 @@ void AddRunOptions(CLI::App& app, Utf8Options& options) {
              "minifilter about them; 0 is never [5]");
 }
 
+std::vector<std::string> NamesOf(const Queries& queries) {
+  std::vector<std::string> names;
+  for (const Query& query : queries) names.emplace_back(query.name);
+  return names;
+}
+
+// To be added after all options of watching, which it excludes.
+void AddQueryOption(CLI::App& app, const Queries& queries, std::string& query) {
+  std::string description = "Print the library's answer to one question and end; no driver\nis needed:";
+  for (const Query& each : queries) description += std::string("\n") + each.name + ": " + each.answer;
+  const auto watching = app.get_options([&app](const CLI::Option* option) {
+    return option != app.get_help_ptr() && option != app.get_version_ptr();
+  });
+  CLI::Option* const option = app.add_option("--query", query, description)
+                                  ->type_name("NAME")
+                                  ->check(CLI::IsMember(NamesOf(queries)).description(""));
+  for (CLI::Option* const other : watching) option->excludes(other);
+}
+
 void RequireAtMost(const char* option, const std::vector<std::string>& values, std::size_t most) {
   if (values.size() <= most) return;
   throw CLI::ValidationError(option, "at most " + std::to_string(most) + " are possible, " +
@@ -165,7 +203,7 @@ void RequireAtMost(const char* option, const std::vector<std::string>& values, s
 }
 
 void CheckTogether(const Utf8Options& options) {
-  if (options.watchedProcesses.empty() && options.cloudProcesses.empty()) {
+  if (options.watchedProcesses.empty() && options.cloudProcesses.empty() && options.query.empty()) {
     throw CLI::ValidationError("Nothing to watch",
                                "name programs with --watch, such as --watch chrome.exe, "
                                "or cloud clients with --cloud-process");
@@ -186,7 +224,13 @@ std::vector<std::wstring> ToUtf16(const std::vector<std::string>& texts) {
   return converted;
 }
 
-Options Converted(const Utf8Options& options) {
+std::optional<Query> FindQuery(const Queries& queries, const std::string& name) {
+  const auto found =
+      std::find_if(queries.begin(), queries.end(), [&](const Query& query) { return query.name == name; });
+  return found == queries.end() ? std::nullopt : std::optional(*found);
+}
+
+Options Converted(const Utf8Options& options, const Queries& queries) {
   return {
       .watchedProcesses = ToUtf16(options.watchedProcesses),
       .excludedPaths = ToUtf16(options.excludedPaths),
@@ -194,12 +238,14 @@ Options Converted(const Utf8Options& options) {
       .cloudPaths = ToUtf16(options.cloudPaths),
       .excludedCloudPaths = ToUtf16(options.excludedCloudPaths),
       .userName = host::ToUtf16(options.userName),
+      .remoteAddressInfo = options.remoteAddressInfo,
       .driverOption = static_cast<std::uint8_t>(options.driverOption),
       .tabTitles = !options.noTabTitles,
       .logLevel = options.logLevel,
       .logFile = host::ToUtf16(options.logFile),
       .seconds = options.seconds == 0 ? std::nullopt : std::optional(options.seconds),
       .refreshSeconds = options.refreshSeconds,
+      .query = FindQuery(queries, options.query),
   };
 }
 
@@ -212,7 +258,7 @@ std::vector<std::string> Reversed(const std::vector<std::wstring>& arguments) {
 
 }  // namespace
 
-CommandLine ParseCommandLine(const std::vector<std::wstring>& arguments) {
+CommandLine ParseCommandLine(const std::vector<std::wstring>& arguments, const Queries& queries) {
   Utf8Options options;
   CLI::App app(DESCRIPTION, "OstrelHost");
   // A path may begin with a slash.
@@ -224,10 +270,11 @@ CommandLine ParseCommandLine(const std::vector<std::wstring>& arguments) {
   AddActivityOptions(app, options);
   AddCloudOptions(app, options);
   AddRunOptions(app, options);
+  AddQueryOption(app, queries, options.query);
   try {
     app.parse(Reversed(arguments));
     CheckTogether(options);
-    return {.options = Converted(options), .exitCode = ExitCode::Success, .text = {}};
+    return {.options = Converted(options, queries), .exitCode = ExitCode::Success, .text = {}};
   } catch (const CLI::ParseError& error) {
     std::ostringstream output;
     std::ostringstream errors;

@@ -8,6 +8,7 @@
 
 #include "exit_code.h"
 #include "log_writer.h"
+#include "query.h"
 
 namespace ostrel::host {
 
@@ -18,12 +19,14 @@ struct Options {
   std::vector<std::wstring> cloudPaths;
   std::vector<std::wstring> excludedCloudPaths;
   std::wstring userName;
+  bool remoteAddressInfo = false;
   std::uint8_t driverOption = 0;
   bool tabTitles = true;
   std::uint32_t logLevel = LEVEL_NOTABLE;
   std::wstring logFile;                  // empty: none
   std::optional<std::uint32_t> seconds;  // none: until told to stop
   std::uint32_t refreshSeconds = 5;      // 0: never
+  std::optional<Query> query;            // instead of watching
 };
 
 // Either options, or what to print and with which code to end: after --help and --version with Success and
@@ -34,8 +37,8 @@ struct CommandLine {
   std::string text;
 };
 
-// The arguments are those after the program's name.
-CommandLine ParseCommandLine(const std::vector<std::wstring>& arguments);
+// The arguments are those after the program's name; the queries those that can be asked for.
+CommandLine ParseCommandLine(const std::vector<std::wstring>& arguments, const Queries& queries);
 
 }  // namespace ostrel::host
 

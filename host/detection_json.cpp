@@ -25,6 +25,13 @@ Json FileEvent(const char* detection, const wchar_t* fileName, const wchar_t* pr
   return event;
 }
 
+// What the library's choice of streams says of them; it does not tell a stream that matches the file's size
+// from the only one that the process has.
+const char* MeaningOf(std::int32_t streamCount) {
+  if (streamCount <= 0) return "none";
+  return streamCount == 1 ? "match" : "fallback";
+}
+
 }  // namespace
 
 std::string ActivityJson(const wchar_t* fileName, const wchar_t* processName, const wchar_t* user,
@@ -45,6 +52,7 @@ std::string ActivityJson(const wchar_t* fileName, const wchar_t* processName, co
   const char* const detection = fileEventType == 0 ? "upload" : "download";
   Json event = FileEvent(detection, fileName, processName, user, endTime, fileEventType);
   event["endpoints"] = std::move(endpoints);
+  event["endpointsAre"] = MeaningOf(streamCount);
   event["destinationHints"] = std::move(destinationHints);
   event["tabTitleStatus"] = ToUtf8(tabTitleStatus);
   event["isNetworkDrive"] = isNetworkDrive != 0;

@@ -80,6 +80,61 @@ const Rule UNLOAD_RULES[] = {
      STILL_LOADED_ADVICE},
 };
 
+const char* const SERVICE_ADVICE =
+    "See that OstrelNWFilter.inf and OstrelNWFilter.sys belong together and fit this version of Windows; "
+    "\"sc query OstrelNWFilter\" shows the service.";
+const char* const ENGINE_ADVICE = "See that the service Base Filtering Engine (BFE) runs.";
+const char* const NETWORK_VERSION_ADVICE =
+    "See that the network driver and the library are of the same version.";
+
+// In the order in which one step makes the next ones fail.
+const Rule REMOTE_ADDRESS_INFO_ON_RULES[] = {
+    {"OpenSCManager failed (", 10, ExitCode::RemoteAddressInfoFailed,
+     "The service manager could not be opened for the network driver.", NOT_ELEVATED_ADVICE},
+    {"OpenService failed (", 10, ExitCode::RemoteAddressInfoFailed,
+     "The network driver's service could not be opened.", SERVICE_ADVICE},
+    {"StartService failed (", 10, ExitCode::RemoteAddressInfoFailed,
+     "The network driver's service could not be started.", SERVICE_ADVICE},
+    {"Could not open filtering engine. ", 10, ExitCode::RemoteAddressInfoFailed,
+     "The Windows Filtering Platform could not be opened.", ENGINE_ADVICE},
+    {"Could not open filtering engine V6. ", 10, ExitCode::RemoteAddressInfoFailed,
+     "The Windows Filtering Platform could not be opened.", ENGINE_ADVICE},
+    {"Could not start transaction for adding ", NO_CODE, ExitCode::RemoteAddressInfoFailed,
+     "The network driver's callouts could not be registered.", ENGINE_ADVICE},
+    {"Could not add persistent ", NO_CODE, ExitCode::RemoteAddressInfoFailed,
+     "The network driver's callouts could not be registered.", ENGINE_ADVICE},
+    {"Could not commit ", NO_CODE, ExitCode::RemoteAddressInfoFailed,
+     "The network driver's callouts could not be registered.", ENGINE_ADVICE},
+    {"Could not open monitoring. ", 10, ExitCode::RemoteAddressInfoFailed,
+     "The network driver's device could not be opened.", NETWORK_VERSION_ADVICE},
+    {"Couldn't resolve user. ", 10, ExitCode::RemoteAddressInfoFailed,
+     "The user whose connections to look at could not be found.",
+     "Give --user an account name that this machine knows, such as anna or DOMAIN\\anna."},
+    {"Could not add filters. ", 10, ExitCode::RemoteAddressInfoFailed,
+     "The filters for the user's connections could not be set up.", ENGINE_ADVICE},
+    {"Could not add V6 filters. ", 10, ExitCode::RemoteAddressInfoFailed,
+     "The filters for the user's IPv6 connections could not be set up.", ENGINE_ADVICE},
+    {"Could not enable monitoring. ", 10, ExitCode::RemoteAddressInfoFailed,
+     "The network driver did not start to look at connections.", NETWORK_VERSION_ADVICE},
+    {"Could not start receive notification thread. Code: ", 10, ExitCode::RemoteAddressInfoFailed,
+     "The thread that reads the network driver's records could not be started.", RESOURCES_ADVICE},
+};
+
+const char* const NETWORK_DRIVER_RUNS_ADVICE =
+    "The network driver may still run: \"sc stop OstrelNWFilter\" stops it.";
+
+// A device that could not be closed is not among them: it was never opened, as switching on has said.
+const Rule REMOTE_ADDRESS_INFO_OFF_RULES[] = {
+    {"OpenSCManager failed (", 10, ExitCode::RemoteAddressInfoFailed,
+     "The service manager could not be opened for the network driver.", NETWORK_DRIVER_RUNS_ADVICE},
+    {"OpenService failed (", 10, ExitCode::RemoteAddressInfoFailed,
+     "The network driver's service could not be opened.", NETWORK_DRIVER_RUNS_ADVICE},
+    {"QueryServiceStatusEx failed. ", 10, ExitCode::RemoteAddressInfoFailed,
+     "The network driver's service could not be queried.", NETWORK_DRIVER_RUNS_ADVICE},
+    {"GetNWPacketInfo thread never ended.", NO_CODE, ExitCode::RemoteAddressInfoFailed,
+     "The thread that reads the network driver's records did not end.", NETWORK_DRIVER_RUNS_ADVICE},
+};
+
 // Errors that say more than the step at which they came.
 struct KnownCode {
   std::uint32_t code;
@@ -94,7 +149,9 @@ const KnownCode KNOWN_CODES[] = {
      "test "
      "signing on."},
     {1053, "Its service did not answer in time: try again, after a restart of the system if need be."},
-    {1058, "Its service is disabled: \"sc config OstrelFilter start= demand\" enables it."},
+    {1058,
+     "Its service is disabled: \"sc config OstrelFilter start= demand\" enables it, for the network driver "
+     "with OstrelNWFilter."},
     {1238, "Another host is connected already, and there can be one only: end it, then try again."},
     {1275, "Windows blocks this driver: see its policy for drivers."},
     {PRIVILEGE_NOT_HELD, NOT_ELEVATED_ADVICE},
@@ -103,6 +160,13 @@ const KnownCode KNOWN_CODES[] = {
 std::string_view WithoutPrefix(std::string_view line) {
   if (line.substr(0, PREFIX.size()) == PREFIX) line.remove_prefix(PREFIX.size());
   return line;
+}
+
+// Some lines of the library end with a line end of their own.
+std::string Quoted(std::string_view line) {
+  line = WithoutPrefix(line);
+  while (!line.empty() && line.back() == '\n') line.remove_suffix(1);
+  return std::string(line);
 }
 
 const std::string* FindLine(const std::vector<std::string>& lines, std::string_view beginning) {
@@ -129,9 +193,8 @@ const char* AdviceFor(const Rule& rule, std::uint32_t code) {
 Diagnosis Judge(const Rule& rule, std::string_view line) {
   const std::uint32_t code = CodeOf(rule, line);
   const bool isForElevation = code == PRIVILEGE_NOT_HELD && rule.exitCode != ExitCode::UnloadFailed;
-  return {
-      isForElevation ? ExitCode::NotElevated : rule.exitCode,
-      std::string(rule.happened) + " (" + std::string(WithoutPrefix(line)) + ") " + AdviceFor(rule, code)};
+  return {isForElevation ? ExitCode::NotElevated : rule.exitCode,
+          std::string(rule.happened) + " (" + Quoted(line) + ") " + AdviceFor(rule, code)};
 }
 
 template <std::size_t Count>
@@ -189,6 +252,16 @@ std::optional<Diagnosis> DiagnoseConfiguration(const CallFacts& facts) {
   if (auto diagnosis = JudgeByLines(CONFIGURATION_RULES, facts.errorLines)) return diagnosis;
   if (facts.succeeded) return std::nullopt;
   return Unexplained(ExitCode::PortRefused, "Detection could not be switched on.", facts.errorLines);
+}
+
+std::optional<Diagnosis> DiagnoseRemoteAddressInfoOn(const CallFacts& facts) {
+  auto diagnosis = JudgeByLines(REMOTE_ADDRESS_INFO_ON_RULES, facts.errorLines);
+  if (diagnosis) diagnosis->message.insert(0, "Detections may lack endpoints. ");
+  return diagnosis;
+}
+
+std::optional<Diagnosis> DiagnoseRemoteAddressInfoOff(const CallFacts& facts) {
+  return JudgeByLines(REMOTE_ADDRESS_INFO_OFF_RULES, facts.errorLines);
 }
 
 bool SaysMinifilterIsGone(std::string_view line) {

@@ -39,6 +39,10 @@ std::optional<Diagnosis> DiagnoseLoad(const CallFacts& facts);
 // The functions that tell the minifilter what to watch. They also succeed when it does not take the message.
 std::optional<Diagnosis> DiagnoseConfiguration(const CallFacts& facts);
 
+// Remote address info, whose steps log what fails and go on. The first is for the call that switches it on.
+std::optional<Diagnosis> DiagnoseRemoteAddressInfoOn(const CallFacts& facts);
+std::optional<Diagnosis> DiagnoseRemoteAddressInfoOff(const CallFacts& facts);
+
 // Whether a line of the log, on whatever thread, says that the minifilter was unloaded or its port closed. So
 // does an unload that the host itself asks for.
 bool SaysMinifilterIsGone(std::string_view line);

@@ -15,6 +15,8 @@ enum class ExitCode : int {
   PortRefused = 7,
   UnloadFailed = 8,
   OutputFailed = 9,
+  RemoteAddressInfoFailed = 10,
+  QueryFailed = 11,
 };
 
 }  // namespace ostrel::host

@@ -17,6 +17,7 @@
 #include "detection_json.h"
 #include "diagnosis.h"
 #include "exit_code.h"
+#include "library_queries.h"
 #include "line_writer.h"
 #include "log_writer.h"
 #include "monitor.h"
@@ -172,14 +173,25 @@ int RunHost(const Options& options) {
   return End(result != ExitCode::Success ? result : failure);
 }
 
+int RunQuery(const Query& query, const Options& options) {
+  const QueryAnswer answer = query.ask(options);
+  LineWriter output(GetStdHandle(STD_OUTPUT_HANDLE));
+  if (!output.Write(QueryJson(query.name, answer))) return End(ExitCode::OutputFailed);
+  return End(answer.error ? ExitCode::QueryFailed : ExitCode::Success);
+}
+
+int Run(const Options& options) {
+  return options.query ? RunQuery(*options.query, options) : RunHost(options);
+}
+
 }  // namespace
 
 int wmain(int argumentCount, wchar_t** arguments) {
   try {
     const Utf8Console console;
-    const CommandLine commandLine =
-        ParseCommandLine(std::vector<std::wstring>(arguments + 1, arguments + argumentCount));
-    return commandLine.options ? RunHost(*commandLine.options) : EndEarly(commandLine);
+    const CommandLine commandLine = ParseCommandLine(
+        std::vector<std::wstring>(arguments + 1, arguments + argumentCount), LibraryQueries());
+    return commandLine.options ? Run(*commandLine.options) : EndEarly(commandLine);
   } catch (const std::exception& error) {
     Complain(std::string("unexpected error: ") + error.what());
     return End(ExitCode::Internal);

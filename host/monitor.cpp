@@ -80,11 +80,15 @@ bool Monitor::WatchActivity() {
   if (options_.watchedProcesses.empty()) return true;
   TextArray processes(options_.watchedProcesses);
   TextArray excludedPaths(options_.excludedPaths);
-  return Accept(DiagnoseConfiguration(Observe([&] {
+  const CallFacts facts = Observe([&] {
     return EnableActivityDetection(callbacks_.activity, options_.userName.c_str(), processes.Data(),
                                    processes.Count(), excludedPaths.Data(), excludedPaths.Count(),
-                                   options_.driverOption, 0, options_.tabTitles ? 1 : 0);
-  })));
+                                   options_.driverOption, options_.remoteAddressInfo ? 1 : 0,
+                                   options_.tabTitles ? 1 : 0);
+  });
+  const bool isWatching = Accept(DiagnoseConfiguration(facts));
+  if (options_.remoteAddressInfo) Accept(DiagnoseRemoteAddressInfoOn(facts));
+  return isWatching;
 }
 
 // The library adds the paths of each call to those it has, so they are passed only once.
@@ -139,12 +143,23 @@ bool Monitor::TellAboutNewProcesses() {
   return WatchCloudDrive(false);
 }
 
-// The results do not matter: what was never switched on is off, and the minifilter is unloaded next. One that
-// is gone may have come back for another host, which is not to be disturbed.
 void Monitor::SwitchOff() {
-  if (WaitForSingleObject(minifilterGone_, 0) == WAIT_OBJECT_0) return;
-  if (!options_.watchedProcesses.empty()) DisableActivityDetection();
-  if (!options_.cloudProcesses.empty()) DisablePCDDetection();
+  // The results do not matter: what was never switched on is off, and the minifilter is unloaded next. One
+  // that is gone may have come back for another host, which is not to be disturbed.
+  if (WaitForSingleObject(minifilterGone_, 0) != WAIT_OBJECT_0) {
+    if (!options_.watchedProcesses.empty()) DisableActivityDetection();
+    if (!options_.cloudProcesses.empty()) DisablePCDDetection();
+  }
+  if (options_.remoteAddressInfo) SwitchOffRemoteAddressInfo();
+}
+
+// After detection, whose last reports still name endpoints, and before the library is unloaded: unloading
+// also stops the network driver's service, but cannot tell a failure of that from one of the minifilter.
+void Monitor::SwitchOffRemoteAddressInfo() {
+  Accept(DiagnoseRemoteAddressInfoOff(Observe([] {
+    DisableRemoteAddressInfo();
+    return true;
+  })));
 }
 
 void Monitor::Unload() {

@@ -35,6 +35,7 @@ class Monitor {
  private:
   bool Load();
   bool SwitchOn();
+  // False when the minifilter was not told. Without remote address info it goes on, only with an error.
   bool WatchActivity();
   bool WatchCloudDrive(bool withPaths);
   void WaitUntilStopped();
@@ -42,6 +43,7 @@ class Monitor {
   // False when the minifilter can no longer be told.
   bool TellAboutNewProcesses();
   void SwitchOff();
+  void SwitchOffRemoteAddressInfo();
   void Unload();
 
   std::set<std::uint32_t> RunningPrograms() const;

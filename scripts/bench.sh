@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds the benchmarks for Windows and runs them under Wine. Arguments go to Google Benchmark, such as
-# --benchmark_filter=GetEvents.
+# Builds the benchmarks for Windows and runs them under Wine: first those of Google Benchmark, to which the arguments go, such as
+# --benchmark_filter=GetEvents; then the packet reader beside a bare loop, on the lab's network driver (a minute).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/lib.sh
@@ -20,6 +20,7 @@ fetch_benchmark() {
 scripts/setup.sh
 fetch_benchmark
 cmake --preset windows -DOSTREL_BENCHMARK_SOURCE="$(realpath build/third-party/benchmark-*/)" >/dev/null
-cmake --build --preset windows --target ostrel_bench
+cmake --build --preset windows --target ostrel_bench packet_reader_bench OstrelNWFilterDriver
 use_wine_prefix
 cmake/wine.sh build/windows/bench/ostrel_bench.exe "$@"
+cmake/wine.sh build/windows/bench/packet_reader_bench.exe build/windows/stage/OstrelNWFilter.sys

@@ -96,7 +96,7 @@ end_host() {
 
 scripts/setup.sh
 echo "Building (the first time takes a few minutes)"
-build_preset windows OstrelHost OstrelLab OstrelLabPortLibrary OstrelFilterDriver OstrelNWFilterDriver
+build_preset windows OstrelHost OstrelLab OstrelLabPortLibrary OstrelLabFilteringPlatform OstrelFilterDriver OstrelNWFilterDriver
 use_wine_prefix
 trap clean_up EXIT
 mkdir -p build/demo

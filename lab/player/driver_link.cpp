@@ -2,33 +2,15 @@
 
 #include <algorithm>
 
+#include "device_control.h"
 #include "text.h"
 
 namespace ostrel::lab {
 
-namespace {
-
-struct Buffer {
-  void* data = nullptr;
-  std::size_t size = 0;
-};
-
-bool Control(HANDLE device, std::uint32_t code, Buffer input, Buffer output) {
-  DWORD returned = 0;
-  return DeviceIoControl(device, code, input.data, static_cast<DWORD>(input.size), output.data,
-                         static_cast<DWORD>(output.size), &returned, nullptr) &&
-         returned == output.size;
-}
-
-}  // namespace
-
 std::optional<DriverLink> DriverLink::TryOpen() {
-  UniqueFileHandle device(CreateFileW(OSTREL_LAB_PLAYER_PATH, GENERIC_READ | GENERIC_WRITE,
-                                      FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0,
-                                      nullptr));
-  if (device) return DriverLink(std::move(device));
-  if (GetLastError() == ERROR_FILE_NOT_FOUND) return std::nullopt;
-  throw SystemError("open the stand-in minifilter");
+  UniqueFileHandle device = OpenPlayerDevice(OSTREL_LAB_PLAYER_PATH, "stand-in minifilter");
+  if (!device) return std::nullopt;
+  return DriverLink(std::move(device));
 }
 
 bool DriverLink::TrySubmit(std::vector<OstrelLabEvent> events) {

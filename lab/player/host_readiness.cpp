@@ -1,5 +1,9 @@
 #include "host_readiness.h"
 
+#include <windows.h>
+// Needs windows.h before it.
+#include <lmcons.h>
+
 #include <algorithm>
 #include <string_view>
 
@@ -23,6 +27,18 @@ std::string Joined(const std::vector<std::string>& names) {
   std::string joined;
   for (const std::string& name : names) joined += (joined.empty() ? "" : ",") + name;
   return joined;
+}
+
+std::string Quoted(const std::string& word) {
+  return word.find(' ') == std::string::npos ? word : "\"" + word + "\"";
+}
+
+// Whose traffic the played streams would be.
+std::string UserName() {
+  wchar_t name[UNLEN + 1];
+  DWORD length = UNLEN + 1;
+  if (!GetUserNameW(name, &length)) throw SystemError("ask for the user's name");
+  return ToUtf8(name);
 }
 
 // A configuration slot holds a name's first 31 characters.
@@ -61,11 +77,17 @@ std::string WhatIsMissing(const std::vector<std::string>& images, std::uint8_t k
 
 NeededProcesses FindNeededProcesses(const Scenario& scenario) {
   NeededProcesses needed;
+  const auto add = [&](std::vector<std::string>& names, std::size_t process) {
+    AddOnce(names, LowerCase(scenario.processes[process].image));
+  };
   for (const Step& step : scenario.steps) {
-    const auto* const event = std::get_if<EventStep>(&step);
-    if (event == nullptr) continue;
-    AddOnce(IsCloudDriveEvent(event->type) ? needed.cloudDrive : needed.activity,
-            LowerCase(scenario.processes[event->process].image));
+    if (const auto* const event = std::get_if<EventStep>(&step)) {
+      add(IsCloudDriveEvent(event->type) ? needed.cloudDrive : needed.activity, event->process);
+    } else if (const auto* const traffic = std::get_if<TrafficStep>(&step)) {
+      add(needed.network, traffic->stream.process);
+    } else if (const auto* const flood = std::get_if<FloodStep>(&step)) {
+      add(needed.network, flood->stream.process);
+    }
   }
   return needed;
 }
@@ -80,14 +102,26 @@ std::string WhatIsMissing(const NeededProcesses& needed, const OstrelLabStatus& 
                        configurations);
 }
 
+std::string WhatNetworkLacks(const NeededProcesses& needed, std::uint32_t hostProcessId,
+                             const OstrelLabNetworkStatus& status,
+                             const std::optional<OstrelLabConfiguration>& processList) {
+  if (needed.network.empty()) return {};
+  if (status.enabled == 0 || !processList) return "has not enabled network monitoring";
+  if (status.pendingRequests == 0) return "does not read packet records";
+  return WhatIsMissing(needed.network, OSTREL_LAB_KIND_ACTIVITY, "network", hostProcessId, {*processList});
+}
+
 std::string HostArguments(const NeededProcesses& needed, const WorkDirectory& workDirectory) {
   std::string arguments;
-  if (!needed.activity.empty()) arguments += " --watch " + Joined(needed.activity);
+  // One list for both drivers.
+  std::vector<std::string> watched = needed.activity;
+  for (const std::string& image : needed.network) AddOnce(watched, image);
+  if (!watched.empty()) arguments += " --watch " + Joined(watched);
   if (!needed.cloudDrive.empty()) {
     const std::string folder = ToUtf8(workDirectory.Root()) + "\\files";
-    const std::string quote = folder.find(' ') == std::string::npos ? "" : "\"";
-    arguments += " --cloud-process " + Joined(needed.cloudDrive) + " --cloud-path " + quote + folder + quote;
+    arguments += " --cloud-process " + Joined(needed.cloudDrive) + " --cloud-path " + Quoted(folder);
   }
+  if (!needed.network.empty()) arguments += " --user " + Quoted(UserName()) + " --remote-address-info";
   return arguments;
 }
 

@@ -1,4 +1,4 @@
-// OstrelLab.exe: plays scenarios to the library through the stand-in minifilter and compares what came out.
+// OstrelLab.exe: plays scenarios to the library through the stand-in drivers and compares what came out.
 #include <windows.h>
 // Need windows.h before them.
 #include <fcntl.h>
@@ -8,10 +8,13 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
+#include <optional>
 
 #include "check.h"
 #include "driver_link.h"
+#include "filtering_store.h"
 #include "host_readiness.h"
+#include "network_link.h"
 #include "player.h"
 #include "scenario_reader.h"
 #include "status_report.h"
@@ -67,20 +70,43 @@ int Validate(const Options& options) {
   return EXIT_AGREED;
 }
 
-DriverLink OpenLoadedDriver() {
-  std::optional<DriverLink> driver = DriverLink::TryOpen();
-  if (!driver) throw LabError("OstrelFilter is not loaded: start a host first");
-  return std::move(*driver);
+// The two drivers come and go with the host, each by itself; a host that stops has first stopped the network
+// driver.
+struct LoadedDrivers {
+  std::optional<DriverLink> minifilter = DriverLink::TryOpen();
+  std::optional<NetworkLink> network = NetworkLink::TryOpen();
+};
+
+FilteringState ReadFilteringState() {
+  try {
+    return FilteringStore().Read();
+  } catch (const RegistryError& error) {
+    SetLastError(error.code);
+    throw SystemError("read what the filtering platform holds");
+  }
 }
 
 int Status() {
-  DriverLink driver = OpenLoadedDriver();
-  std::printf("%s\n", StatusReport(driver.Status(), driver.Configurations()).c_str());
+  LoadedDrivers drivers;
+  LabState state;
+  if (drivers.minifilter) {
+    state.minifilter = drivers.minifilter->Status();
+    state.configurations = drivers.minifilter->Configurations();
+  }
+  if (drivers.network) {
+    state.network = drivers.network->Status();
+    state.processList = drivers.network->ProcessList();
+  }
+  state.filtering = ReadFilteringState();
+  std::printf("%s\n", StatusReport(state).c_str());
   return EXIT_AGREED;
 }
 
 int Reset() {
-  OpenLoadedDriver().Reset();
+  LoadedDrivers drivers;
+  if (!drivers.minifilter && !drivers.network) throw LabError("no driver is loaded: start a host first");
+  if (drivers.minifilter) drivers.minifilter->Reset();
+  if (drivers.network) drivers.network->Reset();
   return EXIT_AGREED;
 }
 
@@ -133,9 +159,8 @@ int RunCommandLine(const std::vector<std::string>& arguments) {
   AddScenario(validate, options);
   AddWorkDirectory(validate, options);
   CLI::App* const status =
-      app.add_subcommand("status", "Print the driver's counters and the last configuration messages as JSON");
-  app.add_subcommand("reset",
-                     "Set the driver's counters to zero and forget events and configuration messages");
+      app.add_subcommand("status", "Print as JSON what both drivers and the filtering platform hold");
+  app.add_subcommand("reset", "Set the drivers' counters to zero and forget events, records and messages");
 
   try {
     app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));

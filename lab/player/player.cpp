@@ -1,10 +1,11 @@
 #include "player.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <optional>
 
 #include "host_readiness.h"
 #include "minifilter_stop.h"
+#include "progress.h"
 #include "text.h"
 
 namespace ostrel::lab {
@@ -12,10 +13,9 @@ namespace ostrel::lab {
 namespace {
 
 constexpr DWORD POLL_MS = 10;
-constexpr ULONGLONG PROGRESS_INTERVAL_MS = 5000;
-constexpr ULONGLONG HANDLING_LIMIT_MS = 60000;
 // As many as stay well below what one request can carry through Wine.
 constexpr std::uint32_t EVENTS_PER_REQUEST = OSTREL_LAB_PART_CAPACITY / sizeof(OstrelLabEvent);
+constexpr std::uint32_t RECORDS_PER_REQUEST = OSTREL_LAB_PART_CAPACITY / sizeof(OstrelLabPacketRecord);
 
 constexpr std::int64_t FILETIME_TICKS_PER_MS = 10000;
 constexpr std::int64_t UNIX_EPOCH_AS_FILETIME_MS = 11644473600000;
@@ -27,11 +27,6 @@ std::int64_t NowInMilliseconds() {
   ticks.LowPart = time.dwLowDateTime;
   ticks.HighPart = time.dwHighDateTime;
   return static_cast<std::int64_t>(ticks.QuadPart) / FILETIME_TICKS_PER_MS - UNIX_EPOCH_AS_FILETIME_MS;
-}
-
-void Print(const std::string& line) {
-  std::printf("%s\n", line.c_str());
-  std::fflush(stdout);
 }
 
 std::string NameOfType(std::int32_t type) {
@@ -58,28 +53,58 @@ std::string Described(const Scenario& scenario, const EventStep& step) {
   return line;
 }
 
-// A host that takes messages makes room in time; the last try says what is wrong when it does not.
-void SubmitWhenThereIsRoom(DriverLink& driver, const std::vector<OstrelLabEvent>& events) {
-  const ULONGLONG deadline = GetTickCount64() + HANDLING_LIMIT_MS;
-  while (GetTickCount64() < deadline) {
-    if (driver.TrySubmit(events)) return;
-    Sleep(POLL_MS);
-  }
-  driver.Submit(events);
+std::string Described(const Scenario& scenario, const StreamEntry& stream) {
+  const std::string address = stream.address.isIpv6 ? "[" + stream.addressText + "]" : stream.addressText;
+  return (stream.isUpload ? "to " : "from ") + address + ":" + std::to_string(stream.port) + " by " +
+         scenario.processes[stream.process].image;
 }
 
-// A host that starts unloads a driver that is still loaded, so that the link may break while it is being
-// used.
-std::string WhatHostLacks(const NeededProcesses& needed, std::optional<DriverLink>& driver) {
-  try {
-    if (!driver) driver = DriverLink::TryOpen();
-    if (!driver) return "has not loaded OstrelFilter";
-    return WhatIsMissing(needed, driver->Status(), driver->Configurations());
-  } catch (const LabError& error) {
-    driver.reset();
-    return std::string("has no usable OstrelFilter: ") + error.what();
+// What a host needs before the scenario can be played, and the links to the drivers as they appear. A host
+// that starts unloads drivers that are still loaded, so that a link may break while it is being used.
+class HostWait {
+ public:
+  explicit HostWait(const Scenario& scenario) : needed_(FindNeededProcesses(scenario)) {}
+
+  const NeededProcesses& Needed() const { return needed_; }
+
+  // In words; empty when nothing is missing, and then both links stand.
+  std::string WhatIsMissing() {
+    const std::string missing = WhatMinifilterLacks();
+    return missing.empty() && !needed_.network.empty() ? WhatNetworkDriverLacks() : missing;
   }
-}
+
+  Drivers TakeDrivers() { return {std::move(*minifilter_), std::move(network_)}; }
+
+ private:
+  std::string WhatMinifilterLacks() {
+    try {
+      if (!minifilter_) minifilter_ = DriverLink::TryOpen();
+      if (!minifilter_) return "has not loaded OstrelFilter";
+      const OstrelLabStatus status = minifilter_->Status();
+      hostProcessId_ = status.client.processId;
+      return lab::WhatIsMissing(needed_, status, minifilter_->Configurations());
+    } catch (const LabError& error) {
+      minifilter_.reset();
+      return std::string("has no usable OstrelFilter: ") + error.what();
+    }
+  }
+
+  std::string WhatNetworkDriverLacks() {
+    try {
+      if (!network_) network_ = NetworkLink::TryOpen();
+      if (!network_) return "has not started OstrelNWFilter";
+      return WhatNetworkLacks(needed_, hostProcessId_, network_->Status(), network_->ProcessList());
+    } catch (const LabError& error) {
+      network_.reset();
+      return std::string("has no usable OstrelNWFilter: ") + error.what();
+    }
+  }
+
+  const NeededProcesses needed_;
+  std::optional<DriverLink> minifilter_;
+  std::optional<NetworkLink> network_;
+  std::uint32_t hostProcessId_ = 0;
+};
 
 }  // namespace
 
@@ -88,14 +113,14 @@ Player::Player(const Scenario& scenario, const WorkDirectory& workDirectory, std
 
 void Player::Play() {
   Prepare();
-  DriverLink driver = WaitForHost();
+  Drivers drivers = WaitForHost();
   now_ = NowInMilliseconds();
   bool unloaded = false;
   for (const Step& step : scenario_.steps) {
-    std::visit([&](const auto& one) { Run(driver, one); }, step);
+    std::visit([&](const auto& one) { Run(drivers, one); }, step);
     unloaded = std::holds_alternative<UnloadStep>(step);
   }
-  if (!unloaded) WaitUntilHandled(driver);
+  if (!unloaded) drivers.WaitUntilHandled();
   Print("done: the host has acknowledged and handled every event");
 }
 
@@ -108,23 +133,18 @@ void Player::Prepare() {
         std::to_string(processes_.size()) + " processes in " + ToUtf8(workDirectory_.Root()));
 }
 
-DriverLink Player::WaitForHost() {
-  const NeededProcesses needed = FindNeededProcesses(scenario_);
+Drivers Player::WaitForHost() {
+  HostWait host(scenario_);
   const ULONGLONG start = GetTickCount64();
-  ULONGLONG nextProgress = start;
-  std::optional<DriverLink> driver;
+  Progress progress(0);
   for (;; Sleep(POLL_MS)) {
-    const std::string missing = WhatHostLacks(needed, driver);
-    if (missing.empty()) return std::move(*driver);
-    const ULONGLONG now = GetTickCount64();
-    if (now - start >= std::uint64_t{hostWaitSeconds_} * 1000) {
+    const std::string missing = host.WhatIsMissing();
+    if (missing.empty()) return host.TakeDrivers();
+    if (GetTickCount64() - start >= std::uint64_t{hostWaitSeconds_} * 1000) {
       throw LabError("no host to play to: the host " + missing + " (run OstrelHost" +
-                     HostArguments(needed, workDirectory_) + ")");
+                     HostArguments(host.Needed(), workDirectory_) + ")");
     }
-    if (now >= nextProgress) {
-      Print("waiting for the host: it " + missing);
-      nextProgress = now + PROGRESS_INTERVAL_MS;
-    }
+    progress.Say("waiting for the host: it " + missing);
   }
 }
 
@@ -144,52 +164,80 @@ OstrelLabEvent Player::MakeEvent(const EventStep& step) const {
   return event;
 }
 
-void Player::Run(DriverLink& driver, const EventStep& step) {
+OstrelLabPacketRecord Player::MakeRecord(const StreamEntry& stream, std::uint64_t bytes,
+                                         std::int64_t time) const {
+  OstrelLabPacketRecord record{};
+  record.bytes = bytes;
+  record.port = stream.port;
+  record.isUpload = stream.isUpload ? 1 : 0;
+  record.processId = processes_[stream.process].Id();
+  record.time = static_cast<std::uint64_t>(now_ + time);
+  const auto& address = stream.address.bytes;
+  if (stream.address.isIpv6) {
+    record.ipVersion = OSTREL_LAB_IPV6;
+    std::copy(address.begin(), address.end(), record.ipv6);
+  } else {
+    record.ipVersion = OSTREL_LAB_IPV4;
+    for (std::size_t i = 0; i < sizeof(record.ipv4); ++i) record.ipv4 = record.ipv4 << 8 | address[i];
+  }
+  return record;
+}
+
+void Player::Run(Drivers& drivers, const EventStep& step) {
   Print(Described(scenario_, step));
   const OstrelLabEvent event = MakeEvent(step);
   for (std::uint32_t left = step.repeat; left != 0;) {
     const std::uint32_t count = std::min(left, EVENTS_PER_REQUEST);
-    SubmitWhenThereIsRoom(driver, std::vector<OstrelLabEvent>(count, event));
+    drivers.Submit(std::vector<OstrelLabEvent>(count, event));
     left -= count;
   }
 }
 
-void Player::Run(DriverLink&, const WaitStep& step) {
+void Player::Run(Drivers&, const WaitStep& step) {
   Print("wait " + std::to_string(step.milliseconds) + " ms");
   Sleep(step.milliseconds);
 }
 
-void Player::Run(DriverLink& driver, const ExitStep& step) {
-  WaitUntilHandled(driver);
+void Player::Run(Drivers& drivers, const ExitStep& step) {
+  drivers.WaitUntilHandled();
   Print("exit of " + scenario_.processes[step.process].image);
   processes_[step.process].Vanish();
 }
 
-void Player::Run(DriverLink& driver, const UnloadStep&) {
-  WaitUntilHandled(driver);
+void Player::Run(Drivers& drivers, const UnloadStep&) {
+  drivers.WaitUntilHandled();
   Print("unload of the minifilter");
   StopMinifilter();
 }
 
-void Player::WaitUntilHandled(DriverLink& driver) const {
-  ULONGLONG lastAdvance = GetTickCount64();
-  ULONGLONG nextProgress = lastAdvance + PROGRESS_INTERVAL_MS;
-  std::uint64_t acknowledged = 0;
-  for (;; Sleep(POLL_MS)) {
-    const OstrelLabStatus status = driver.Status();
-    if (status.queued == 0 && status.outstanding == 0 && status.waitingRequests != 0) return;
-    if (status.clientConnected == 0) throw LabError("the host went away before it had handled every event");
-    const std::string left = std::to_string(status.queued) + " events queued, " +
-                             std::to_string(status.outstanding) + " not acknowledged";
-    const ULONGLONG now = GetTickCount64();
-    if (status.acknowledged != acknowledged) lastAdvance = now;
-    acknowledged = status.acknowledged;
-    if (now - lastAdvance >= HANDLING_LIMIT_MS) throw LabError("the host does not go on: " + left);
-    if (now >= nextProgress) {
-      Print("waiting for the host to finish: " + left);
-      nextProgress = now + PROGRESS_INTERVAL_MS;
-    }
+void Player::Run(Drivers& drivers, const TrafficStep& step) {
+  std::string line = std::to_string(step.bytes) + " bytes " + Described(scenario_, step.stream);
+  if (step.records != 1) line += ", in " + std::to_string(step.records) + " records";
+  Print(line);
+  std::vector<OstrelLabPacketRecord> records;
+  std::int64_t time = step.timeOffset;
+  for (std::uint32_t i = 0; i < step.records; ++i, time += step.timeStep) {
+    // The first ones carry what does not divide evenly.
+    const std::uint64_t bytes = step.bytes / step.records + (i < step.bytes % step.records ? 1 : 0);
+    records.push_back(MakeRecord(step.stream, bytes, time));
+    if (records.size() < RECORDS_PER_REQUEST && i + 1 != step.records) continue;
+    drivers.Submit(records);
+    records.clear();
   }
+}
+
+void Player::Run(Drivers& drivers, const FloodStep& step) {
+  // One flood at a time, and after what was sent before it.
+  drivers.WaitUntilHandled();
+  Print("flood of " + std::to_string(step.count) + " packet records " + Described(scenario_, step.stream));
+  OstrelLabFlood flood{};
+  flood.count = step.count;
+  flood.bytesStep = step.bytesStep;
+  flood.timeStep = static_cast<std::uint64_t>(step.timeStep);
+  flood.ports = step.ports;
+  flood.first = MakeRecord(step.stream, step.bytes, step.timeOffset);
+  drivers.network->Flood(flood);
+  drivers.WaitUntilHandled();
 }
 
 }  // namespace ostrel::lab

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "driver_link.h"
+#include "drivers.h"
 #include "scenario.h"
 #include "stand_in_process.h"
 #include "work_directory.h"
@@ -22,17 +22,18 @@ class Player {
 
  private:
   void Prepare();
-  // The driver may be loaded, and so its device appear, only after the player has started.
-  DriverLink WaitForHost();
+  // The drivers may be loaded, and so their devices appear, only after the player has started.
+  Drivers WaitForHost();
 
-  void Run(DriverLink& driver, const EventStep& step);
-  void Run(DriverLink& driver, const WaitStep& step);
-  void Run(DriverLink& driver, const ExitStep& step);
-  void Run(DriverLink& driver, const UnloadStep& step);
+  void Run(Drivers& drivers, const EventStep& step);
+  void Run(Drivers& drivers, const WaitStep& step);
+  void Run(Drivers& drivers, const ExitStep& step);
+  void Run(Drivers& drivers, const UnloadStep& step);
+  void Run(Drivers& drivers, const TrafficStep& step);
+  void Run(Drivers& drivers, const FloodStep& step);
 
   OstrelLabEvent MakeEvent(const EventStep& step) const;
-  // The host asks for the next message only when it is done with the last one.
-  void WaitUntilHandled(DriverLink& driver) const;
+  OstrelLabPacketRecord MakeRecord(const StreamEntry& stream, std::uint64_t bytes, std::int64_t time) const;
 
   const Scenario& scenario_;
   const WorkDirectory& workDirectory_;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "layers.h"
 #include "text.h"
 
 namespace ostrel::lab {
@@ -54,11 +55,7 @@ Json Decoded(const OstrelLabConfiguration& message) {
   return json;
 }
 
-}  // namespace
-
-std::string StatusReport(const OstrelLabStatus& status,
-                         const std::vector<OstrelLabConfiguration>& configurations) {
-  Json json;
+void AddMinifilter(Json& json, const OstrelLabStatus& status) {
   json["clientConnected"] = status.clientConnected != 0;
   json["clientProcessId"] = status.client.processId;
   json["clientProtocolCode"] = status.client.protocolCode;
@@ -75,9 +72,99 @@ std::string StatusReport(const OstrelLabStatus& status,
   json["abandoned"] = status.abandoned;
   json["configurationMessages"] = status.configurations;
   json["badConfigurationMessages"] = status.badConfigurations;
+}
+
+Json Decoded(const OstrelLabNetworkStatus& status) {
+  Json json;
+  json["enabled"] = status.enabled != 0;
+  json["handles"] = status.handles;
+  json["pendingRequests"] = status.pendingRequests;
+  json["queued"] = status.queued;
+  json["floodRemaining"] = status.floodRemaining;
+  json["enables"] = status.enables;
+  json["badEnables"] = status.badEnables;
+  json["reads"] = status.reads;
+  json["submitted"] = status.submitted;
+  json["flooded"] = status.flooded;
+  json["completed"] = status.completed;
+  json["dropped"] = status.dropped;
+  json["cancelled"] = status.cancelled;
+  json["processLists"] = status.processLists;
+  json["badProcessLists"] = status.badProcessLists;
+  return json;
+}
+
+// A layer by name where it has one.
+Json LayerText(const GUID& key) {
+  const FilteringLayer* const layer = FindLayer(key);
+  return layer == nullptr ? Json(ToUtf8(TextOf(key))) : Json(layer->name);
+}
+
+const char* LifetimeWord(FilteringLifetime lifetime) {
+  switch (lifetime) {
+    case FilteringLifetime::Persistent:
+      return "persistent";
+    case FilteringLifetime::UntilRestart:
+      return "until restart";
+    case FilteringLifetime::Session:
+      return "session";
+  }
+  return "";
+}
+
+Json Decoded(const FilteringSession& session) {
+  Json json;
+  json["key"] = ToUtf8(TextOf(session.key));
+  json["name"] = ToUtf8(session.name);
+  json["description"] = ToUtf8(session.description);
+  json["flags"] = session.flags;
+  json["processId"] = session.processId;
+  return json;
+}
+
+Json Decoded(const FilteringObject& object) {
+  Json json;
+  json["key"] = ToUtf8(TextOf(object.key));
+  json["name"] = ToUtf8(object.name);
+  json["description"] = ToUtf8(object.description);
+  json["flags"] = object.flags;
+  json["lifetime"] = LifetimeWord(object.lifetime);
+  if (object.lifetime == FilteringLifetime::Session) json["session"] = ToUtf8(TextOf(object.session));
+  if (object.kind != FilteringKind::SubLayer) json["layer"] = LayerText(object.layer);
+  if (object.kind != FilteringKind::Filter) return json;
+  json["subLayer"] = ToUtf8(TextOf(object.subLayer));
+  json["action"] = object.action;
+  json["callout"] = ToUtf8(TextOf(object.callout));
+  json["conditions"] = object.conditions;
+  json["userDescriptor"] = ToUtf8(object.userDescriptor);
+  return json;
+}
+
+Json Decoded(const FilteringState& state) {
+  Json json;
+  for (const char* const key : {"sessions", "callouts", "subLayers", "filters"}) json[key] = Json::array();
+  for (const FilteringSession& session : state.sessions) json["sessions"].push_back(Decoded(session));
+  for (const FilteringObject& object : state.objects) {
+    const char* const key = object.kind == FilteringKind::Callout    ? "callouts"
+                            : object.kind == FilteringKind::SubLayer ? "subLayers"
+                                                                     : "filters";
+    json[key].push_back(Decoded(object));
+  }
+  return json;
+}
+
+}  // namespace
+
+std::string StatusReport(const LabState& state) {
+  Json json;
+  json["minifilterLoaded"] = state.minifilter.has_value();
+  if (state.minifilter) AddMinifilter(json, *state.minifilter);
   json["configurations"] = Json::array();
-  for (const OstrelLabConfiguration& message : configurations)
+  for (const OstrelLabConfiguration& message : state.configurations)
     json["configurations"].push_back(Decoded(message));
+  json["network"] = state.network ? Decoded(*state.network) : Json();
+  if (state.processList) json["network"]["processList"] = Decoded(*state.processList);
+  json["filteringPlatform"] = Decoded(state.filtering);
   return json.dump(INDENT, ' ', false, Json::error_handler_t::replace);
 }
 

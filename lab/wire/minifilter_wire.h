@@ -6,22 +6,12 @@
 #ifndef OSTREL_LAB_WIRE_MINIFILTER_WIRE_H
 #define OSTREL_LAB_WIRE_MINIFILTER_WIRE_H
 
-#include <stddef.h>
-#include <stdint.h>
-
-#ifdef __cplusplus
-#define OSTREL_LAB_HOLDS(condition) static_assert(condition, #condition)
-#else
-#define OSTREL_LAB_HOLDS(condition) _Static_assert(condition, #condition)
-#endif
+#include "configuration_wire.h"
 
 /* ---- Ports ---- */
 
 #define OSTREL_LAB_NOTIFICATION_PORT L"\\6E6F3D7A-21A2-4B5F-ABD3-5DCED10CD793"
 #define OSTREL_LAB_CONTROL_PORT L"\\FB6CBA80-7A14-42C2-8697-0D4F43B3405F"
-
-/* Constant of the connection context and of every configuration message. */
-#define OSTREL_LAB_PROTOCOL_CODE 7u
 
 typedef struct OstrelLabConnectionContext {
   uint32_t processId;
@@ -77,51 +67,6 @@ typedef struct OstrelLabAcknowledgement {
 OSTREL_LAB_HOLDS(sizeof(OstrelLabAcknowledgement) == 16);
 OSTREL_LAB_HOLDS(offsetof(OstrelLabAcknowledgement, messageId) == 8);
 
-/* ---- Control port: configuration message ---- */
-
-#define OSTREL_LAB_PROCESS_ID_SLOTS 512
-#define OSTREL_LAB_PROCESS_NAME_SLOTS 64
-#define OSTREL_LAB_PROCESS_NAME_LENGTH 32
-#define OSTREL_LAB_EXCLUDED_PATH_SLOTS 200
-#define OSTREL_LAB_CLOUD_PATH_SLOTS 10
-#define OSTREL_LAB_PATH_LENGTH 300
-
-#define OSTREL_LAB_KIND_CLOUD_DRIVE 0u
-#define OSTREL_LAB_KIND_ACTIVITY 1u
-
-typedef struct OstrelLabConfiguration {
-  uint32_t code;
-  uint32_t hostProcessId;
-  uint32_t processIds[OSTREL_LAB_PROCESS_ID_SLOTS];
-  uint16_t processNames[OSTREL_LAB_PROCESS_NAME_SLOTS][OSTREL_LAB_PROCESS_NAME_LENGTH];
-  uint16_t excludedPaths[OSTREL_LAB_EXCLUDED_PATH_SLOTS][OSTREL_LAB_PATH_LENGTH];
-  uint16_t cloudPaths[OSTREL_LAB_CLOUD_PATH_SLOTS][OSTREL_LAB_PATH_LENGTH];
-  uint16_t cloudExclusions[OSTREL_LAB_CLOUD_PATH_SLOTS][OSTREL_LAB_PATH_LENGTH];
-  uint32_t processIdCount;
-  uint32_t processNameCount;
-  uint32_t excludedPathCount;
-  uint32_t cloudPathCount;
-  uint32_t cloudExclusionCount;
-  uint8_t driverOption;
-  uint8_t enabled;
-  uint8_t kind;
-  uint8_t padding;
-} OstrelLabConfiguration;
-OSTREL_LAB_HOLDS(sizeof(OstrelLabConfiguration) == 138176);
-OSTREL_LAB_HOLDS(offsetof(OstrelLabConfiguration, processIds) == 8);
-OSTREL_LAB_HOLDS(offsetof(OstrelLabConfiguration, processNames) == 2056);
-OSTREL_LAB_HOLDS(offsetof(OstrelLabConfiguration, excludedPaths) == 6152);
-OSTREL_LAB_HOLDS(offsetof(OstrelLabConfiguration, cloudPaths) == 126152);
-OSTREL_LAB_HOLDS(offsetof(OstrelLabConfiguration, cloudExclusions) == 132152);
-OSTREL_LAB_HOLDS(offsetof(OstrelLabConfiguration, processIdCount) == 138152);
-OSTREL_LAB_HOLDS(offsetof(OstrelLabConfiguration, processNameCount) == 138156);
-OSTREL_LAB_HOLDS(offsetof(OstrelLabConfiguration, excludedPathCount) == 138160);
-OSTREL_LAB_HOLDS(offsetof(OstrelLabConfiguration, cloudPathCount) == 138164);
-OSTREL_LAB_HOLDS(offsetof(OstrelLabConfiguration, cloudExclusionCount) == 138168);
-OSTREL_LAB_HOLDS(offsetof(OstrelLabConfiguration, driverOption) == 138172);
-OSTREL_LAB_HOLDS(offsetof(OstrelLabConfiguration, enabled) == 138173);
-OSTREL_LAB_HOLDS(offsetof(OstrelLabConfiguration, kind) == 138174);
-
 /* ---- Devices of the stand-in driver and their control codes ---- */
 
 #define OSTREL_LAB_PORT_DEVICE L"\\Device\\OstrelFilterPort"
@@ -130,9 +75,6 @@ OSTREL_LAB_HOLDS(offsetof(OstrelLabConfiguration, kind) == 138174);
 #define OSTREL_LAB_PLAYER_DEVICE L"\\Device\\OstrelFilterPlayer"
 #define OSTREL_LAB_PLAYER_LINK L"\\??\\OstrelFilterPlayer"
 #define OSTREL_LAB_PLAYER_PATH L"\\\\.\\OstrelFilterPlayer"
-
-/* Device type 0x22 (unknown), buffered, any access. */
-#define OSTREL_LAB_CONTROL_CODE(function) ((0x22u << 16) | ((uint32_t)(function) << 2))
 
 /* Port device. The first request on a fresh handle is CONNECT; it makes the handle a client of one port. */
 #define OSTREL_LAB_PORT_CONNECT OSTREL_LAB_CONTROL_CODE(0x910) /* in: OstrelLabConnect */
@@ -149,23 +91,12 @@ OSTREL_LAB_HOLDS(offsetof(OstrelLabConfiguration, kind) == 138174);
 #define OSTREL_LAB_PLAYER_CONFIGURATION OSTREL_LAB_CONTROL_CODE(0x922)
 #define OSTREL_LAB_PLAYER_RESET OSTREL_LAB_CONTROL_CODE(0x923)
 
-/* A configuration message travels in parts, in order. Wine passes a request's bytes through a pipe of 64 KiB
- * and ends the whole process when a larger request is interrupted half-way, as a debugger or a paused machine
- * does. */
-#define OSTREL_LAB_PART_CAPACITY 32768u
-
+/* A configuration message travels in parts, in order. */
 typedef struct OstrelLabPart {
   uint32_t totalLength;
   uint32_t offset;
 } OstrelLabPart;
 OSTREL_LAB_HOLDS(sizeof(OstrelLabPart) == 8);
-
-typedef struct OstrelLabConfigurationRequest {
-  uint64_t number; /* counted from 0 since the driver's start or last reset */
-  uint32_t offset;
-  uint32_t reserved;
-} OstrelLabConfigurationRequest;
-OSTREL_LAB_HOLDS(sizeof(OstrelLabConfigurationRequest) == 16);
 
 #define OSTREL_LAB_PORT_NAME_CAPACITY 64
 #define OSTREL_LAB_CONTEXT_CAPACITY 64

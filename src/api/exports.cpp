@@ -3,6 +3,8 @@
 #include <type_traits>
 
 #include "api/library.h"
+#include "sysquery/user_queries.h"
+#include "util/ostrel_filter_lib_util.h"
 
 static_assert(std::is_same_v<LogCallback, ostrel::LogSink>);
 static_assert(std::is_same_v<ActivityEventCallback, ostrel::ActivityCallback>);
@@ -111,6 +113,24 @@ void DisableTabTitles() {
     Library::Instance().DisableTabTitles();
     return true;
   });
+}
+
+void GetCurrentUserName(wchar_t** result, wchar_t** error) {
+  Guarded([&] {
+    ostrel::GetCurrentUserNameAndDomain(result, error);
+    return true;
+  });
+}
+
+void GetAllUserDirectories(wchar_t** result, wchar_t** error) {
+  Guarded([&] {
+    ostrel::GetAllUserDirectories(result, error);
+    return true;
+  });
+}
+
+void GetAutoProxyConfigUrlForUser(wchar_t** result, wchar_t** error) {
+  OstrelFilterLibUtil::GetAutoProxyConfigUrlForUser(result, error);
 }
 
 void DeallocStringPointer(wchar_t** string) {

@@ -18,21 +18,21 @@
  *     it passed. A count of 0 or less, or a null array, is an empty list.
  *  5. What a callback receives belongs to the library and is valid only during the call. The host copies what
  *     it keeps. No text that a callback receives is null; what is unknown is empty.
- *  6. Threads. Any thread may call any function. All of them but EnableTabTitles, DisableTabTitles and
- *     DeallocStringPointer run one at a time, under one recursive lock. The log callback runs on whatever
- *     thread has something to say, on several at once. The event callbacks run on the library's disk event
- *     thread, one at a time, under the report lock: a callback that takes long delays every later report.
- *  7. From an event callback a host may call EnableTabTitles, DisableTabTitles and DeallocStringPointer. Any
- *     other function may have to wait there for UnloadDriver, which waits for the very thread that the
- *     callback runs on and gives up on it after 3 seconds. From the log callback call nothing: it may run
- *     while locks are held.
+ *  6. Threads. Any thread may call any function. All of them but EnableTabTitles, DisableTabTitles, the
+ *     getters of strings and DeallocStringPointer run one at a time, under one recursive lock. The log
+ *     callback runs on whatever thread has something to say, on several at once. The event callbacks run on
+ *     the library's disk event thread, one at a time, under the report lock: a callback that takes long
+ *     delays every later report.
+ *  7. From an event callback a host may call those that take no lock. Any other function may have to wait
+ *     there for UnloadDriver, which waits for the very thread that the callback runs on and gives up on it
+ *     after 3 seconds. From the log callback call nothing: it may run while locks are held.
  *  8. No exception leaves the library. A callback should let none out either; one that does loses that report
  *     or line.
  *  9. Failures are told by a false result where there is one and by log lines of level 3: one names the
  *     system call that failed and ends with its code, one after it may name the step. A call that has nothing
  *     to do says so at level 6. So pass a log callback before anything can fail.
- * 10. The library cannot be unloaded from a process safely once LoadDriver was called: its threads are not
- *     waited for beyond what UnloadDriver says. Do not call FreeLibrary.
+ * 10. The library cannot be unloaded from a process safely once LoadDriver or EnableRemoteAddressInfo was
+ *     called: its threads are not waited for beyond what UnloadDriver says. Do not call FreeLibrary.
  * 11. The minifilter can go while the library runs: someone unloads it, or another host loads its own. Only
  *     the log tells, by one of two lines, of level 6 and 3:
  *         OstrelFilterDriver: Driver unloaded.
@@ -65,8 +65,11 @@ extern "C" {
  * text   "OstrelFilterDriver: " and the message, at most 1023 characters.
  * level  3 something failed, 6 a state changed or something was detected, 7 detail.
  *
- * Runs on the host's own threads during calls, on the notification thread and on the disk event thread, at
- * the same time.
+ * Runs on the host's own threads during calls, on the notification thread, on the disk event thread and on
+ * the packet reader's thread, at the same time, and now and then while a lock of the library is held. It must
+ * return soon and wait for no other thread: one that waits for a thread inside a function of the library
+ * stops both for good, and while it blocks, UnloadDriver and DisableRemoteAddressInfo may take longer than
+ * they say.
  */
 typedef void (*LogCallback)(const wchar_t* text, uint32_t level);
 
@@ -138,13 +141,15 @@ OSTREL_FUNCTION uint8_t LoadDriver(LogCallback logCallback, uint32_t logLevel);
 
 /*
  * Unloads the minifilter, closes its port and stops the disk event thread, for which it waits at most 3
- * seconds. Callbacks and detected events that are still cached stay: a later LoadDriver goes on with them.
+ * seconds; while remote address info is on also the network driver's service and the packet reader, for which
+ * it waits 3 seconds more. Callbacks and detected events that are still cached stay: a later LoadDriver goes
+ * on with them.
  *
  * Returns true when the library is unloaded, also when it was before. False: the minifilter could not be
  * unloaded; its port is closed all the same, unless the privilege to unload drivers was refused, and the disk
- * event thread is stopped.
+ * event thread is stopped. Or the network driver's service could not be stopped, as when it runs no longer.
  *
- * A disk event thread that does not end in time, as while an event callback blocks, ends by itself later; the
+ * A disk event thread that does not end in time, as while a callback blocks, ends by itself later; the
  * result does not tell, only a line of level 3 does. A LoadDriver after that succeeds but starts no new one,
  * and nothing is reported until the library is unloaded and loaded once more.
  */
@@ -163,7 +168,7 @@ OSTREL_FUNCTION uint8_t UnloadDriver(void);
  * excludePaths       Directories to leave out, as a user writes them. They add up over all calls; the
  *                    minifilter gets the first 200, and is meant for paths below 300 characters.
  * driverOption       Handed to the minifilter unchanged.
- * remoteAddressInfo  True calls EnableRemoteAddressInfo with the same processes before the minifilter is told.
+ * remoteAddressInfo  True calls EnableRemoteAddressInfo with the same processes before anything is sent.
  *                    False leaves remote address info as it is.
  * tabTitles          False switches tab title capture off. True leaves it as it is.
  *
@@ -217,9 +222,12 @@ OSTREL_FUNCTION uint8_t DisablePCDDetection(void);
  *
  * processNames  Image names, as for EnableActivityDetection.
  *
- * Every step runs whatever the one before it did; failures are only logged. The filtering session and, of each
- * packet reader, the thread, its stop event and its 63 request events stay open until the process ends. Does
- * nothing when it is on already.
+ * Every step runs whatever the one before it did; failures are only logged. The filtering session and, of
+ * each packet reader, the thread, its stop event and its 63 request events stay open until the process ends.
+ * Does nothing when it is on already.
+ *
+ * The first session of a process that adds the filters keeps them until the process ends: switching on again
+ * adds none, also for another user. Call this after LoadDriver, which stops the service and starts it again.
  *
  * UnloadDriver stops service and reader and leaves remote address info on; the next LoadDriver starts the
  * service again. For streams to be read again, switch it off and on.
@@ -243,6 +251,31 @@ OSTREL_FUNCTION void UpdateProcesses(const wchar_t** processNames, uint32_t proc
 /* Switch the capture of tab titles for files touched later. It starts on. */
 OSTREL_FUNCTION void EnableTabTitles(void);
 OSTREL_FUNCTION void DisableTabTitles(void);
+
+/*
+ * The getters below set one of two strings: *result on success, *error on failure. The other one stays as it
+ * was, so set both to null before. Free each string that was set with DeallocStringPointer. Texts are cut at
+ * 2046 characters. When memory is short, a string is set to null or not at all.
+ */
+
+/*
+ * The user logged on at the console, as DOMAIN\user; an empty text when nobody is. Asks Windows Management
+ * Instrumentation, with COM initialised for the calling thread as multithreaded: a thread in a
+ * single-threaded apartment gets an error.
+ */
+OSTREL_FUNCTION void GetCurrentUserName(wchar_t** result, wchar_t** error);
+
+/*
+ * The directories of all user profiles of the machine, each followed by a semicolon, the last one included;
+ * an empty text when there are none. Asks Windows Management Instrumentation, as GetCurrentUserName does.
+ */
+OSTREL_FUNCTION void GetAllUserDirectories(wchar_t** result, wchar_t** error);
+
+/*
+ * URL of the automatic proxy configuration script in the Internet settings of the user that the calling
+ * thread runs as. Neither string is set when the settings name none.
+ */
+OSTREL_FUNCTION void GetAutoProxyConfigUrlForUser(wchar_t** result, wchar_t** error);
 
 /* Frees a string that the library handed out. A null string is ignored. */
 OSTREL_FUNCTION void DeallocStringPointer(wchar_t** string);

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "log/log.h"
 #include "network/packet_messages.h"
@@ -71,7 +72,7 @@ class PacketReader::Requests {
     const BOOL done = DeviceIoControl(device_, CONTROL_READ_PACKET, nullptr, 0, &block.record,
                                       sizeof(block.record), nullptr, &block.overlapped);
     // A request that was refused never completes, and must not be waited for at the end.
-    isPending_[i] = done || GetLastError() == ERROR_IO_PENDING;
+    isPending_[i] = !done && GetLastError() == ERROR_IO_PENDING;
   }
 
   // Cancels what is pending and frees every block that the driver has let go of.
@@ -102,9 +103,9 @@ class PacketReader::Requests {
   std::array<bool, REQUEST_COUNT> isPending_{};
 };
 
-PacketReader::PacketReader(HANDLE device, HANDLE stop, NetworkEventCache& uploads,
+PacketReader::PacketReader(HANDLE device, HANDLE stop, GivenUpFlag givenUp, NetworkEventCache& uploads,
                            NetworkEventCache& downloads)
-    : device_(device), stop_(stop), uploads_(uploads), downloads_(downloads) {}
+    : device_(device), stop_(stop), givenUp_(std::move(givenUp)), uploads_(uploads), downloads_(downloads) {}
 
 DWORD PacketReader::Run() {
   Log(LOG_DETAIL, L"GetNWPacketInfo thread started");
@@ -120,8 +121,9 @@ DWORD PacketReader::Run() {
     const std::size_t i = signalled - WAIT_OBJECT_0 - 1;
     const PacketRecord& record = requests.Complete(i);
     const UniqueKernelHandle process(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, record.processId));
-    if (process) File(record, process.Get());
-    requests.Issue(i);
+    if (process && !*givenUp_) File(record, process.Get());
+    // Once given up, the device is closed, and its handle's number may be somebody else's.
+    if (!*givenUp_) requests.Issue(i);
   }
   const bool stopped = signalled == WAIT_OBJECT_0;
   if (!stopped) Log(LOG_ERROR, L"Could not wait for NW driver. Code: %lu", GetLastError());
@@ -147,7 +149,7 @@ void PacketReader::File(const PacketRecord& record, HANDLE process) {
 }
 
 PacketReaderThread::PacketReaderThread(NetworkEventCache& uploads, NetworkEventCache& downloads)
-    : uploads_(uploads), downloads_(downloads) {}
+    : uploads_(uploads), downloads_(downloads), givenUp_(std::make_shared<std::atomic<bool>>(false)) {}
 
 bool PacketReaderThread::Start(HANDLE device) {
   // Those of the start before stay open: a reader that did not end in time may still use them.
@@ -161,10 +163,12 @@ bool PacketReaderThread::Start(HANDLE device) {
   return true;
 }
 
-HANDLE PacketReaderThread::StartReader(HANDLE device) const {
-  std::unique_ptr<PacketReader> reader(new (std::nothrow)
-                                           PacketReader(device, stopEvent_, uploads_, downloads_));
-  if (!reader) {
+HANDLE PacketReaderThread::StartReader(HANDLE device) {
+  std::unique_ptr<PacketReader> reader;
+  try {
+    givenUp_ = std::make_shared<std::atomic<bool>>(false);
+    reader = std::make_unique<PacketReader>(device, stopEvent_, givenUp_, uploads_, downloads_);
+  } catch (const std::bad_alloc&) {
     SetLastError(ERROR_NOT_ENOUGH_MEMORY);
     return nullptr;
   }
@@ -186,6 +190,7 @@ HANDLE PacketReaderThread::StartReader(HANDLE device) const {
 void PacketReaderThread::Stop() {
   SetEvent(stopEvent_);
   if (WaitForSingleObject(thread_, STOP_TIMEOUT_MILLISECONDS) == WAIT_TIMEOUT) {
+    *givenUp_ = true;
     Log(LOG_ERROR, L"GetNWPacketInfo thread never ended.");
   } else {
     Log(LOG_DETAIL, L"GetNWPacketInfo thread ended");

@@ -3,16 +3,25 @@
 
 #include <windows.h>
 
+#include <atomic>
+#include <memory>
+
 #include "network/network_event_cache.h"
 
 namespace ostrel {
+
+// Set when nobody waits for a reader any longer. It outlives whoever started the reader and the reader
+// itself.
+using GivenUpFlag = std::shared_ptr<std::atomic<bool>>;
 
 // Keeps 63 read requests pending on the network driver's device and files every packet record into one of two
 // caches.
 class PacketReader {
  public:
-  // `device` is open for overlapped requests; `stop` is signalled to end.
-  PacketReader(HANDLE device, HANDLE stop, NetworkEventCache& uploads, NetworkEventCache& downloads);
+  // `device` is open for overlapped requests; `stop` is signalled to end. Once `givenUp` is set the device
+  // counts as closed: no further record is filed and no request issued.
+  PacketReader(HANDLE device, HANDLE stop, GivenUpFlag givenUp, NetworkEventCache& uploads,
+               NetworkEventCache& downloads);
 
   // Runs on its own thread: the requests it cancels are the calling thread's. Returns the thread's exit code.
   DWORD Run();
@@ -24,6 +33,7 @@ class PacketReader {
 
   HANDLE device_;
   HANDLE stop_;
+  GivenUpFlag givenUp_;
   NetworkEventCache& uploads_;
   NetworkEventCache& downloads_;
 };
@@ -40,17 +50,18 @@ class PacketReaderThread {
 
   bool Start(HANDLE device);
 
-  // Waits at most three seconds.
+  // Waits at most three seconds, then gives the reader up.
   void Stop();
 
  private:
   // Null when it fails, with the last error set.
-  HANDLE StartReader(HANDLE device) const;
+  HANDLE StartReader(HANDLE device);
 
   NetworkEventCache& uploads_;
   NetworkEventCache& downloads_;
   HANDLE stopEvent_ = nullptr;
   HANDLE thread_ = nullptr;
+  GivenUpFlag givenUp_;
 };
 
 }  // namespace ostrel

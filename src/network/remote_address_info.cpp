@@ -1,10 +1,27 @@
 #include "network/remote_address_info.h"
 
+#include <memory>
+#include <new>
+
 #include "log/log.h"
 #include "network/driver_service.h"
 #include "network/filtering_platform.h"
 
 namespace ostrel {
+
+namespace {
+
+// Null when memory is short, which must not keep the steps after it from being taken.
+std::unique_ptr<DetectionMessage> BuildProcessList(const DetectionMessageBuilder& builder,
+                                                   const TextList& processNames, bool activityOn) {
+  try {
+    return builder.Build(DetectionKind::Activity, {processNames.Copy(), 0, activityOn});
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
+}  // namespace
 
 RemoteAddressInfo::RemoteAddressInfo(NetworkEventCache& uploads, NetworkEventCache& downloads)
     : uploads_(uploads), downloads_(downloads), reader_(uploads, downloads) {}
@@ -18,13 +35,17 @@ void RemoteAddressInfo::Enable(const wchar_t* user, const DetectionMessageBuilde
   isOn_ = true;
   Log(LOG_NOTABLE, L"Turning on tracking of remote address info.");
   StartNetworkDriverService();
-  const auto processList = builder.Build(DetectionKind::Activity, {processNames.Copy(), 0, activityOn});
+  const auto processList = BuildProcessList(builder, processNames, activityOn);
   AddCallouts(IPV4_CALLOUTS);
   AddCallouts(IPV6_CALLOUTS);
   MonitorTraffic(user);
   reader_.Start(device_.Get());
   Log(LOG_NOTABLE, L"Connected to NW driver successfully.");
-  device_.SendProcessList(*processList);
+  if (processList) {
+    device_.SendProcessList(*processList);
+  } else {
+    Log(LOG_NOTABLE, L"Failed to send proc names to nw filter: %d", ERROR_NOT_ENOUGH_MEMORY);
+  }
 }
 
 void RemoteAddressInfo::MonitorTraffic(const wchar_t* user) {

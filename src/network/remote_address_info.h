@@ -10,15 +10,16 @@
 namespace ostrel {
 
 // The network driver's side of the library: starts and stops everything that makes detections name their
-// endpoints. Its steps log their failures and go on. Not synchronised: the caller serialises.
+// endpoints. Each step logs what fails; only a filter that is refused shows nowhere but in what the filtering
+// platform then holds. Not synchronised: the caller serialises.
 class RemoteAddressInfo {
  public:
   RemoteAddressInfo(NetworkEventCache& uploads, NetworkEventCache& downloads);
 
   bool IsOn() const { return isOn_; }
 
-  // For the traffic of `user` (an account name) and the named processes. Steps that fail are logged and the
-  // next ones run all the same.
+  // For the traffic of `user` (an account name) and the named processes. A step that fails keeps none of the
+  // next from being taken, except that monitoring is not enabled without session, device and filters.
   void Enable(const wchar_t* user, const DetectionMessageBuilder& builder, const TextList& processNames,
               bool activityOn);
 

@@ -45,6 +45,11 @@ class OSTREL_EXPORT OstrelFilterLibUtil {
   static void GetCurrentProcessIDsToWatch(ostrel::ULong32* processIds, int* count, int capacity,
                                           std::vector<std::wstring> processNames);
 
+  // Sets `*result` to a new string with the URL of the automatic proxy configuration script that the Internet
+  // settings of the calling thread's user name, or `*error` to one saying what failed. Sets neither when they
+  // name none.
+  static void GetAutoProxyConfigUrlForUser(wchar_t** result, wchar_t** error);
+
   // Sets `*out` to a new string of at most 2046 characters, cutting what is longer; null when memory is
   // short. The owner frees it with DeallocStringPointer.
   static void AllocStringPointer(wchar_t** out, const wchar_t* format, ...);

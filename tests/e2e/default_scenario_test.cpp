@@ -1,6 +1,8 @@
 // The demonstration scenario, once more with everything that the table leaves out.
 
 #include <algorithm>
+#include <set>
+#include <string>
 
 #include "e2e/lab_fixture.h"
 
@@ -10,8 +12,13 @@ namespace {
 
 using nlohmann::json;
 
-constexpr wchar_t WATCH_ALL[] =
-    L"--watch chrome.exe,filezilla.exe,pscp.exe --cloud-process clouddrive.exe --log-level 7 --for 300";
+std::wstring WatchAll() {
+  wchar_t user[256] = {};
+  DWORD length = 256;
+  GetUserNameW(user, &length);
+  return std::wstring(L"--watch chrome.exe,filezilla.exe,pscp.exe --cloud-process clouddrive.exe --user \"") +
+         user + L"\" --remote-address-info --log-level 7 --for 300";
+}
 
 class DefaultScenario : public LabFixture {
  protected:
@@ -27,7 +34,7 @@ class DefaultScenario : public LabFixture {
 };
 
 TEST_F(DefaultScenario, EveryExpectedDetectionIsReportedOnceAndNoneBesides) {
-  const auto host = StartHost(WATCH_ALL);
+  const auto host = StartHost(WatchAll());
   ASSERT_EQ(Play(File()), 0U);
   ASSERT_EQ(Check(File()), 0U) << host->Errors();
 
@@ -39,7 +46,10 @@ TEST_F(DefaultScenario, EveryExpectedDetectionIsReportedOnceAndNoneBesides) {
   EXPECT_TRUE(upload["processName"].get<std::string>().ends_with("\\chrome.exe"));
   EXPECT_FALSE(upload["user"].get<std::string>().empty());
   EXPECT_NE(upload["user"], "User not identified");
-  EXPECT_EQ(upload["endpoints"], json::array());
+  EXPECT_EQ(upload["endpoints"].size(), 1U);
+  EXPECT_EQ(upload["endpoints"][0]["address"], "192.0.2.10");
+  EXPECT_EQ(upload["endpoints"][0]["port"], 443);
+  EXPECT_EQ(upload["endpointsAre"], "match");
   EXPECT_EQ(upload["destinationHints"], json::array());
   EXPECT_EQ(upload["isNetworkDrive"], false);
   EXPECT_EQ(upload["metadataFileSize"], 0);
@@ -58,7 +68,7 @@ TEST_F(DefaultScenario, EveryExpectedDetectionIsReportedOnceAndNoneBesides) {
 }
 
 TEST_F(DefaultScenario, EveryMessageIsAcknowledgedExactlyOnce) {
-  const auto host = StartHost(WATCH_ALL);
+  const auto host = StartHost(WatchAll());
   ASSERT_EQ(Play(File()), 0U);
   const json counters = LabStatus();
   EXPECT_GT(counters["submitted"], 0);
@@ -67,6 +77,33 @@ TEST_F(DefaultScenario, EveryMessageIsAcknowledgedExactlyOnce) {
   EXPECT_EQ(counters["badAcknowledgements"], 0);
   EXPECT_EQ(counters["doubleAcknowledgements"], 0);
   EXPECT_EQ(counters["badConfigurationMessages"], 0);
+}
+
+TEST_F(DefaultScenario, TheNetworkDriverAndTheFilteringPlatformHoldWhatTheHostGaveThem) {
+  const auto host = StartHost(WatchAll());
+  ASSERT_EQ(Play(File()), 0U);
+  const json status = LabStatus();
+  const json& network = status["network"];
+  EXPECT_EQ(network["enabled"], true);
+  EXPECT_EQ(network["pendingRequests"], 63);
+  EXPECT_EQ(network["submitted"], 9);
+  EXPECT_EQ(network["completed"], 9);
+  EXPECT_EQ(network["dropped"], 0);
+  EXPECT_EQ(network["processList"]["kind"], "activity");
+  EXPECT_EQ(network["processList"]["processNames"], (json{"chrome.exe", "filezilla.exe", "pscp.exe"}));
+
+  const json& platform = status["filteringPlatform"];
+  ASSERT_EQ(platform["sessions"].size(), 1U);
+  EXPECT_EQ(platform["sessions"][0]["name"], "Monitor Sample Session");
+  EXPECT_EQ(platform["callouts"].size(), 4U);
+  // The IPv6 transaction is refused for the sub-layer's key.
+  ASSERT_EQ(platform["subLayers"].size(), 1U);
+  EXPECT_EQ(platform["subLayers"][0]["key"], "{b3241f1d-7cd2-4e7a-8721-2e97d07702e5}");
+  EXPECT_EQ(platform["subLayers"][0]["session"], platform["sessions"][0]["key"]);
+  std::set<std::string> layers;
+  for (const json& filter : platform["filters"]) layers.insert(filter["layer"].get<std::string>());
+  EXPECT_EQ(layers, (std::set<std::string>{"ALE_FLOW_ESTABLISHED_V4", "STREAM_V4"}));
+  EXPECT_EQ(platform["filters"].size(), 2U);
 }
 
 }  // namespace

@@ -51,8 +51,10 @@ TEST_F(TheLibrarysFile, ExportsItsFunctionsUndecorated) {
   }
   EXPECT_THAT(functions,
               ElementsAre("DeallocStringPointer", "DisableActivityDetection", "DisablePCDDetection",
-                          "DisableTabTitles", "EnableActivityDetection", "EnablePCDDetection",
-                          "EnableTabTitles", "LoadDriver", "UnloadDriver", "UpdateProcesses"));
+                          "DisableRemoteAddressInfo", "DisableTabTitles", "EnableActivityDetection",
+                          "EnablePCDDetection", "EnableRemoteAddressInfo", "EnableTabTitles",
+                          "GetAllUserDirectories", "GetAutoProxyConfigUrlForUser", "GetCurrentUserName",
+                          "LoadDriver", "UnloadDriver", "UpdateProcesses"));
 }
 
 TEST_F(TheLibrarysFile, ImportsOnlyFromWindowsOwnLibraries) {
@@ -62,9 +64,10 @@ TEST_F(TheLibrarysFile, ImportsOnlyFromWindowsOwnLibraries) {
       character = static_cast<char>(std::tolower(static_cast<unsigned char>(character)));
     libraries.push_back(name);
   }
-  EXPECT_THAT(libraries, IsSubsetOf({"advapi32.dll", "fltlib.dll", "kernel32.dll", "msvcrt.dll", "psapi.dll",
-                                     "setupapi.dll", "shlwapi.dll", "ws2_32.dll"}));
-  EXPECT_THAT(libraries, ::testing::Contains("fltlib.dll"));
+  EXPECT_THAT(libraries, IsSubsetOf({"advapi32.dll", "fltlib.dll", "fwpuclnt.dll", "kernel32.dll",
+                                     "msvcrt.dll", "ole32.dll", "oleaut32.dll", "propsys.dll", "psapi.dll",
+                                     "setupapi.dll", "shlwapi.dll", "winhttp.dll", "ws2_32.dll"}));
+  EXPECT_THAT(libraries, ::testing::IsSupersetOf({"fltlib.dll", "fwpuclnt.dll"}));
 }
 
 }  // namespace

@@ -22,6 +22,11 @@ void CheckErrors(const std::vector<std::string>& errors) {
   }
 }
 
+void CheckStream(const Scenario& scenario, const StreamEntry& stream) {
+  Promise(stream.process < scenario.processes.size(), "a stream names a process");
+  Promise(ParseAddress(stream.addressText) == stream.address, "a stream has the address that it names");
+}
+
 void CheckStep(const Scenario& scenario, const Step& step) {
   if (const auto* const event = std::get_if<EventStep>(&step)) {
     Promise(event->process < scenario.processes.size(), "an event names a process");
@@ -33,6 +38,14 @@ void CheckStep(const Scenario& scenario, const Step& step) {
     Promise(wait->milliseconds <= 600000, "a wait is within bounds");
   } else if (const auto* const exit = std::get_if<ExitStep>(&step)) {
     Promise(exit->process < scenario.processes.size(), "an exit names a process");
+  } else if (const auto* const traffic = std::get_if<TrafficStep>(&step)) {
+    CheckStream(scenario, traffic->stream);
+    Promise(traffic->records >= 1 && traffic->records <= 100000, "traffic has records within bounds");
+    Promise(traffic->timeStep >= 0, "traffic does not go back in time");
+  } else if (const auto* const flood = std::get_if<FloodStep>(&step)) {
+    CheckStream(scenario, flood->stream);
+    Promise(flood->count >= 1 && flood->count <= 100000000, "a flood is within bounds");
+    Promise(flood->ports >= 1 && flood->stream.port + flood->ports <= 65536, "a flood's ports are ports");
   } else {
     Promise(&step == &scenario.steps.back(), "an unload is the last step");
   }

@@ -14,7 +14,7 @@ std::wstring MakeDirectory() {
   static int number = 0;
   const auto directory = std::filesystem::temp_directory_path() / L"ostrel-library-copies" /
                          (std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(++number));
-  // Left by a run with this process id that did not end in order.
+  // A program that crashed may have left its own, under an id that is in use again.
   std::filesystem::remove_all(directory);
   std::filesystem::create_directories(directory);
   return directory.wstring();
@@ -47,6 +47,8 @@ LibraryCopy::LibraryCopy() : directory_(MakeDirectory()) {
   DisableActivityDetection = Find<decltype(DisableActivityDetection)>("DisableActivityDetection");
   EnablePCDDetection = Find<decltype(EnablePCDDetection)>("EnablePCDDetection");
   DisablePCDDetection = Find<decltype(DisablePCDDetection)>("DisablePCDDetection");
+  EnableRemoteAddressInfo = Find<decltype(EnableRemoteAddressInfo)>("EnableRemoteAddressInfo");
+  DisableRemoteAddressInfo = Find<decltype(DisableRemoteAddressInfo)>("DisableRemoteAddressInfo");
   UpdateProcesses = Find<decltype(UpdateProcesses)>("UpdateProcesses");
   EnableTabTitles = Find<decltype(EnableTabTitles)>("EnableTabTitles");
   DisableTabTitles = Find<decltype(DisableTabTitles)>("DisableTabTitles");

@@ -43,6 +43,8 @@ class LibraryCopy {
   decltype(&::DisableActivityDetection) DisableActivityDetection;
   decltype(&::EnablePCDDetection) EnablePCDDetection;
   decltype(&::DisablePCDDetection) DisablePCDDetection;
+  decltype(&::EnableRemoteAddressInfo) EnableRemoteAddressInfo;
+  decltype(&::DisableRemoteAddressInfo) DisableRemoteAddressInfo;
   decltype(&::UpdateProcesses) UpdateProcesses;
   decltype(&::EnableTabTitles) EnableTabTitles;
   decltype(&::DisableTabTitles) DisableTabTitles;

@@ -405,6 +405,7 @@ struct ScriptedSystem::Fakes {
   static DWORD WINAPI K32GetProcessImageFileNameW(HANDLE process, wchar_t* name, DWORD capacity) {
     const std::string processName = current->NameOf(process);
     const auto failure = current->Enter("K32GetProcessImageFileNameW", processName + ", " + Number(capacity));
+    if (current->onImageName) current->onImageName();
     if (failure) {
       SetLastError(*failure);
       return 0;
@@ -668,12 +669,15 @@ ScriptedSystem::~ScriptedSystem() {
 }
 
 void ScriptedSystem::EndThreads() {
+  std::vector<HANDLE> events;
   {
     Lock::Holder holder(lock_);
     ending_ = true;
     holder.Changed();
+    // A thread may still be making some.
+    events = events_;
   }
-  for (const HANDLE event : events_) SetEvent(event);
+  for (const HANDLE event : events) SetEvent(event);
   for (const auto& [id, thread] : threads_) {
     if (WaitForSingleObject(thread, static_cast<DWORD>(PATIENCE.count())) != WAIT_OBJECT_0) {
       // A thread that outlives its script would write to whatever comes next.

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -76,6 +77,7 @@ class ScriptedSystem {
   std::map<std::wstring, std::wstring> longPaths;
   std::map<std::wstring, std::wstring> hostNames;    // by address text
   std::map<std::uint32_t, std::wstring> imageNames;  // of the processes that can be opened
+  std::function<void()> onImageName;                 // called by each look-up of one
   std::vector<ScriptedProcess> processes;
   std::wstring account = L"ann";  // empty: the look-up writes nothing
   DWORD serviceState = SERVICE_RUNNING;
@@ -88,6 +90,8 @@ class ScriptedSystem {
   struct Fakes;
 
  private:
+  friend class ScriptedNetwork;
+
   struct Handle {
     std::string name;
     bool isReal = false;

@@ -2,6 +2,7 @@
  * the real one would have seen. */
 #include <ntddk.h>
 
+#include "device.h"
 #include "port.h"
 
 /* Everything this driver owns; the one global, since the entry points receive nothing of ours. */
@@ -9,17 +10,10 @@ static struct {
   Port port;
   PDEVICE_OBJECT portDevice;
   PDEVICE_OBJECT playerDevice;
-  volatile LONG requestsInside;
+  Gate gate;
 } minifilter;
 
 DRIVER_INITIALIZE DriverEntry;
-
-static NTSTATUS Complete(PIRP request, NTSTATUS status, ULONG_PTR information) {
-  request->IoStatus.Status = status;
-  request->IoStatus.Information = NT_SUCCESS(status) ? information : 0;
-  IoCompleteRequest(request, IO_NO_INCREMENT);
-  return status;
-}
 
 static NTSTATUS ControlPort(Port* port, PIRP request, PIO_STACK_LOCATION stack) {
   const void* input = request->AssociatedIrp.SystemBuffer;
@@ -28,30 +22,30 @@ static NTSTATUS ControlPort(Port* port, PIRP request, PIO_STACK_LOCATION stack) 
   NTSTATUS status;
   switch (stack->Parameters.DeviceIoControl.IoControlCode) {
     case OSTREL_LAB_PORT_CONNECT:
-      return Complete(request, PortConnect(port, stack->FileObject, input, inputLength), 0);
+      return CompleteRequest(request, PortConnect(port, stack->FileObject, input, inputLength), 0);
     case OSTREL_LAB_PORT_GET_MESSAGE:
       status = PortGetMessage(port, stack->FileObject, request, outputLength);
-      return status == STATUS_PENDING ? status : Complete(request, status, 0);
+      return status == STATUS_PENDING ? status : CompleteRequest(request, status, 0);
     case OSTREL_LAB_PORT_REPLY:
-      return Complete(request, PortReply(port, stack->FileObject, input, inputLength), 0);
+      return CompleteRequest(request, PortReply(port, stack->FileObject, input, inputLength), 0);
     case OSTREL_LAB_PORT_SEND:
-      return Complete(request, PortSend(port, stack->FileObject, input, inputLength), 0);
+      return CompleteRequest(request, PortSend(port, stack->FileObject, input, inputLength), 0);
     default:
-      return Complete(request, STATUS_INVALID_DEVICE_REQUEST, 0);
+      return CompleteRequest(request, STATUS_INVALID_DEVICE_REQUEST, 0);
   }
 }
 
 static NTSTATUS ReadStatus(Port* port, PIRP request, ULONG outputLength) {
-  if (outputLength < sizeof(OstrelLabStatus)) return Complete(request, STATUS_BUFFER_TOO_SMALL, 0);
+  if (outputLength < sizeof(OstrelLabStatus)) return CompleteRequest(request, STATUS_BUFFER_TOO_SMALL, 0);
   PortReadStatus(port, request->AssociatedIrp.SystemBuffer);
-  return Complete(request, STATUS_SUCCESS, sizeof(OstrelLabStatus));
+  return CompleteRequest(request, STATUS_SUCCESS, sizeof(OstrelLabStatus));
 }
 
 static NTSTATUS ReadConfiguration(Port* port, PIRP request, ULONG inputLength, ULONG outputLength) {
   void* buffer = request->AssociatedIrp.SystemBuffer;
   if (inputLength != sizeof(OstrelLabConfigurationRequest))
-    return Complete(request, STATUS_INVALID_PARAMETER, 0);
-  return Complete(request, PortReadConfiguration(port, buffer, buffer, outputLength), outputLength);
+    return CompleteRequest(request, STATUS_INVALID_PARAMETER, 0);
+  return CompleteRequest(request, PortReadConfiguration(port, buffer, buffer, outputLength), outputLength);
 }
 
 static NTSTATUS ControlPlayer(Port* port, PIRP request, PIO_STACK_LOCATION stack) {
@@ -59,16 +53,16 @@ static NTSTATUS ControlPlayer(Port* port, PIRP request, PIO_STACK_LOCATION stack
   const ULONG outputLength = stack->Parameters.DeviceIoControl.OutputBufferLength;
   switch (stack->Parameters.DeviceIoControl.IoControlCode) {
     case OSTREL_LAB_PLAYER_SUBMIT:
-      return Complete(request, PortSubmit(port, request->AssociatedIrp.SystemBuffer, inputLength), 0);
+      return CompleteRequest(request, PortSubmit(port, request->AssociatedIrp.SystemBuffer, inputLength), 0);
     case OSTREL_LAB_PLAYER_STATUS:
       return ReadStatus(port, request, outputLength);
     case OSTREL_LAB_PLAYER_CONFIGURATION:
       return ReadConfiguration(port, request, inputLength, outputLength);
     case OSTREL_LAB_PLAYER_RESET:
       PortReset(port);
-      return Complete(request, STATUS_SUCCESS, 0);
+      return CompleteRequest(request, STATUS_SUCCESS, 0);
     default:
-      return Complete(request, STATUS_INVALID_DEVICE_REQUEST, 0);
+      return CompleteRequest(request, STATUS_INVALID_DEVICE_REQUEST, 0);
   }
 }
 
@@ -82,58 +76,24 @@ static NTSTATUS Handle(PDEVICE_OBJECT device, PIRP request) {
     case IRP_MJ_CLEANUP:
     case IRP_MJ_CLOSE:
       if (!isPlayer) PortDisconnect(&minifilter.port, stack->FileObject);
-      return Complete(request, STATUS_SUCCESS, 0);
+      return CompleteRequest(request, STATUS_SUCCESS, 0);
     default: /* IRP_MJ_CREATE */
-      return Complete(request, STATUS_SUCCESS, 0);
+      return CompleteRequest(request, STATUS_SUCCESS, 0);
   }
 }
 
 static NTSTATUS NTAPI Dispatch(PDEVICE_OBJECT device, PIRP request) {
   NTSTATUS status;
-  InterlockedIncrement(&minifilter.requestsInside);
+  GateEnter(&minifilter.gate);
   status = Handle(device, request);
-  InterlockedDecrement(&minifilter.requestsInside);
+  GateLeave(&minifilter.gate);
   return status;
-}
-
-/* Wine's driver host unloads a driver although handles are open and a request may be inside it; the real I/O
- * manager does not. */
-static void WaitUntilNoRequestIsInside(void) {
-  LARGE_INTEGER millisecond;
-  millisecond.QuadPart = -10000;
-  while (InterlockedCompareExchange(&minifilter.requestsInside, 0, 0) != 0) {
-    KeDelayExecutionThread(KernelMode, FALSE, &millisecond);
-  }
-}
-
-static NTSTATUS CreateLinkedDevice(PDRIVER_OBJECT driver, const WCHAR* deviceName, const WCHAR* linkName,
-                                   PDEVICE_OBJECT* device) {
-  UNICODE_STRING name;
-  UNICODE_STRING link;
-  NTSTATUS status;
-  RtlInitUnicodeString(&name, deviceName);
-  RtlInitUnicodeString(&link, linkName);
-  status = IoCreateDevice(driver, sizeof(Port*), &name, FILE_DEVICE_UNKNOWN, 0, FALSE, device);
-  if (!NT_SUCCESS(status)) return status;
-  *(Port**)(*device)->DeviceExtension = &minifilter.port;
-  (*device)->Flags |= DO_BUFFERED_IO;
-  (*device)->Flags &= ~(ULONG)DO_DEVICE_INITIALIZING;
-  status = IoCreateSymbolicLink(&link, &name);
-  if (!NT_SUCCESS(status)) IoDeleteDevice(*device);
-  return status;
-}
-
-static void DeleteLinkedDevice(PDEVICE_OBJECT device, const WCHAR* linkName) {
-  UNICODE_STRING link;
-  RtlInitUnicodeString(&link, linkName);
-  IoDeleteSymbolicLink(&link);
-  IoDeleteDevice(device);
 }
 
 static void NTAPI Unload(PDRIVER_OBJECT driver) {
   (void)driver;
   PortShutDown(&minifilter.port);
-  WaitUntilNoRequestIsInside();
+  GateWaitUntilQuiet(&minifilter.gate);
   DeleteLinkedDevice(minifilter.playerDevice, OSTREL_LAB_PLAYER_LINK);
   DeleteLinkedDevice(minifilter.portDevice, OSTREL_LAB_PORT_LINK);
 }
@@ -147,10 +107,11 @@ NTSTATUS NTAPI DriverEntry(PDRIVER_OBJECT driver, PUNICODE_STRING registryPath) 
   driver->MajorFunction[IRP_MJ_CLOSE] = Dispatch;
   driver->MajorFunction[IRP_MJ_DEVICE_CONTROL] = Dispatch;
   driver->DriverUnload = Unload;
-  status = CreateLinkedDevice(driver, OSTREL_LAB_PORT_DEVICE, OSTREL_LAB_PORT_LINK, &minifilter.portDevice);
+  status = CreateLinkedDevice(driver, OSTREL_LAB_PORT_DEVICE, OSTREL_LAB_PORT_LINK, FILE_DEVICE_UNKNOWN,
+                              &minifilter.portDevice);
   if (!NT_SUCCESS(status)) return status;
-  status =
-      CreateLinkedDevice(driver, OSTREL_LAB_PLAYER_DEVICE, OSTREL_LAB_PLAYER_LINK, &minifilter.playerDevice);
+  status = CreateLinkedDevice(driver, OSTREL_LAB_PLAYER_DEVICE, OSTREL_LAB_PLAYER_LINK, FILE_DEVICE_UNKNOWN,
+                              &minifilter.playerDevice);
   if (!NT_SUCCESS(status)) DeleteLinkedDevice(minifilter.portDevice, OSTREL_LAB_PORT_LINK);
   return status;
 }

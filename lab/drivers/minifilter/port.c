@@ -1,5 +1,7 @@
 #include "port.h"
 
+#include "device.h"
+
 #define POOL_TAG 0x4C74734Fu /* "OstL" */
 #define UNLOAD_WAIT_SECONDS 5
 
@@ -17,7 +19,7 @@ void PortInitialize(Port* port) {
   KeInitializeSpinLock(&port->lock);
   InitializeListHead(&port->queued);
   InitializeListHead(&port->outstanding);
-  InitializeListHead(&port->waiting);
+  RequestQueueInitialize(&port->waiting, &port->lock);
   KeInitializeEvent(&port->drained, NotificationEvent, TRUE);
   port->nextMessageId = 1;
 }
@@ -48,19 +50,6 @@ static void AbandonMessages(Port* port) {
   port->status.queued = 0;
   port->status.outstanding = 0;
   UpdateDrained(port);
-}
-
-/* Takes a waiting request that nobody is cancelling. One whose cancel routine has been claimed is left
- * self-linked, so that the cancel routine's own removal does no harm. */
-static PIRP TakeWaitingRequest(Port* port) {
-  while (!IsListEmpty(&port->waiting)) {
-    PLIST_ENTRY entry = RemoveHeadList(&port->waiting);
-    PIRP request = CONTAINING_RECORD(entry, IRP, Tail.Overlay.ListEntry);
-    --port->status.waitingRequests;
-    if (IoSetCancelRoutine(request, NULL) != NULL) return request;
-    InitializeListHead(entry);
-  }
-  return NULL;
 }
 
 static void Deliver(Port* port, PIRP request) {
@@ -99,19 +88,13 @@ static BOOLEAN IsQueued(const Port* port, uint64_t messageId) {
 
 /* ---- Above: helpers that need the lock held ---- */
 
-static void CompleteRequest(PIRP request, NTSTATUS status, ULONG_PTR information) {
-  request->IoStatus.Status = status;
-  request->IoStatus.Information = information;
-  IoCompleteRequest(request, IO_NO_INCREMENT);
-}
-
 /* Brings queued messages and waiting requests together. */
 static void DeliverAll(Port* port) {
   for (;;) {
     KIRQL irql;
     PIRP request = NULL;
     KeAcquireSpinLock(&port->lock, &irql);
-    if (!IsListEmpty(&port->queued)) request = TakeWaitingRequest(port);
+    if (!IsListEmpty(&port->queued)) request = RequestQueueTake(&port->waiting);
     if (request != NULL) Deliver(port, request);
     KeReleaseSpinLock(&port->lock, irql);
     if (request == NULL) return;
@@ -124,7 +107,7 @@ static void EndWaitingRequests(Port* port) {
     KIRQL irql;
     PIRP request;
     KeAcquireSpinLock(&port->lock, &irql);
-    request = TakeWaitingRequest(port);
+    request = RequestQueueTake(&port->waiting);
     KeReleaseSpinLock(&port->lock, irql);
     if (request == NULL) return;
     CompleteRequest(request, STATUS_PORT_DISCONNECTED, 0);
@@ -182,34 +165,13 @@ NTSTATUS PortConnect(Port* port, PFILE_OBJECT file, const void* input, ULONG len
   return STATUS_SUCCESS;
 }
 
-static void NTAPI CancelWaitingRequest(PDEVICE_OBJECT device, PIRP request) {
-  Port* port = *(Port**)device->DeviceExtension;
-  KIRQL irql;
-  IoReleaseCancelSpinLock(request->CancelIrql);
-  KeAcquireSpinLock(&port->lock, &irql);
-  if (!IsListEmpty(&request->Tail.Overlay.ListEntry)) --port->status.waitingRequests;
-  RemoveEntryList(&request->Tail.Overlay.ListEntry);
-  KeReleaseSpinLock(&port->lock, irql);
-  CompleteRequest(request, STATUS_CANCELLED, 0);
-}
-
-/* With the lock held. Fails when the request was cancelled before its cancel routine stood. */
-static NTSTATUS Park(Port* port, PIRP request) {
-  (void)IoSetCancelRoutine(request, CancelWaitingRequest);
-  if (request->Cancel && IoSetCancelRoutine(request, NULL) != NULL) return STATUS_CANCELLED;
-  IoMarkIrpPending(request);
-  InsertTailList(&port->waiting, &request->Tail.Overlay.ListEntry);
-  ++port->status.waitingRequests;
-  return STATUS_PENDING;
-}
-
 NTSTATUS PortGetMessage(Port* port, PFILE_OBJECT file, PIRP request, ULONG outputLength) {
   KIRQL irql;
   NTSTATUS status;
   if (!IsClient(file, CLIENT_OF_NOTIFICATION_PORT)) return STATUS_INVALID_DEVICE_REQUEST;
   if (outputLength < sizeof(OstrelLabEventMessage)) return STATUS_BUFFER_TOO_SMALL;
   KeAcquireSpinLock(&port->lock, &irql);
-  status = port->client == file ? Park(port, request) : STATUS_PORT_DISCONNECTED;
+  status = port->client == file ? RequestQueuePark(&port->waiting, request) : STATUS_PORT_DISCONNECTED;
   KeReleaseSpinLock(&port->lock, irql);
   if (status == STATUS_PENDING) DeliverAll(port);
   return status;
@@ -386,6 +348,7 @@ void PortReadStatus(Port* port, OstrelLabStatus* status) {
   KIRQL irql;
   KeAcquireSpinLock(&port->lock, &irql);
   *status = port->status;
+  status->waitingRequests = port->waiting.count;
   KeReleaseSpinLock(&port->lock, irql);
 }
 
@@ -426,7 +389,6 @@ void PortReset(Port* port) {
   FreeConfigurations(port);
   fresh.clientConnected = port->status.clientConnected;
   fresh.client = port->status.client;
-  fresh.waitingRequests = port->status.waitingRequests;
   port->status = fresh;
   KeReleaseSpinLock(&port->lock, irql);
 }

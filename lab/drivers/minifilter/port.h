@@ -8,12 +8,13 @@
 #include <ntddk.h>
 
 #include "minifilter_wire.h"
+#include "request_queue.h"
 
 typedef struct Port {
   KSPIN_LOCK lock;
   LIST_ENTRY queued;      /* QueuedMessage, oldest first */
   LIST_ENTRY outstanding; /* QueuedMessage */
-  LIST_ENTRY waiting;     /* IRP.Tail.Overlay.ListEntry, oldest first */
+  RequestQueue waiting;   /* get-message requests */
   PFILE_OBJECT client;    /* the notification port's only client, or NULL */
   BOOLEAN unloading;
   KEVENT drained; /* set while nothing is queued or outstanding */

@@ -23,12 +23,52 @@ std::optional<DetectionKind> KindOf(std::string_view word) {
   return std::nullopt;
 }
 
+constexpr const char* MEANING_WORDS[] = {"none", "match", "fallback"};
+
+std::optional<EndpointsMeaning> MeaningOf(std::string_view word) {
+  for (std::size_t i = 0; i < std::size(MEANING_WORDS); ++i) {
+    if (word == MEANING_WORDS[i]) return static_cast<EndpointsMeaning>(i);
+  }
+  return std::nullopt;
+}
+
+// A line of the host's output is parsed by itself, as a document of one line.
+void SetLine(JsonValue& value, std::size_t line) {
+  value.line = line;
+  for (JsonValue& element : value.elements) SetLine(element, line);
+}
+
+std::vector<ReportedEndpoint> ReadEndpoints(const JsonValue& list, const std::string& place,
+                                            ErrorList& errors) {
+  std::vector<ReportedEndpoint> endpoints;
+  for (std::size_t i = 0; i < list.elements.size(); ++i) {
+    ObjectReader reader(list.elements[i], place + "/" + std::to_string(i), errors);
+    reader.Required("port");
+    const auto address = reader.RequiredText("address");
+    const auto port = reader.Integer("port", 0, UINT32_MAX);
+    const auto hostName = reader.RequiredText("hostName");
+    endpoints.push_back({address.value_or(""), port.value_or(0), hostName.value_or("")});
+  }
+  return endpoints;
+}
+
+// Absent from cloud-drive detections.
+void ReadEndpointMembers(ObjectReader& reader, ErrorList& errors, Detection& detection) {
+  if (const JsonValue* const list = reader.OptionalOf("endpoints", JsonKind::Array)) {
+    detection.endpoints = ReadEndpoints(*list, reader.PlaceOf("endpoints"), errors);
+  }
+  const auto word = reader.Text("endpointsAre");
+  if (!word) return;
+  detection.endpointsMeaning = MeaningOf(*word);
+  if (!detection.endpointsMeaning)
+    reader.Complain("endpointsAre", "must be match, fallback or none, is \"" + *word + "\"");
+}
+
 // The host may report more than is read here, so unknown keys are fine.
 void ReadDetection(const JsonValue& value, std::size_t line, ErrorList& errors,
                    std::vector<Detection>& detections) {
   JsonValue atLine = value;
-  atLine.line = line;
-  for (JsonValue& element : atLine.elements) element.line = line;
+  SetLine(atLine, line);
   ObjectReader reader(atLine, "", errors);
   const auto word = reader.RequiredText("detection");
   const auto fileName = reader.RequiredText("fileName");
@@ -42,7 +82,9 @@ void ReadDetection(const JsonValue& value, std::size_t line, ErrorList& errors,
     reader.Complain("detection", "must be upload, download or cloud-drive, is \"" + *word + "\"");
     return;
   }
-  detections.push_back({*kind, *fileName, *processName, *type, isNetworkDrive});
+  Detection detection{*kind, *fileName, *processName, *type, isNetworkDrive};
+  ReadEndpointMembers(reader, errors, detection);
+  detections.push_back(std::move(detection));
 }
 
 DetectionsResult ReadDetectionsOrThrow(std::string_view fileName, std::string_view text) {
@@ -80,15 +122,61 @@ std::string ReportedName(std::string_view workDirectory, const FileEntry& file) 
   return file.path.empty() ? file.reportedName : FilePath(workDirectory, file);
 }
 
+bool Matches(const ExpectedEndpoint& expected, const ReportedEndpoint& reported) {
+  return reported.port == expected.port && ParseAddress(reported.address) == expected.address &&
+         (!expected.hostName || reported.hostName == *expected.hostName);
+}
+
+bool EndpointsMatch(const Expectation& expectation, const Detection& detection) {
+  if (expectation.endpointsMeaning && detection.endpointsMeaning != expectation.endpointsMeaning)
+    return false;
+  if (!expectation.endpoints) return true;
+  return detection.endpoints &&
+         std::equal(expectation.endpoints->begin(), expectation.endpoints->end(),
+                    detection.endpoints->begin(), detection.endpoints->end(),
+                    [](const ExpectedEndpoint& expected, const ReportedEndpoint& reported) {
+                      return Matches(expected, reported);
+                    });
+}
+
 bool Matches(const Scenario& scenario, std::string_view workDirectory, const Expectation& expectation,
              const Detection& detection) {
   if (detection.kind != expectation.kind || detection.fileEventType != expectation.fileEventType)
     return false;
   if (expectation.isNetworkDrive && detection.isNetworkDrive != expectation.isNetworkDrive) return false;
   if (detection.fileName != ReportedName(workDirectory, scenario.files[expectation.file])) return false;
+  if (!EndpointsMatch(expectation, detection)) return false;
   return std::any_of(expectation.processes.begin(), expectation.processes.end(), [&](std::size_t process) {
     return EndsWithIgnoringCase(detection.processName, ImagePathTail(scenario.processes[process]));
   });
+}
+
+std::string Described(const std::string& address, std::int64_t port, const std::string& hostName) {
+  const bool isIpv6 = address.find(':') != std::string::npos;
+  const std::string text = isIpv6 ? "[" + address + "]" : address;
+  return text + ":" + std::to_string(port) + (hostName.empty() ? "" : " (" + hostName + ")");
+}
+
+std::string Described(const ExpectedEndpoint& endpoint) {
+  return Described(endpoint.addressText, endpoint.port, endpoint.hostName.value_or(""));
+}
+
+std::string Described(const ReportedEndpoint& endpoint) {
+  return Described(endpoint.address, endpoint.port, endpoint.hostName);
+}
+
+// Nothing where nothing is said about endpoints.
+template <typename Endpoint>
+std::string DescribedEndpoints(const std::optional<std::vector<Endpoint>>& endpoints,
+                               std::optional<EndpointsMeaning> meaning) {
+  std::string text;
+  if (endpoints) {
+    for (const Endpoint& endpoint : *endpoints) text += (text.empty() ? ", " : " or ") + Described(endpoint);
+    if (endpoints->empty()) text = ", no endpoint";
+  }
+  if (meaning && *meaning != EndpointsMeaning::None)
+    text += std::string(", ") + MEANING_WORDS[static_cast<std::size_t>(*meaning)];
+  return text;
 }
 
 std::string Described(DetectionKind kind, std::int64_t type, const std::string& file,
@@ -107,7 +195,8 @@ std::string Described(const Scenario& scenario, const Expectation& expectation) 
   }
   const FileEntry& file = scenario.files[expectation.file];
   return Described(expectation.kind, expectation.fileEventType,
-                   file.path.empty() ? file.reportedName : file.path, processes, expectation.isNetworkDrive);
+                   file.path.empty() ? file.reportedName : file.path, processes, expectation.isNetworkDrive) +
+         DescribedEndpoints(expectation.endpoints, expectation.endpointsMeaning);
 }
 
 // Names below the work directory are shown as the scenario writes them.
@@ -121,7 +210,10 @@ std::string Described(std::string_view workDirectory, const Detection& detection
   // Most detections are of local files, which is not worth the room.
   const std::optional<bool> shown =
       detection.isNetworkDrive.value_or(false) ? detection.isNetworkDrive : std::nullopt;
-  return Described(detection.kind, detection.fileEventType, file, process, shown);
+  const std::string endpoints = detection.endpoints.value_or(std::vector<ReportedEndpoint>()).empty()
+                                    ? std::string()
+                                    : DescribedEndpoints(detection.endpoints, detection.endpointsMeaning);
+  return Described(detection.kind, detection.fileEventType, file, process, shown) + endpoints;
 }
 
 }  // namespace

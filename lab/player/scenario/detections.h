@@ -11,6 +11,12 @@
 
 namespace ostrel::lab {
 
+struct ReportedEndpoint {
+  std::string address;
+  std::int64_t port = 0;
+  std::string hostName;
+};
+
 // One line of the host's output, as far as a scenario can say anything about it.
 struct Detection {
   DetectionKind kind = DetectionKind::Upload;
@@ -18,6 +24,8 @@ struct Detection {
   std::string processName;
   std::int64_t fileEventType = 0;
   std::optional<bool> isNetworkDrive;
+  std::optional<std::vector<ReportedEndpoint>> endpoints = std::nullopt;
+  std::optional<EndpointsMeaning> endpointsMeaning = std::nullopt;
 };
 
 struct DetectionsResult {

@@ -8,6 +8,8 @@
 #include <variant>
 #include <vector>
 
+#include "network_address.h"
+
 // What a scenario file says. All text is UTF-8. Processes and files are named by their index.
 namespace ostrel::lab {
 
@@ -64,9 +66,49 @@ struct ExitStep {
 
 struct UnloadStep {};
 
-using Step = std::variant<EventStep, WaitStep, ExitStep, UnloadStep>;
+// One stream of a process: a remote endpoint and a direction.
+struct StreamEntry {
+  std::size_t process = 0;
+  bool isUpload = true;
+  std::string addressText;
+  NetworkAddress address;
+  std::uint16_t port = 0;
+};
+
+// Packet records of one stream, among which its bytes are divided.
+struct TrafficStep {
+  StreamEntry stream;
+  std::uint64_t bytes = 0;
+  std::uint32_t records = 1;
+  std::int64_t timeOffset = 0;  // of the first record, in milliseconds relative to the player's "now"
+  std::int64_t timeStep = 0;    // from one record to the next
+};
+
+// Records that the driver makes by itself, as fast as they are taken. Each has `bytesStep` bytes more than
+// the one before; the port goes round `ports` values.
+struct FloodStep {
+  std::uint64_t count = 0;
+  StreamEntry stream;
+  std::uint64_t bytes = 0;
+  std::uint64_t bytesStep = 0;
+  std::uint32_t ports = 1;
+  std::int64_t timeOffset = 0;
+  std::int64_t timeStep = 0;
+};
+
+using Step = std::variant<EventStep, WaitStep, ExitStep, UnloadStep, TrafficStep, FloodStep>;
 
 enum class DetectionKind { Upload, Download, CloudDrive };
+
+// What the endpoints of a detection are: the one stream that fits the file's size, or all that might.
+enum class EndpointsMeaning { None, Match, Fallback };
+
+struct ExpectedEndpoint {
+  std::string addressText;
+  NetworkAddress address;
+  std::uint16_t port = 0;
+  std::optional<std::string> hostName;  // not compared when absent
+};
 
 struct Expectation {
   DetectionKind kind = DetectionKind::Upload;
@@ -74,6 +116,9 @@ struct Expectation {
   std::vector<std::size_t> processes;  // any one of them
   std::int32_t fileEventType = EVENT_READ;
   std::optional<bool> isNetworkDrive;
+  std::optional<std::vector<ExpectedEndpoint>> endpoints =
+      std::nullopt;                                                 // in this order; not compared when absent
+  std::optional<EndpointsMeaning> endpointsMeaning = std::nullopt;  // not compared when absent
 };
 
 struct Scenario {

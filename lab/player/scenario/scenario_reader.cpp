@@ -18,6 +18,10 @@ constexpr std::int64_t MOST_FILE_SIZE = std::int64_t{1} << 30;
 constexpr std::int64_t MOST_WAIT = 600000;
 constexpr std::int64_t MOST_REPEATS = 1000000;
 constexpr std::int64_t MOST_TIME_OFFSET = 86400000;
+constexpr std::int64_t MOST_RECORDS = 100000;
+constexpr std::int64_t MOST_FLOOD = 100000000;
+constexpr std::int64_t MOST_STREAM_BYTES = std::int64_t{1} << 50;
+constexpr std::int64_t MOST_PORTS = 65536;
 constexpr std::size_t LONGEST_IMAGE = 200;
 constexpr std::size_t LONGEST_PATH = 200;
 constexpr std::size_t LONGEST_DEVICE_NAME = 2048;
@@ -36,6 +40,11 @@ constexpr Word SOURCE_WORDS[] = {{"local", SOURCE_LOCAL}, {"network", SOURCE_NET
 constexpr Word DETECTION_WORDS[] = {{"upload", static_cast<std::int64_t>(DetectionKind::Upload)},
                                     {"download", static_cast<std::int64_t>(DetectionKind::Download)},
                                     {"cloud-drive", static_cast<std::int64_t>(DetectionKind::CloudDrive)}};
+
+constexpr Word DIRECTION_WORDS[] = {{"upload", 1}, {"download", 0}};
+constexpr Word MEANING_WORDS[] = {{"match", static_cast<std::int64_t>(EndpointsMeaning::Match)},
+                                  {"fallback", static_cast<std::int64_t>(EndpointsMeaning::Fallback)},
+                                  {"none", static_cast<std::int64_t>(EndpointsMeaning::None)}};
 
 template <typename Entries, typename NameOfEntry>
 std::string Listed(const Entries& entries, const NameOfEntry& nameOf) {
@@ -178,13 +187,15 @@ class ScenarioReader {
     ObjectReader step(value, place, errors_);
     if (value.kind != JsonKind::Object) return;
     if (unloaded_) errors_.Add(value.line, place, "no step can follow \"unload\"");
-    const std::size_t kinds =
-        std::size_t{step.Has("event")} + step.Has("wait") + step.Has("exit") + step.Has("unload");
+    const std::size_t kinds = std::size_t{step.Has("event")} + step.Has("wait") + step.Has("exit") +
+                              step.Has("unload") + step.Has("traffic") + step.Has("flood");
     if (kinds != 1) {
-      errors_.Add(value.line, place, "a step has exactly one of event, exit, unload, wait");
+      errors_.Add(value.line, place, "a step has exactly one of event, exit, flood, traffic, unload, wait");
       return;
     }
     if (step.Has("event")) ReadEvent(step);
+    if (step.Has("traffic")) ReadTraffic(step);
+    if (step.Has("flood")) ReadFlood(step);
     if (step.Has("wait")) {
       scenario_.steps.emplace_back(
           WaitStep{static_cast<std::uint32_t>(step.Integer("wait", 0, MOST_WAIT).value_or(0))});
@@ -225,6 +236,63 @@ class ScenarioReader {
     scenario_.steps.emplace_back(std::move(event));
   }
 
+  void ReadTraffic(ObjectReader& step) {
+    TrafficStep traffic;
+    traffic.stream = ReadStream(step, "traffic");
+    step.Required("bytes");
+    traffic.bytes = ReadUnsigned(step, "bytes", 0, MOST_STREAM_BYTES, 0);
+    traffic.records = static_cast<std::uint32_t>(ReadUnsigned(step, "records", 1, MOST_RECORDS, 1));
+    traffic.timeOffset = step.Integer("time", -MOST_TIME_OFFSET, MOST_TIME_OFFSET).value_or(0);
+    traffic.timeStep = step.Integer("timeStep", 0, MOST_TIME_OFFSET).value_or(0);
+    scenario_.steps.emplace_back(std::move(traffic));
+  }
+
+  void ReadFlood(ObjectReader& step) {
+    FloodStep flood;
+    flood.count = ReadUnsigned(step, "flood", 1, MOST_FLOOD, 1);
+    step.Required("direction");
+    flood.stream = ReadStream(step, "direction");
+    flood.bytes = ReadUnsigned(step, "bytes", 0, MOST_STREAM_BYTES, 1);
+    flood.bytesStep = ReadUnsigned(step, "bytesStep", 0, MOST_STREAM_BYTES, 0);
+    flood.ports =
+        static_cast<std::uint32_t>(ReadUnsigned(step, "ports", 1, MOST_PORTS - flood.stream.port, 1));
+    flood.timeOffset = step.Integer("time", -MOST_TIME_OFFSET, MOST_TIME_OFFSET).value_or(0);
+    flood.timeStep = step.Integer("timeStep", 0, MOST_TIME_OFFSET).value_or(0);
+    scenario_.steps.emplace_back(std::move(flood));
+  }
+
+  StreamEntry ReadStream(ObjectReader& step, const char* directionKey) {
+    StreamEntry stream;
+    if (step.Optional(directionKey) != nullptr) {
+      stream.isUpload = ReadWord(step, directionKey, DIRECTION_WORDS, 0, -1) != 0;
+    }
+    stream.process = ReadProcess(step, "process");
+    stream.address = ReadAddress(step, stream.addressText);
+    stream.port = ReadPort(step);
+    return stream;
+  }
+
+  static NetworkAddress ReadAddress(ObjectReader& reader, std::string& text) {
+    const auto member = reader.RequiredText("address");
+    if (!member) return {};
+    text = *member;
+    const auto address = ParseAddress(text);
+    if (!address) {
+      reader.Complain("address", "must be an address such as 192.0.2.1 or 2001:db8::1, is \"" + text + "\"");
+    }
+    return address.value_or(NetworkAddress{});
+  }
+
+  static std::uint16_t ReadPort(ObjectReader& reader) {
+    if (reader.Required("port") == nullptr) return 0;
+    return static_cast<std::uint16_t>(reader.Integer("port", 0, UINT16_MAX).value_or(0));
+  }
+
+  static std::uint64_t ReadUnsigned(ObjectReader& reader, const char* key, std::int64_t least,
+                                    std::int64_t most, std::int64_t usual) {
+    return static_cast<std::uint64_t>(reader.Integer(key, least, most).value_or(usual));
+  }
+
   // A read or write moves the whole file unless the step says otherwise.
   std::int64_t DefaultReadSize(const EventStep& event) const {
     if (event.type != EVENT_READ && event.type != EVENT_WRITE) return 0;
@@ -252,6 +320,7 @@ class ScenarioReader {
     if (expectation.isNetworkDrive && expectation.kind == DetectionKind::CloudDrive) {
       reader.Complain("isNetworkDrive", "is not part of a cloud-drive detection");
     }
+    ReadExpectedEndpoints(reader, expectation);
     const bool known = expectation.file < scenario_.files.size();
     if (known && !IsReportable(scenario_.files[expectation.file])) {
       reader.Complain("file",
@@ -259,6 +328,34 @@ class ScenarioReader {
     }
     reader.ComplainAboutUnknownKeys();
     scenario_.expectations.push_back(std::move(expectation));
+  }
+
+  void ReadExpectedEndpoints(ObjectReader& reader, Expectation& expectation) {
+    if (reader.Optional("endpointsAre") != nullptr) {
+      expectation.endpointsMeaning =
+          static_cast<EndpointsMeaning>(ReadWord(reader, "endpointsAre", MEANING_WORDS, 0, -1));
+    }
+    if (const JsonValue* const list = reader.OptionalOf("endpoints", JsonKind::Array)) {
+      ReadEndpointList(*list, reader.PlaceOf("endpoints"), expectation.endpoints.emplace());
+    }
+    for (const char* const key : {"endpoints", "endpointsAre"}) {
+      if (expectation.kind == DetectionKind::CloudDrive && reader.Has(key))
+        reader.Complain(key, "is not part of a cloud-drive detection");
+    }
+  }
+
+  void ReadEndpointList(const JsonValue& list, const std::string& place,
+                        std::vector<ExpectedEndpoint>& endpoints) {
+    for (std::size_t i = 0; i < list.elements.size(); ++i) {
+      ObjectReader reader(list.elements[i], place + "/" + std::to_string(i), errors_);
+      if (list.elements[i].kind != JsonKind::Object) continue;
+      ExpectedEndpoint endpoint;
+      endpoint.address = ReadAddress(reader, endpoint.addressText);
+      endpoint.port = ReadPort(reader);
+      endpoint.hostName = reader.Text("hostName");
+      reader.ComplainAboutUnknownKeys();
+      endpoints.push_back(std::move(endpoint));
+    }
   }
 
   static bool IsReportable(const FileEntry& file) { return !file.path.empty() || !file.reportedName.empty(); }

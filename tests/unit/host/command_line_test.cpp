@@ -15,14 +15,14 @@ using ostrel::host::ParseCommandLine;
 using Texts = std::vector<std::wstring>;
 
 Options Accepted(const Texts& arguments) {
-  const CommandLine commandLine = ParseCommandLine(arguments);
+  const CommandLine commandLine = ParseCommandLine(arguments, {});
   EXPECT_TRUE(commandLine.options) << commandLine.text;
   return commandLine.options.value_or(Options{});
 }
 
 // The first line of the error.
 std::string Refused(const Texts& arguments) {
-  const CommandLine commandLine = ParseCommandLine(arguments);
+  const CommandLine commandLine = ParseCommandLine(arguments, {});
   EXPECT_FALSE(commandLine.options);
   EXPECT_EQ(commandLine.exitCode, ExitCode::Usage);
   EXPECT_NE(commandLine.text.find("\nRun with --help for more information."), std::string::npos)
@@ -48,6 +48,7 @@ TEST(CommandLineTest, WatchAloneIsEnoughAndTheRestHasItsDefaults) {
   EXPECT_TRUE(options.excludedCloudPaths.empty());
   EXPECT_EQ(options.userName, L"");
   EXPECT_EQ(options.driverOption, 0);
+  EXPECT_FALSE(options.remoteAddressInfo);
   EXPECT_TRUE(options.tabTitles);
   EXPECT_EQ(options.logLevel, 6U);
   EXPECT_EQ(options.logFile, L"");
@@ -62,6 +63,7 @@ TEST(CommandLineTest, EveryOptionReachesItsPlace) {
                                     L"C:\\x",
                                     L"--user",
                                     L"J\u00f6rg",
+                                    L"--remote-address-info",
                                     L"--driver-option",
                                     L"255",
                                     L"--no-tab-titles",
@@ -82,6 +84,7 @@ TEST(CommandLineTest, EveryOptionReachesItsPlace) {
   EXPECT_EQ(options.watchedProcesses, Texts{L"a.exe"});
   EXPECT_EQ(options.excludedPaths, Texts{L"C:\\x"});
   EXPECT_EQ(options.userName, L"J\u00f6rg");
+  EXPECT_TRUE(options.remoteAddressInfo);
   EXPECT_EQ(options.driverOption, 255);
   EXPECT_FALSE(options.tabTitles);
   EXPECT_EQ(options.cloudProcesses, Texts{L"c.exe"});
@@ -148,6 +151,15 @@ TEST(CommandLineTest, AnOptionThatMakesNoSenseAloneSaysWhatItNeeds) {
             "--cloud-path requires --cloud-process");
   EXPECT_EQ(Refused({L"--watch", L"a.exe", L"--cloud-exclude", L"C:\\"}),
             "--cloud-exclude requires --cloud-process");
+  EXPECT_EQ(Refused({L"--watch", L"a.exe", L"--remote-address-info"}),
+            "--remote-address-info requires --user");
+  EXPECT_EQ(Refused({L"--cloud-process", L"a.exe", L"--user", L"anna", L"--remote-address-info"}),
+            "--user requires --watch");
+}
+
+TEST(CommandLineTest, AUserWithoutANameIsRefused) {
+  EXPECT_EQ(Refused({L"--watch", L"a.exe", L"--user", L"", L"--remote-address-info"}),
+            "--user: an account name is empty");
 }
 
 TEST(CommandLineTest, UnknownWordsAreNamed) {
@@ -187,26 +199,49 @@ TEST(CommandLineTest, AUserNameHas255CharactersAtMost) {
 }
 
 TEST(CommandLineTest, HelpNamesEveryOptionAndEveryExitCode) {
-  const CommandLine help = ParseCommandLine({L"--help"});
+  const CommandLine help = ParseCommandLine({L"--help"}, {});
   EXPECT_FALSE(help.options);
   EXPECT_EQ(help.exitCode, ExitCode::Success);
-  for (const char* part :
-       {"--watch",   "--exclude",    "--cloud-process", "--cloud-path", "--cloud-exclude", "--driver-option",
-        "--user",    "--tab-titles", "--no-tab-titles", "--log-level",  "--log-file",      "--for",
-        "--refresh", "--help",       "--version",       "Examples:",    "\n  0  ",         "\n  1  ",
-        "\n  2  ",   "\n  3  ",      "\n  4  ",         "\n  5  ",      "\n  6  ",         "\n  7  ",
-        "\n  8  ",   "\n  9  "}) {
+  for (const char* part : {"--watch",
+                           "--exclude",
+                           "--cloud-process",
+                           "--cloud-path",
+                           "--cloud-exclude",
+                           "--driver-option",
+                           "--user",
+                           "--tab-titles",
+                           "--no-tab-titles",
+                           "--log-level",
+                           "--log-file",
+                           "--for",
+                           "--refresh",
+                           "--help",
+                           "--version",
+                           "Examples:",
+                           "\n  0  ",
+                           "\n  1  ",
+                           "\n  2  ",
+                           "\n  3  ",
+                           "\n  4  ",
+                           "\n  5  ",
+                           "\n  6  ",
+                           "\n  7  ",
+                           "\n  8  ",
+                           "\n  9  ",
+                           "\n  10 ",
+                           "\n  11 ",
+                           "--remote-address-info"}) {
     EXPECT_NE(help.text.find(part), std::string::npos) << part;
   }
 }
 
 TEST(CommandLineTest, HelpFitsAConsoleOfHundredColumns) {
-  std::istringstream help(ParseCommandLine({L"--help"}).text);
+  std::istringstream help(ParseCommandLine({L"--help"}, {}).text);
   for (std::string line; std::getline(help, line);) EXPECT_LE(line.size(), 100U) << line;
 }
 
 TEST(CommandLineTest, VersionIsTheProgramsNameAndNumber) {
-  const CommandLine version = ParseCommandLine({L"--version"});
+  const CommandLine version = ParseCommandLine({L"--version"}, {});
   EXPECT_FALSE(version.options);
   EXPECT_EQ(version.exitCode, ExitCode::Success);
   EXPECT_EQ(version.text, "OstrelHost " OSTREL_EXPECTED_VERSION "\n");
@@ -223,6 +258,7 @@ TEST(ExitCodeTest, TheNumbersStayAsTheyAre) {
   EXPECT_EQ(static_cast<int>(ExitCode::PortRefused), 7);
   EXPECT_EQ(static_cast<int>(ExitCode::UnloadFailed), 8);
   EXPECT_EQ(static_cast<int>(ExitCode::OutputFailed), 9);
+  EXPECT_EQ(static_cast<int>(ExitCode::RemoteAddressInfoFailed), 10);
 }
 
 }  // namespace

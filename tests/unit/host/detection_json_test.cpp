@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "iso_time.h"
 #include "utf8.h"
@@ -21,13 +22,37 @@ std::string CloudDriveWithName(const wchar_t* fileName) {
   return CloudDriveJson(fileName, L"p", L"u", 0, 4);
 }
 
+struct Endpoint {
+  const wchar_t* address;
+  std::uint32_t port;
+  const wchar_t* hostName;
+};
+
+// What the line says of endpoints.
+std::string EndpointsOf(const std::vector<Endpoint>& endpoints) {
+  std::vector<const wchar_t*> addresses;
+  std::vector<std::uint32_t> ports;
+  std::vector<const wchar_t*> names;
+  for (const Endpoint& endpoint : endpoints) {
+    addresses.push_back(endpoint.address);
+    ports.push_back(endpoint.port);
+    names.push_back(endpoint.hostName);
+  }
+  const std::string line =
+      ActivityJson(L"f", L"p", L"u", 0, 0, static_cast<std::int32_t>(endpoints.size()), addresses.data(),
+                   ports.data(), names.data(), 0, nullptr, L"", 0, L"", L"", 0, L"", L"");
+  const std::size_t begin = line.find("\"endpoints\":");
+  return line.substr(begin, line.find(",\"destinationHints\"") - begin);
+}
+
 TEST(ActivityJsonTest, AnUploadWithoutStreamsAndHintsHasEmptyLists) {
   EXPECT_EQ(
       ActivityJson(L"C:\\data\\report.pdf", CHROME, L"anna", 1795252665298, 0, 0, nullptr, nullptr, nullptr,
                    0, nullptr, L"TABTITLE_NO_TITLE_FOUND", 0, L"", L"", 0, L"", L""),
       R"({"detection":"upload","fileName":"C:\\data\\report.pdf",)"
       R"("processName":"\\Device\\HarddiskVolume3\\chrome.exe","user":"anna","endTime":1795252665298,)"
-      R"("endTimeIso":"2026-11-21T09:17:45.298Z","fileEventType":0,"endpoints":[],"destinationHints":[],)"
+      R"("endTimeIso":"2026-11-21T09:17:45.298Z","fileEventType":0,"endpoints":[],"endpointsAre":"none",)"
+      R"("destinationHints":[],)"
       R"("tabTitleStatus":"TABTITLE_NO_TITLE_FOUND","isNetworkDrive":false,"sha256":"","md5":"",)"
       R"("metadataFileSize":0,"metadataStatus":"","extraText":""})");
 }
@@ -51,9 +76,47 @@ TEST(ActivityJsonTest, ADownloadShowsEveryArgumentUnderItsName) {
       R"("processName":"\\Device\\HarddiskVolume3\\chrome.exe","user":"User not identified","endTime":1,)"
       R"("endTimeIso":"1970-01-01T00:00:00.001Z","fileEventType":1,)"
       R"("endpoints":[{"address":"192.0.2.7","port":443,"hostName":"files.example"},)"
-      R"({"address":"2001:db8::1","port":65535,"hostName":""}],"destinationHints":["Inbox","\"Quoted\""],)"
+      R"({"address":"2001:db8::1","port":65535,"hostName":""}],"endpointsAre":"fallback","destinationHints":["Inbox","\"Quoted\""],)"
       R"("tabTitleStatus":"TABTITLE_SUCCESS","isNetworkDrive":true,"sha256":"ab01","md5":"cd02",)"
       R"("metadataFileSize":4294967295,"metadataStatus":"METADATA_SUCCESS","extraText":"more"})");
+}
+
+TEST(ActivityJsonTest, OneEndpointIsAMatch) {
+  EXPECT_EQ(EndpointsOf({{L"192.0.2.7", 443, L"files.example"}}),
+            R"("endpoints":[{"address":"192.0.2.7","port":443,"hostName":"files.example"}],)"
+            R"("endpointsAre":"match")");
+}
+
+TEST(ActivityJsonTest, SeveralEndpointsAreAFallbackInTheOrderGiven) {
+  EXPECT_EQ(EndpointsOf(
+                {{L"198.51.100.9", 443, L"b.example"}, {L"192.0.2.7", 8443, L""}, {L"2001:db8::1", 22, L""}}),
+            R"("endpoints":[{"address":"198.51.100.9","port":443,"hostName":"b.example"},)"
+            R"({"address":"192.0.2.7","port":8443,"hostName":""},)"
+            R"({"address":"2001:db8::1","port":22,"hostName":""}],"endpointsAre":"fallback")");
+}
+
+TEST(ActivityJsonTest, NoEndpointsAreNone) {
+  EXPECT_EQ(EndpointsOf({}), R"("endpoints":[],"endpointsAre":"none")");
+}
+
+TEST(ActivityJsonTest, AnIpv6EndpointKeepsItsEmptyHostName) {
+  EXPECT_EQ(EndpointsOf({{L"2001:db8::ff00:42:8329", 443, L""}}),
+            R"("endpoints":[{"address":"2001:db8::ff00:42:8329","port":443,"hostName":""}],)"
+            R"("endpointsAre":"match")");
+}
+
+TEST(ActivityJsonTest, InvalidUtf16InAHostNameIsReplaced) {
+  const wchar_t name[] = {L'a', 0xDC00, L'.', 0xD800, 0};
+  EXPECT_EQ(
+      EndpointsOf({{L"192.0.2.7", 443, name}}),
+      "\"endpoints\":[{\"address\":\"192.0.2.7\",\"port\":443,\"hostName\":\"a\xEF\xBF\xBD.\xEF\xBF\xBD\"}],"
+      "\"endpointsAre\":\"match\"");
+}
+
+TEST(ActivityJsonTest, APortIsShownAsTheUnsignedNumberItArrivesAs) {
+  EXPECT_EQ(EndpointsOf({{L"192.0.2.7", 4294967295, L""}}),
+            R"("endpoints":[{"address":"192.0.2.7","port":4294967295,"hostName":""}],)"
+            R"("endpointsAre":"match")");
 }
 
 TEST(CloudDriveJsonTest, ShowsEveryArgumentUnderItsName) {

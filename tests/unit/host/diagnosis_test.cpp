@@ -8,6 +8,8 @@ namespace {
 using ostrel::host::DiagnoseConfiguration;
 using ostrel::host::DiagnoseLoad;
 using ostrel::host::DiagnoseMachine;
+using ostrel::host::DiagnoseRemoteAddressInfoOff;
+using ostrel::host::DiagnoseRemoteAddressInfoOn;
 using ostrel::host::DiagnoseUnload;
 using ostrel::host::Diagnosis;
 using ostrel::host::ExitCode;
@@ -122,7 +124,8 @@ TEST(DiagnoseLoadTest, AMinifilterThatDoesNotLoadIsAFailedLoadWithTheReasonWindo
   EXPECT_EQ(loading("80070241").exitCode, ExitCode::LoadFailed);
   EXPECT_THAT(loading("80070241").message, HasSubstr("signature"));
   EXPECT_THAT(loading("8007041d").message, HasSubstr("did not answer in time"));
-  EXPECT_THAT(loading("80070422").message, HasSubstr("service is disabled"));
+  EXPECT_THAT(loading("80070422").message,
+              AllOf(HasSubstr("service is disabled"), HasSubstr("OstrelNWFilter")));
   EXPECT_THAT(loading("800704fb").message, HasSubstr("Windows blocks this driver"));
   EXPECT_EQ(loading("8007007f").exitCode, ExitCode::LoadFailed);
   EXPECT_THAT(loading("8007007f").message, HasSubstr("belong together"));
@@ -202,6 +205,75 @@ TEST(DiagnoseConfigurationTest, AFailureWithoutAnyLineSaysSo) {
   const Diagnosis diagnosis = Configuration(false, {});
   EXPECT_EQ(diagnosis.exitCode, ExitCode::PortRefused);
   EXPECT_THAT(diagnosis.message, HasSubstr("gave no reason"));
+}
+
+TEST(DiagnoseRemoteAddressInfoTest, WithoutErrorsNothingIsWrong) {
+  EXPECT_FALSE(DiagnoseRemoteAddressInfoOn({true, {}}));
+  EXPECT_FALSE(DiagnoseRemoteAddressInfoOff({true, {}}));
+}
+
+TEST(DiagnoseRemoteAddressInfoTest, WhatTheMinifilterDoesNotTakeIsNotOfItsBusiness) {
+  EXPECT_FALSE(DiagnoseRemoteAddressInfoOn(
+      {false, Prefixed({"Error opening port for updating monitored processes: HResult: 80070002"})}));
+}
+
+TEST(DiagnoseRemoteAddressInfoTest, EveryStepOfSwitchingOnIsExplainedWithItsLine) {
+  const std::pair<const char*, const char*> expected[] = {
+      {"OpenSCManager failed (1115).", "service manager could not be opened"},
+      {"OpenService failed (1060).", "service could not be opened"},
+      {"StartService failed (2).", "service could not be started"},
+      {"Could not open filtering engine. 1753", "Base Filtering Engine"},
+      {"Could not open filtering engine V6. 1753", "Base Filtering Engine"},
+      {"Could not start transaction for adding callouts. 1", "callouts could not be registered"},
+      {"Could not start transaction for adding V6 callouts. 1", "callouts could not be registered"},
+      {"Could not add persistent flow callout. 1", "callouts could not be registered"},
+      {"Could not add persistent stream V6 callout. 1", "callouts could not be registered"},
+      {"Could not commit transaction. 1", "callouts could not be registered"},
+      {"Could not commit V6 transaction. 1", "callouts could not be registered"},
+      {"Could not open monitoring. 2", "device could not be opened"},
+      {"Couldn't resolve user. 1332", "Give --user an account name"},
+      {"Could not add filters. 1", "filters for the user's connections"},
+      {"Could not add V6 filters. 1", "filters for the user's IPv6 connections"},
+      {"Could not enable monitoring. 87", "did not start to look at connections"},
+      {"Could not start receive notification thread. Code: 8", "short of memory or threads"},
+  };
+  for (const auto& [line, explanation] : expected) {
+    const Diagnosis diagnosis = Required(DiagnoseRemoteAddressInfoOn({true, Prefixed({line})}));
+    EXPECT_EQ(diagnosis.exitCode, ExitCode::RemoteAddressInfoFailed) << line;
+    EXPECT_THAT(diagnosis.message, AllOf(HasSubstr("Detections may lack endpoints. "),
+                                         HasSubstr("(" + std::string(line) + ") "), HasSubstr(explanation)));
+  }
+}
+
+TEST(DiagnoseRemoteAddressInfoTest, AServiceThatDoesNotStartIsTheReasonForWhatFailsAfterIt) {
+  EXPECT_EQ(
+      Required(DiagnoseRemoteAddressInfoOn(
+                   {true, Prefixed({"StartService failed (577).", "Could not open monitoring. 2"})}))
+          .message,
+      "Detections may lack endpoints. The network driver's service could not be started. (StartService "
+      "failed (577).) Windows does not accept the driver's signature: use a signed driver or, on a test "
+      "machine only, switch test signing on.");
+}
+
+TEST(DiagnoseRemoteAddressInfoTest, ALineEndInTheLibrarysLineIsNotQuoted) {
+  EXPECT_THAT(
+      Required(DiagnoseRemoteAddressInfoOn({true, Prefixed({"Couldn't resolve user. 1332\n"})})).message,
+      HasSubstr("(Couldn't resolve user. 1332) "));
+}
+
+TEST(DiagnoseRemoteAddressInfoTest, EveryStepOfSwitchingOffIsExplainedWithItsLine) {
+  for (const char* line : {"OpenSCManager failed (1115).", "OpenService failed (1060).",
+                           "QueryServiceStatusEx failed. 6", "GetNWPacketInfo thread never ended."}) {
+    const Diagnosis diagnosis = Required(DiagnoseRemoteAddressInfoOff({true, Prefixed({line})}));
+    EXPECT_EQ(diagnosis.exitCode, ExitCode::RemoteAddressInfoFailed) << line;
+    EXPECT_THAT(diagnosis.message,
+                AllOf(HasSubstr("(" + std::string(line) + ") "), HasSubstr("sc stop OstrelNWFilter")));
+  }
+}
+
+TEST(DiagnoseRemoteAddressInfoTest, ADeviceThatWasNeverOpenedNeedNotClose) {
+  EXPECT_FALSE(
+      DiagnoseRemoteAddressInfoOff({true, Prefixed({"Could not close handle to NW driver. Code: 6"})}));
 }
 
 TEST(MinifilterIsGoneTest, TheDriversNoticeAndAClosedPortSaySo) {

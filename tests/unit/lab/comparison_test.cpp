@@ -13,7 +13,11 @@ using ostrel::lab::Compare;
 using ostrel::lab::ComparisonRow;
 using ostrel::lab::Detection;
 using ostrel::lab::DetectionKind;
+using ostrel::lab::EndpointsMeaning;
 using ostrel::lab::Expectation;
+using ostrel::lab::ExpectedEndpoint;
+using ostrel::lab::ParseAddress;
+using ostrel::lab::ReportedEndpoint;
 using ostrel::lab::Scenario;
 using ostrel::lab::Verdict;
 using Lines = std::vector<std::string>;
@@ -214,6 +218,86 @@ TEST(FilePath, FilesAndImagesLieBelowTheWorkDirectory) {
   file.path = "a\\b.txt";
   EXPECT_EQ(ostrel::lab::FilePath("C:\\lab", file), "C:\\lab\\files\\a\\b.txt");
   EXPECT_EQ(ostrel::lab::ImagePathTail({"id", "a.exe"}), "\\processes\\id\\a.exe");
+}
+
+// ---- Endpoints ----
+
+ExpectedEndpoint To(const std::string& address, std::uint16_t port,
+                    std::optional<std::string> hostName = {}) {
+  return {address, ParseAddress(address).value(), port, std::move(hostName)};
+}
+
+Verdict EndpointVerdict(std::vector<ExpectedEndpoint> expected, std::vector<ReportedEndpoint> reported) {
+  Expectation expectation = Upload(REPORT, {CHROME});
+  expectation.endpoints = std::move(expected);
+  Detection detection = Uploaded(REPORT_NAME, CHROME_IMAGE);
+  detection.endpoints = std::move(reported);
+  return Compare(Expecting({expectation}), WORK_DIRECTORY, {detection}).front().verdict;
+}
+
+Verdict MeaningVerdict(std::optional<EndpointsMeaning> expected, std::optional<EndpointsMeaning> reported) {
+  Expectation expectation = Upload(REPORT, {CHROME});
+  expectation.endpointsMeaning = expected;
+  Detection detection = Uploaded(REPORT_NAME, CHROME_IMAGE);
+  detection.endpointsMeaning = reported;
+  return Compare(Expecting({expectation}), WORK_DIRECTORY, {detection}).front().verdict;
+}
+
+TEST(Compare, ExpectedEndpointsAreAllThatIsReportedInTheirOrder) {
+  const std::vector<ReportedEndpoint> reported{{"192.0.2.1", 443, "a"}, {"2001:db8::1", 22, ""}};
+  EXPECT_EQ(EndpointVerdict({To("192.0.2.1", 443), To("2001:db8::1", 22)}, reported), Verdict::Ok);
+  EXPECT_EQ(EndpointVerdict({To("2001:db8::1", 22), To("192.0.2.1", 443)}, reported), Verdict::Missing);
+  EXPECT_EQ(EndpointVerdict({To("192.0.2.1", 443)}, reported), Verdict::Missing);
+  EXPECT_EQ(EndpointVerdict({}, reported), Verdict::Missing);
+  EXPECT_EQ(EndpointVerdict({}, {}), Verdict::Ok);
+}
+
+TEST(Compare, AnEndpointIsItsAddressHoweverWrittenAndItsPort) {
+  EXPECT_EQ(EndpointVerdict({To("2001:db8::1", 443)}, {{"2001:DB8:0:0::1", 443, ""}}), Verdict::Ok);
+  EXPECT_EQ(EndpointVerdict({To("192.0.2.1", 443)}, {{"1.2.0.192", 443, ""}}), Verdict::Missing);
+  EXPECT_EQ(EndpointVerdict({To("192.0.2.1", 443)}, {{"192.0.2.1", 444, ""}}), Verdict::Missing);
+  EXPECT_EQ(EndpointVerdict({To("0.0.0.0", 0)}, {{"", 0, ""}}), Verdict::Missing);
+}
+
+TEST(Compare, AHostNameIsComparedOnlyWhenItIsExpected) {
+  EXPECT_EQ(EndpointVerdict({To("192.0.2.1", 443)}, {{"192.0.2.1", 443, "a"}}), Verdict::Ok);
+  EXPECT_EQ(EndpointVerdict({To("192.0.2.1", 443, "a")}, {{"192.0.2.1", 443, "a"}}), Verdict::Ok);
+  EXPECT_EQ(EndpointVerdict({To("192.0.2.1", 443, "")}, {{"192.0.2.1", 443, "a"}}), Verdict::Missing);
+}
+
+TEST(Compare, ADetectionWithoutEndpointsIsNotOneWithNone) {
+  Expectation expectation = Upload(REPORT, {CHROME});
+  expectation.endpoints.emplace();
+  EXPECT_EQ(Compare(Expecting({expectation}), WORK_DIRECTORY, {Uploaded(REPORT_NAME, CHROME_IMAGE)})
+                .front()
+                .verdict,
+            Verdict::Missing);
+}
+
+TEST(Compare, WhatEndpointsAreIsComparedOnlyWhenItIsExpected) {
+  EXPECT_EQ(MeaningVerdict({}, EndpointsMeaning::Fallback), Verdict::Ok);
+  EXPECT_EQ(MeaningVerdict(EndpointsMeaning::Match, EndpointsMeaning::Match), Verdict::Ok);
+  EXPECT_EQ(MeaningVerdict(EndpointsMeaning::Match, EndpointsMeaning::Fallback), Verdict::Missing);
+  EXPECT_EQ(MeaningVerdict(EndpointsMeaning::None, {}), Verdict::Missing);
+}
+
+TEST(Compare, RowsShowEndpointsWithWhatTheyAre) {
+  Expectation expectation = Upload(REPORT, {CHROME});
+  expectation.endpoints = {{To("192.0.2.1", 443), To("2001:db8::1", 22, "h")}};
+  expectation.endpointsMeaning = EndpointsMeaning::Fallback;
+  Detection detection = Uploaded(REPORT_NAME, CHROME_IMAGE);
+  detection.endpoints = {{{"192.0.2.1", 443, "a"}}};
+  detection.endpointsMeaning = EndpointsMeaning::Match;
+  const std::string upload = "upload team\\report.pdf by chrome.exe";
+  EXPECT_EQ(Compared(Expecting({expectation}), {detection}),
+            (Lines{"missing: " + upload + ", 192.0.2.1:443 or [2001:db8::1]:22 (h), fallback / nothing",
+                   "unexpected: nothing / " + upload + ", 192.0.2.1:443 (a), match"}));
+  expectation.endpoints.emplace();
+  expectation.endpointsMeaning.reset();
+  detection.endpoints.emplace();
+  detection.endpointsMeaning = EndpointsMeaning::None;
+  EXPECT_EQ(Compared(Expecting({expectation}), {detection}),
+            Lines{"ok: " + upload + ", no endpoint / " + upload});
 }
 
 }  // namespace

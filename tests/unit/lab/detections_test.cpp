@@ -13,6 +13,7 @@ namespace {
 using ostrel::lab::Detection;
 using ostrel::lab::DetectionKind;
 using ostrel::lab::DetectionsResult;
+using ostrel::lab::EndpointsMeaning;
 using Lines = std::vector<std::string>;
 
 DetectionsResult Read(std::string_view text) {
@@ -75,7 +76,8 @@ TEST(ReadDetections, ALastLineWithoutItsEndIsStillBeingWritten) {
 
 TEST(ReadDetections, MoreMembersThanAreKnownAreFine) {
   const DetectionsResult result = Read(
-      Line("upload", R"("fileEventType": 0, "user": "u", "endpoints": [{"port": 443}], "extraText": null)"));
+      Line("upload",
+           R"("fileEventType": 0, "user": "u", "destinationHints": [{"port": 443}], "extraText": null)"));
   EXPECT_EQ(result.errors, Lines{});
   EXPECT_EQ(result.detections.size(), 1U);
 }
@@ -150,6 +152,41 @@ TEST(ReadDetections, AfterFiftyErrorsTheRestIsOnlyMentioned) {
   ASSERT_EQ(errors.size(), 51U);
   EXPECT_EQ(errors[49], "d.jsonl:50: must be an object, is a list");
   EXPECT_EQ(errors[50], "d.jsonl: more errors are not shown");
+}
+
+TEST(ReadDetections, EndpointsAreReadInTheirOrderWithWhatTheyAre) {
+  const DetectionsResult result = Read(Line(
+      "upload",
+      R"("fileEventType": 0, "endpointsAre": "fallback", "endpoints": [{"address": "192.0.2.1", "port": 443, "hostName": "h"}, )"
+      R"({"address": "", "port": 4294967295, "hostName": "", "more": 1}])"));
+  EXPECT_EQ(result.errors, (Lines{}));
+  ASSERT_EQ(result.detections.size(), 1U);
+  const Detection& upload = result.detections.front();
+  EXPECT_EQ(upload.endpointsMeaning, EndpointsMeaning::Fallback);
+  ASSERT_TRUE(upload.endpoints.has_value());
+  ASSERT_EQ(upload.endpoints->size(), 2U);
+  EXPECT_EQ(upload.endpoints->front().address, "192.0.2.1");
+  EXPECT_EQ(upload.endpoints->front().port, 443);
+  EXPECT_EQ(upload.endpoints->front().hostName, "h");
+  EXPECT_EQ(upload.endpoints->back().port, 4294967295);
+}
+
+TEST(ReadDetections, ADetectionMayHaveNoWordAboutEndpoints) {
+  const DetectionsResult result = Read(Line("upload", "\"fileEventType\": 0"));
+  ASSERT_EQ(result.detections.size(), 1U);
+  EXPECT_FALSE(result.detections.front().endpoints.has_value());
+  EXPECT_EQ(result.detections.front().endpointsMeaning, std::nullopt);
+}
+
+TEST(ReadDetections, EndpointsHaveTheirMembersAndTypes) {
+  EXPECT_EQ(Read("\n" + Line("upload", R"("fileEventType": 0, "endpointsAre": "all", )"
+                                       R"("endpoints": [1, {"address": 2, "hostName": null, "port": -1}])"))
+                .errors,
+            (Lines{"d.jsonl:2: endpoints/0: must be an object, is a whole number",
+                   "d.jsonl:2: endpoints/1/address: must be a text, is a whole number",
+                   "d.jsonl:2: endpoints/1/port: must be from 0 to 4294967295, is -1",
+                   "d.jsonl:2: endpoints/1/hostName: must be a text, is null",
+                   "d.jsonl:2: endpointsAre: must be match, fallback or none, is \"all\""}));
 }
 
 }  // namespace

@@ -227,11 +227,10 @@ TEST(ScenarioErrors, AnUnknownKeyIsNamedWithTheOnesThatAreKnown) {
       EventErrors(R"("size": 4)"),
       Lines{"s.json:1: steps/0/size: unknown key; known here: detail, deviceSource, event, file, process, "
             "readSize, repeat, stream, streamFlag, time"});
-  EXPECT_EQ(
-      UploadErrors(R"("user": "me")"),
-      Lines{
-          "s.json:1: expect/0/user: unknown key; known here: detection, file, fileEventType, isNetworkDrive, "
-          "process"});
+  EXPECT_EQ(UploadErrors(R"("user": "me")"),
+            Lines{"s.json:1: expect/0/user: unknown key; known here: detection, endpoints, endpointsAre, "
+                  "file, fileEventType, isNetworkDrive, "
+                  "process"});
 }
 
 TEST(ScenarioErrors, ProcessesAndFilesAreObjectsWithAnImageOrAPath) {
@@ -268,7 +267,8 @@ TEST(ScenarioErrors, ADirectoryHasNoSize) {
 // ---- Steps ----
 
 TEST(ScenarioErrors, AStepIsExactlyOneThing) {
-  constexpr const char* EXPECTED = "s.json:1: steps/0: a step has exactly one of event, exit, unload, wait";
+  constexpr const char* EXPECTED =
+      "s.json:1: steps/0: a step has exactly one of event, exit, flood, traffic, unload, wait";
   EXPECT_EQ(StepErrors("{}"), Lines{EXPECTED});
   EXPECT_EQ(StepErrors(R"({"file": "report"})"), Lines{EXPECTED});
   EXPECT_EQ(StepErrors(R"({"wait": 1, "exit": "chrome"})"), Lines{EXPECTED});
@@ -410,6 +410,75 @@ TEST(ScenarioErrors, ADetectionCanOnlyBeComparedWithANameThatIsReported) {
             Lines{"s.json:1: expect/0/file: has a deviceName but no reportedName, so no detection can be "
                   "compared with "
                   "it"});
+}
+
+// ---- Streams ----
+
+constexpr const char* ADDRESS_REFUSED = "must be an address such as 192.0.2.1 or 2001:db8::1, is \"";
+
+Lines TrafficErrors(const std::string& members) {
+  return StepErrors(R"({"traffic": "upload", "process": "chrome", "bytes": 1, )" + members + "}");
+}
+
+TEST(ScenarioErrors, TrafficNeedsItsStreamAndItsBytes) {
+  EXPECT_EQ(StepErrors(R"({"traffic": "upload"})"),
+            (Lines{"s.json:1: steps/0: \"process\" is missing", "s.json:1: steps/0: \"address\" is missing",
+                   "s.json:1: steps/0: \"port\" is missing", "s.json:1: steps/0: \"bytes\" is missing"}));
+}
+
+TEST(ScenarioErrors, AFloodNeedsItsDirectionAndItsStream) {
+  EXPECT_EQ(StepErrors(R"({"flood": 1})"),
+            (Lines{"s.json:1: steps/0: \"direction\" is missing", "s.json:1: steps/0: \"process\" is missing",
+                   "s.json:1: steps/0: \"address\" is missing", "s.json:1: steps/0: \"port\" is missing"}));
+}
+
+TEST(ScenarioErrors, TrafficGoesUpOrDown) {
+  for (const char* const word : {"\"sideways\"", "1", "true"}) {
+    EXPECT_EQ(StepErrors(std::string("{\"traffic\": ") + word +
+                         R"(, "process": "chrome", "address": "::", "port": 1, "bytes": 1})"),
+              Lines{"s.json:1: steps/0/traffic: must be one of upload, download"});
+  }
+}
+
+TEST(ScenarioErrors, ATextThatIsNoAddressIsRefusedAsItStands) {
+  for (const std::string address :
+       {"", "192.0.2", "192.0.2.256", "192.0.02.1", "1:2", "::1%eth0", "example.org"}) {
+    EXPECT_EQ(TrafficErrors(R"("port": 1, "address": ")" + address + "\""),
+              Lines{"s.json:1: steps/0/address: " + (ADDRESS_REFUSED + address) + "\""});
+  }
+  EXPECT_EQ(TrafficErrors(R"("port": 1, "address": 7)"),
+            Lines{"s.json:1: steps/0/address: must be a text, is a whole number"});
+}
+
+TEST(ScenarioErrors, AStepOfOneKindHasNoKeysOfAnother) {
+  EXPECT_EQ(
+      TrafficErrors(R"("port": 1, "address": "::", "ports": 2)"),
+      Lines{"s.json:1: steps/0/ports: unknown key; known here: address, bytes, port, process, records, time, "
+            "timeStep, traffic"});
+  EXPECT_EQ(StepErrors(R"({"flood": 1, "traffic": "upload"})"),
+            Lines{"s.json:1: steps/0: a step has exactly one of event, exit, flood, traffic, unload, wait"});
+}
+
+TEST(ScenarioErrors, AnExpectedEndpointNeedsAnAddressAndAPortAndNothingUnknown) {
+  EXPECT_EQ(UploadErrors(R"("endpoints": [{}, 7, {"address": "x", "port": 65536, "name": ""}])"),
+            (Lines{"s.json:1: expect/0/endpoints/0: \"address\" is missing",
+                   "s.json:1: expect/0/endpoints/0: \"port\" is missing",
+                   "s.json:1: expect/0/endpoints/1: must be an object, is a whole number",
+                   std::string("s.json:1: expect/0/endpoints/2/address: ") + ADDRESS_REFUSED + "x\"",
+                   "s.json:1: expect/0/endpoints/2/port: must be from 0 to 65535, is 65536",
+                   "s.json:1: expect/0/endpoints/2/name: unknown key; known here: address, hostName, port"}));
+  EXPECT_EQ(UploadErrors(R"("endpoints": {})"),
+            Lines{"s.json:1: expect/0/endpoints: must be a list, is an object"});
+  EXPECT_EQ(UploadErrors(R"("endpointsAre": "all")"),
+            Lines{"s.json:1: expect/0/endpointsAre: must be one of match, fallback, none"});
+}
+
+TEST(ScenarioErrors, ACloudDriveDetectionHasNoEndpoints) {
+  EXPECT_EQ(ExpectationErrors(
+                R"({"detection": "cloud-drive", "fileEventType": 4, "process": "chrome", "file": "report",
+                                  "endpoints": [], "endpointsAre": "none"})"),
+            (Lines{"s.json:1: expect/0/endpoints: is not part of a cloud-drive detection",
+                   "s.json:1: expect/0/endpointsAre: is not part of a cloud-drive detection"}));
 }
 
 }  // namespace

@@ -15,12 +15,16 @@
 namespace {
 
 using ostrel::lab::DetectionKind;
+using ostrel::lab::EndpointsMeaning;
 using ostrel::lab::EventStep;
 using ostrel::lab::ExitStep;
 using ostrel::lab::Expectation;
 using ostrel::lab::FileEntry;
+using ostrel::lab::FloodStep;
+using ostrel::lab::ParseAddress;
 using ostrel::lab::Scenario;
 using ostrel::lab::Step;
+using ostrel::lab::TrafficStep;
 using ostrel::lab::UnloadStep;
 using ostrel::lab::WaitStep;
 using ostrel_test::ReadValid;
@@ -43,6 +47,22 @@ EventStep Event(const std::string& members) {
   const EventStep* const event = steps.size() == 1 ? std::get_if<EventStep>(&steps.front()) : nullptr;
   EXPECT_NE(event, nullptr);
   return event == nullptr ? EventStep{} : *event;
+}
+
+TrafficStep Traffic(const std::string& members) {
+  const std::vector<Step> steps =
+      Steps(R"({"process": "pscp", "address": "192.0.2.7", "port": 443, "bytes": 1000, )" + members + "}");
+  const TrafficStep* const traffic = steps.size() == 1 ? std::get_if<TrafficStep>(&steps.front()) : nullptr;
+  EXPECT_NE(traffic, nullptr);
+  return traffic == nullptr ? TrafficStep{} : *traffic;
+}
+
+FloodStep Flood(const std::string& members) {
+  const std::vector<Step> steps =
+      Steps(R"({"flood": 500, "process": "pscp", "address": "192.0.2.7", "port": 443, )" + members + "}");
+  const FloodStep* const flood = steps.size() == 1 ? std::get_if<FloodStep>(&steps.front()) : nullptr;
+  EXPECT_NE(flood, nullptr);
+  return flood == nullptr ? FloodStep{} : *flood;
 }
 
 Expectation Expected(const std::string& members) {
@@ -279,6 +299,87 @@ TEST(ScenarioReader, TheNetworkFlagIsComparedOnlyWhenGiven) {
       R"("detection": "upload", "file": "report", "process": "pscp", "isNetworkDrive": )";
   EXPECT_EQ(Expected(members + "true").isNetworkDrive, std::optional<bool>(true));
   EXPECT_EQ(Expected(members + "false").isNetworkDrive, std::optional<bool>(false));
+}
+
+// ---- Streams ----
+
+TEST(ScenarioReader, TrafficNamesItsStreamAndItsBytes) {
+  const TrafficStep traffic = Traffic(R"("traffic": "upload")");
+  EXPECT_EQ(traffic.stream.process, PSCP);
+  EXPECT_TRUE(traffic.stream.isUpload);
+  EXPECT_EQ(traffic.stream.addressText, "192.0.2.7");
+  EXPECT_EQ(traffic.stream.address, ParseAddress("192.0.2.7"));
+  EXPECT_EQ(traffic.stream.port, 443);
+  EXPECT_EQ(traffic.bytes, 1000U);
+  EXPECT_EQ(traffic.records, 1U);
+  EXPECT_EQ(traffic.timeOffset, 0);
+  EXPECT_EQ(traffic.timeStep, 0);
+}
+
+TEST(ScenarioReader, TrafficCanBeADownloadInManyRecordsOverTime) {
+  const TrafficStep traffic =
+      Traffic(R"("traffic": "download", "records": 100000, "time": -86400000, "timeStep": 250)");
+  EXPECT_FALSE(traffic.stream.isUpload);
+  EXPECT_EQ(traffic.records, 100000U);
+  EXPECT_EQ(traffic.timeOffset, -86400000);
+  EXPECT_EQ(traffic.timeStep, 250);
+}
+
+TEST(ScenarioReader, AFloodHasDefaultsForAllButItsCountItsDirectionAndItsStream) {
+  const FloodStep flood = Flood(R"("direction": "download")");
+  EXPECT_EQ(flood.count, 500U);
+  EXPECT_FALSE(flood.stream.isUpload);
+  EXPECT_EQ(flood.stream.process, PSCP);
+  EXPECT_EQ(flood.stream.port, 443);
+  EXPECT_EQ(flood.bytes, 1U);
+  EXPECT_EQ(flood.bytesStep, 0U);
+  EXPECT_EQ(flood.ports, 1U);
+  EXPECT_EQ(flood.timeOffset, 0);
+  EXPECT_EQ(flood.timeStep, 0);
+}
+
+TEST(ScenarioReader, AFloodCanGrowAndGoRoundPortsOverTime) {
+  const FloodStep flood =
+      Flood(R"("direction": "upload", "bytes": 7, "bytesStep": 3, "ports": 100, "time": -9, "timeStep": 2)");
+  EXPECT_TRUE(flood.stream.isUpload);
+  EXPECT_EQ(flood.bytes, 7U);
+  EXPECT_EQ(flood.bytesStep, 3U);
+  EXPECT_EQ(flood.ports, 100U);
+  EXPECT_EQ(flood.timeOffset, -9);
+  EXPECT_EQ(flood.timeStep, 2);
+}
+
+TEST(ScenarioReader, AnExpectationSaysNothingAboutEndpointsUnlessItDoes) {
+  const Expectation expected = Expected(R"("detection": "upload", "file": "report", "process": "chrome")");
+  EXPECT_FALSE(expected.endpoints.has_value());
+  EXPECT_EQ(expected.endpointsMeaning, std::nullopt);
+}
+
+TEST(ScenarioReader, AnExpectationCanNameItsEndpointsAndWhatTheyAre) {
+  const Expectation expected = Expected(
+      R"("detection": "upload", "file": "report", "process": "chrome", "endpointsAre": "fallback",
+         "endpoints": [{"address": "2001:db8::1", "port": 443, "hostName": ""}, {"address": "192.0.2.1", "port": 0}])");
+  EXPECT_EQ(expected.endpointsMeaning, EndpointsMeaning::Fallback);
+  ASSERT_TRUE(expected.endpoints.has_value());
+  ASSERT_EQ(expected.endpoints->size(), 2U);
+  EXPECT_EQ(expected.endpoints->front().addressText, "2001:db8::1");
+  EXPECT_EQ(expected.endpoints->front().address, ParseAddress("2001:db8::1"));
+  EXPECT_EQ(expected.endpoints->front().port, 443);
+  EXPECT_EQ(expected.endpoints->front().hostName, "");
+  EXPECT_EQ(expected.endpoints->back().port, 0);
+  EXPECT_EQ(expected.endpoints->back().hostName, std::nullopt);
+}
+
+TEST(ScenarioReader, EachMeaningOfEndpointsHasItsWord) {
+  const std::pair<const char*, EndpointsMeaning> words[] = {{"none", EndpointsMeaning::None},
+                                                            {"match", EndpointsMeaning::Match},
+                                                            {"fallback", EndpointsMeaning::Fallback}};
+  for (const auto& [word, meaning] : words) {
+    EXPECT_EQ(Expected(R"("detection": "upload", "file": "report", "process": "chrome", "endpointsAre": ")" +
+                       std::string(word) + "\"")
+                  .endpointsMeaning,
+              meaning);
+  }
 }
 
 }  // namespace
