@@ -46,9 +46,9 @@
  *     strings that end in ForSystem. From a service it starts nlib\OstrelUserHelper.exe, from a program in
  *     the user's session OstrelUserHelper.exe, either relative to the current directory of the process. The
  *     thread that needs the answer waits for it: 40 times the pipe's own patience and 2 seconds at most for
- *     the helper to come up, then for its answer as long as it lives, 95 seconds at most. Tab titles are asked
- *     for on the notification thread, after the driver has its acknowledgement, while the cache that the
- *     event goes to is locked; metadata on the disk event thread, under the report lock.
+ *     the helper to come up, then for its answer as long as it lives, 95 seconds at most. Tab titles are
+ *     asked for on the notification thread, after the driver has its acknowledgement, while the cache that
+ *     the event goes to is locked; metadata on the disk event thread, under the report lock.
  */
 
 #include <stdint.h>
