@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cwchar>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -92,8 +91,7 @@ class NetworkEndurance : public NetworkOnLab {
 // What a cycle leaves open, and nothing else: the reader's 63 request events and its stop event, and the
 // handle of its thread. (The filtering session that stays open too is no kernel object in the lab.) A start
 // of the disk event thread leaves a stop event.
-std::map<std::wstring, std::size_t> After(std::map<std::wstring, std::size_t> handles, std::size_t cycles,
-                                          std::size_t loads) {
+HandleCounts After(HandleCounts handles, std::size_t cycles, std::size_t loads) {
   handles[L"Event"] += (OSTREL_LAB_NETWORK_READ_REQUESTS + 1) * cycles + loads;
   handles[L"Thread"] += cycles;
   return handles;
@@ -106,7 +104,7 @@ TEST_F(NetworkEndurance, TwoHundredCyclesDuringAFloodEndInTimeAndLeaveNothingBut
   logged.endedReaders = 0;
   logged.closedBefore = 0;
   logged.otherErrors = 0;
-  const std::map<std::wstring, std::size_t> handlesBefore = OpenHandles();
+  const HandleCounts handlesBefore = OpenHandles();
   std::vector<std::size_t> privateBytes;
   for (std::size_t cycle = 0; cycle < CYCLES; ++cycle) {
     ASSERT_NO_FATAL_FAILURE(Cycle(cycle));
@@ -120,9 +118,9 @@ TEST_F(NetworkEndurance, TwoHundredCyclesDuringAFloodEndInTimeAndLeaveNothingBut
   EXPECT_EQ(logged.otherErrors, 0U);
 
   // The notification thread of the last load may still be on its way out.
-  const std::map<std::wstring, std::size_t> expected = After(handlesBefore, CYCLES, UNLOADINGS);
-  EXPECT_TRUE(WaitFor([&expected] { return OpenHandles() == expected; }, PATIENCE));
-  EXPECT_EQ(OpenHandles(), expected);
+  const HandleCounts expected = After(handlesBefore, CYCLES, UNLOADINGS);
+  EXPECT_TRUE(WaitFor([&expected] { return AreAsExpected(OpenHandles(), expected); }, PATIENCE))
+      << ::testing::PrintToString(OpenHandles()) << " instead of " << ::testing::PrintToString(expected);
 
   // The lab's filtering platform keeps half a kilobyte for each session that stays open. What the library
   // itself would leak, such as its request blocks of 6 KiB, comes on top.

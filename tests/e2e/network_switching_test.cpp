@@ -74,7 +74,7 @@ class NetworkSwitching : public NetworkOnLab {
     std::vector<std::uint64_t> bytes;
     for (const FiledRecord& record : filed) {
       bytes.push_back(record.bytes);
-      EXPECT_TRUE(record.process.ends_with(L"\\e2e_tests.exe"));
+      EXPECT_TRUE(record.process.ends_with(L"\\e2e_network_tests.exe"));
       EXPECT_EQ(record.isUpload, record.bytes != 2000);
     }
     EXPECT_TRUE(

@@ -8,10 +8,10 @@
 
 namespace ostrel::test {
 
-std::map<std::wstring, std::size_t> OpenHandles() {
+HandleCounts OpenHandles() {
   // Handles are given out from the lowest free one on.
   constexpr ULONG_PTR HIGHEST_HANDLE = 0x20000;
-  std::map<std::wstring, std::size_t> counts;
+  HandleCounts counts;
   for (ULONG_PTR number = 4; number < HIGHEST_HANDLE; number += 4) {
     alignas(PUBLIC_OBJECT_TYPE_INFORMATION) std::array<std::byte, 512> buffer{};
     ULONG length = 0;
@@ -23,6 +23,18 @@ std::map<std::wstring, std::size_t> OpenHandles() {
     ++counts[std::wstring(type.TypeName.Buffer, type.TypeName.Length / sizeof(wchar_t))];
   }
   return counts;
+}
+
+bool AreAsExpected(const HandleCounts& counts, const HandleCounts& expected) {
+  constexpr std::size_t OPENED_ONCE = 8;
+  HandleCounts left = expected;
+  for (const auto& [type, count] : counts) {
+    const std::size_t wanted = left[type];
+    if (count < wanted || count > wanted + OPENED_ONCE) return false;
+    left.erase(type);
+  }
+  // What is left was open and is closed.
+  return left.empty();
 }
 
 }  // namespace ostrel::test
