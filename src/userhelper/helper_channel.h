@@ -15,7 +15,7 @@ namespace ostrel {
 std::wstring ConnectToUserHelper(std::wstring commandId, std::wstring responseId, std::wstring& status);
 
 // Room for the answer of one type of request, and how long to wait for a pipe that is busy. The answer itself
-// is waited for as long as the helper lives.
+// is waited for until the other end of the pipe closes: it is the helper that ends in time.
 struct ExchangeLimits {
   ULong32 replyBytes;
   ULong32 timeOutMilliseconds;
