@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "e2e/lab_fixture.h"
+#include "e2e/session_setting.h"
 #include "filter/port_messages.h"
 #include "util/installed_names.h"
 #include "util/unique_handle.h"
@@ -21,18 +22,6 @@ using Lines = std::vector<std::string>;
 constexpr char START_A_HOST[] =
     ". A host installs and starts it, such as OstrelHost.exe --watch chrome.exe; its log says why when it "
     "cannot.";
-
-// What the lab's terminal services library says in the programs that are started meanwhile.
-class SessionSetting {
- public:
-  explicit SessionSetting(const wchar_t* setting) { SetEnvironmentVariableW(NAME, setting); }
-  SessionSetting(const SessionSetting&) = delete;
-  SessionSetting& operator=(const SessionSetting&) = delete;
-  ~SessionSetting() { SetEnvironmentVariableW(NAME, nullptr); }
-
- private:
-  static constexpr const wchar_t* NAME = L"OSTREL_LAB_SESSION";
-};
 
 UniqueServiceHandle OpenDriverService(const wchar_t* name, DWORD access) {
   const UniqueServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
