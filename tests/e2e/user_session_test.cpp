@@ -4,24 +4,13 @@
 #include <string>
 
 #include "e2e/lab_fixture.h"
+#include "e2e/session_setting.h"
 
 namespace ostrel::test {
 
 namespace {
 
 using nlohmann::json;
-
-// What the lab's terminal services library says in the programs that are started meanwhile.
-class SessionSetting {
- public:
-  explicit SessionSetting(const wchar_t* setting) { SetEnvironmentVariableW(NAME, setting); }
-  SessionSetting(const SessionSetting&) = delete;
-  SessionSetting& operator=(const SessionSetting&) = delete;
-  ~SessionSetting() { SetEnvironmentVariableW(NAME, nullptr); }
-
- private:
-  static constexpr const wchar_t* NAME = L"OSTREL_LAB_SESSION";
-};
 
 constexpr wchar_t WATCH_BROWSER[] = L"--watch browser.exe --log-level 7 --for 300";
 constexpr wchar_t WATCH_ALL[] = L"--watch browser.exe,renderer.exe,pscp.exe --log-level 7 --for 300";
