@@ -12,7 +12,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <numeric>
@@ -25,6 +24,7 @@
 #include "soak/file_load.h"
 #include "soak/record_books.h"
 #include "soak/record_load.h"
+#include "soak/setting.h"
 #include "support/open_handles.h"
 #include "support/private_bytes.h"
 #include "user_session/stand_in_helper.h"
@@ -40,11 +40,6 @@ constexpr std::size_t BURST_EVENTS = 250;
 // With the warm-up, which counts too: short enough for the test command.
 constexpr std::uint64_t SHORT_RUN_EVENTS = 20'000;
 constexpr std::uint64_t FEWEST_ROUNDS = 3;
-
-std::uint64_t Setting(const char* name, std::uint64_t otherwise) {
-  const char* const text = std::getenv(name);
-  return text == nullptr ? otherwise : std::strtoull(text, nullptr, 10);
-}
 
 std::uint64_t Now() {
   const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
