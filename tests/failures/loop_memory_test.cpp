@@ -40,8 +40,7 @@ std::string FileName(const std::string& purpose, int number) {
   return "\\a folder for " + purpose + "\\file " + std::to_string(number);
 }
 
-class TheNotificationLoopWithoutMemory : public LibraryTest,
-                                         public ::testing::WithParamInterface<std::int32_t> {
+class TheNotificationLoopWithoutMemory : public LibraryTest {
  protected:
   TheNotificationLoopWithoutMemory() {
     // Without the disk event thread, which would empty the caches.
@@ -71,7 +70,10 @@ class TheNotificationLoopWithoutMemory : public LibraryTest,
   Lines handles_;
 };
 
-TEST_P(TheNotificationLoopWithoutMemory, AcknowledgesTheMessageGoesOnAndFilesNothingHalf) {
+class HandlingAMessageWithoutMemory : public TheNotificationLoopWithoutMemory,
+                                      public ::testing::WithParamInterface<std::int32_t> {};
+
+TEST_P(HandlingAMessageWithoutMemory, AcknowledgesTheMessageGoesOnAndFilesNothingHalf) {
   const bool isCached = GetParam() <= 1 || GetParam() == 4;
   const HeapWatch heap(library_.Module(), system_.ThreadIds().at(0));
   int exceptions = 0;
@@ -95,13 +97,41 @@ TEST_P(TheNotificationLoopWithoutMemory, AcknowledgesTheMessageGoesOnAndFilesNot
     // The same message once more: new when it got lost, and filed in any case.
     ASSERT_NO_FATAL_FAILURE(Handle(message));
     EXPECT_THAT(Loop(), Not(Contains(EXCEPTION)));
-    if (isCached) EXPECT_EQ(std::ranges::count(Loop(), USER_LOOK_UP), caught);
+    if (isCached) {
+      EXPECT_EQ(std::ranges::count(Loop(), USER_LOOK_UP), caught);
+    }
   }
   EXPECT_GE(exceptions, 2) << "a file name and its entry take memory";
 }
 
-INSTANTIATE_TEST_SUITE_P(ForEveryTypeThatIsFiled, TheNotificationLoopWithoutMemory,
+INSTANTIATE_TEST_SUITE_P(ForEveryTypeThatIsFiled, HandlingAMessageWithoutMemory,
                          ::testing::Values(0, 1, 2, 3, 4));
+
+// A query of this program withdraws its read, or does nothing and the next one does.
+TEST_F(TheNotificationLoopWithoutMemory, WithdrawsAReadWithTheNextQueryWhenThereIsNoMemoryForTheFirst) {
+  system_.imageNames = {{42, L"\\firefox.exe"}};
+  const std::string withdrawn = "log 7 Removed from Upload cache: ";
+  const HeapWatch heap(library_.Module(), system_.ThreadIds().at(0));
+  int exceptions = 0;
+  bool wasRefused = true;
+  for (int allocation = 1; wasRefused; ++allocation) {
+    SCOPED_TRACE(allocation);
+    const std::string file = FileName("queries", allocation);
+    HeapWatch::Begin();
+    ASSERT_NO_FATAL_FAILURE(Handle(Event(2, file)));
+    ASSERT_NO_FATAL_FAILURE(Handle(Event(0, file)));
+    HeapWatch::Begin(allocation);
+    ASSERT_NO_FATAL_FAILURE(Handle(Event(2, file)));
+    wasRefused = HeapWatch::HasRefused();
+    HeapWatch::Begin();
+    if (system_.transcript.StartingWith(EXCEPTION).size() == 1) {
+      ++exceptions;
+      ASSERT_NO_FATAL_FAILURE(Handle(Event(2, file)));
+    }
+    EXPECT_THAT(system_.transcript.StartingWith(withdrawn), SizeIs(1));
+  }
+  EXPECT_GE(exceptions, 2) << "the names take memory";
+}
 
 // The host's callbacks get no context, so what they are told goes to the newest transcript.
 Transcript* told = nullptr;
