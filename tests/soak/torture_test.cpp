@@ -251,10 +251,11 @@ HandleCounts After(HandleCounts handles, std::size_t readers, std::size_t loads)
   return handles;
 }
 
-TEST_F(Torture, HundredsOfLoadingsAndUnloadingsWithEverythingUnderWayLeaveNothingButTheThreadsOwnHandles) {
+TEST_F(Torture, LoadingAndUnloadingWithEverythingUnderWayLeavesNothingButTheThreadsOwnHandles) {
   constexpr std::size_t WARM_UP = 12;
   constexpr std::size_t SWITCHING_EVERY = 4;
-  const std::size_t cycles = Setting("OSTREL_TORTURE_CYCLES", 300);
+  // Fewer than scripts/soak.sh asks for: the test command has little time.
+  const std::size_t cycles = Setting("OSTREL_TORTURE_CYCLES", 60);
   const std::size_t switchings = cycles / SWITCHING_EVERY;
   ASSERT_EQ(UnloadDriver(), 1);
   HandleCounts handlesBefore;
