@@ -30,6 +30,8 @@ std::wstring TextOf(const RequestMessage& request) {
 
 void Read(const std::wstring& text, ResponseMessage& response) {
   std::wistringstream stream(text);
+  // Running out of memory is not the helper's fault.
+  stream.exceptions(std::ios_base::badbit);
   response.Deserialize(stream);
 }
 

@@ -25,7 +25,7 @@ class SessionSetting {
 
 constexpr wchar_t WATCH_BROWSER[] = L"--watch browser.exe --log-level 7 --for 300";
 constexpr wchar_t WATCH_ALL[] = L"--watch browser.exe,renderer.exe,pscp.exe --log-level 7 --for 300";
-constexpr wchar_t WATCH_EDGE[] = L"--watch MicrosoftEdgeCP.exe,MicrosoftEdge.exe --log-level 7 --for 300";
+constexpr wchar_t WATCH_EDGE[] = L"--watch MicrosoftEdge.exe --log-level 7 --for 300";
 constexpr char STARTED_IN_APPLICATION[] =
     "Created Ostrel user proc successfully when running as an application.";
 constexpr char STARTED_IN_SERVICE[] = "Created Ostrel user proc successfully.";
