@@ -99,7 +99,8 @@ typedef void (*LogCallback)(const wchar_t* text, uint32_t level);
  * ports           streamCount remote ports.
  * hostNames       streamCount host names, empty where the reverse look-up failed; always empty for IPv6.
  * hintCount       Number of destination hints.
- * hints           hintCount tab titles that were open when the file was first touched.
+ * hints           hintCount titles of the process's main window, or else of its parent's, when the file was
+ *                 first touched. The helper of this library finds one at most, and none of other tabs.
  * tabTitleStatus  How the look-up of the titles went, as one of the words below; empty while capture is off.
  * isNetworkDrive  1 when the file is on a network drive, and only then the rest is filled. Without metadata
  *                 it is empty but for the status, and the upload counts as complete.

@@ -21,10 +21,10 @@ struct ExchangeLimits {
   ULong32 timeOutMilliseconds;
 };
 
-// Writes the request into the pipe and reads the answer, up to its first zero. False with the last error when
-// the call fails, as it does for an answer larger than the room.
+// Writes the request into the pipe and reads the answer, up to its first zero. False with the system's code
+// in `error` when the call fails, as it does for an answer larger than the room.
 bool Exchange(const std::wstring& pipeName, const std::wstring& request, const ExchangeLimits& limits,
-              std::wstring& reply);
+              std::wstring& reply, ULong32& error);
 
 }  // namespace ostrel
 

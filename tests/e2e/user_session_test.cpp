@@ -14,6 +14,7 @@ using nlohmann::json;
 
 constexpr wchar_t WATCH_BROWSER[] = L"--watch browser.exe --log-level 7 --for 300";
 constexpr wchar_t WATCH_ALL[] = L"--watch browser.exe,renderer.exe,pscp.exe --log-level 7 --for 300";
+constexpr wchar_t WATCH_EDGE[] = L"--watch MicrosoftEdge.exe --log-level 7 --for 300";
 constexpr char STARTED_IN_APPLICATION[] =
     "Created Ostrel user proc successfully when running as an application.";
 constexpr char STARTED_IN_SERVICE[] = "Created Ostrel user proc successfully.";
@@ -88,6 +89,18 @@ TEST_F(UserSession, WithoutTabTitlesOnlyFilesOnNetworkDrivesAreAskedFor) {
     EXPECT_EQ(upload["metadataStatus"], upload["isNetworkDrive"] ? "METADATA_SUCCESS" : "");
   }
   EXPECT_EQ(CountOf(STARTED_IN_APPLICATION, host->Errors()), 1U);
+}
+
+TEST_F(UserSession, ATitleOfTheLegacyEdgeBrowserIsThatOfItsFrameHost) {
+  const auto host = StartHost(WATCH_EDGE);
+  ASSERT_EQ(Play(Scenario("frame_host.json")), 0U);
+  EXPECT_EQ(Check(Scenario("frame_host.json")), 0U) << host->Errors();
+}
+
+TEST_F(UserSession, WithoutItsFrameHostTheLegacyEdgeBrowserHasNoTitle) {
+  const auto host = StartHost(WATCH_EDGE);
+  ASSERT_EQ(Play(Scenario("no_frame_host.json")), 0U);
+  EXPECT_EQ(Check(Scenario("no_frame_host.json")), 0U) << host->Errors();
 }
 
 TEST_F(UserSession, ATitleThatTheReplyCannotHoldIsShortened) {
