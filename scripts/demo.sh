@@ -5,10 +5,13 @@ set -euo pipefail
 
 usage() {
   cat <<'END'
-Usage: scripts/demo.sh [SCENARIO]
+Usage: scripts/demo.sh [--products FOLDER] [SCENARIO]
 
 Builds everything, runs OstrelHost.exe on the lab's stand-in drivers under Wine, plays SCENARIO (a JSON file as docs/lab.md
 describes it; by default lab/scenarios/default.json) and compares what was reported with what the scenario expects.
+
+  --products FOLDER            run host, library and helper from there, such as the bin folder of a package, and build the
+                               lab only
 
   build/demo/detections.jsonl  what the host reported, as docs/host.md describes it
   build/demo/host.log          the host's log, at its finest level
@@ -17,10 +20,15 @@ Ends with 0 when both agree.
 END
 }
 
-case ${1-} in
-  -h | --help) usage; exit ;;
-  -*) usage >&2; exit 2 ;;
-esac
+products=
+while [ $# -gt 0 ]; do
+  case $1 in
+    -h | --help) usage; exit ;;
+    --products) [ $# -gt 1 ] || { usage >&2; exit 2; }; products=$(realpath -- "$2"); shift 2 ;;
+    -*) usage >&2; exit 2 ;;
+    *) break ;;
+  esac
+done
 if [ $# -gt 1 ]; then
   usage >&2
   exit 2
@@ -31,6 +39,9 @@ source scripts/lib.sh
 
 scenario=${1:-lab/scenarios/default.json}
 stage=build/windows/stage
+lab_targets=(OstrelLab OstrelLabPortLibrary OstrelLabFilteringPlatform OstrelLabPropertyLibrary OstrelLabSessionLibrary
+  OstrelFilterDriver OstrelNWFilterDriver)
+product_files=(OstrelFilterLib.dll OstrelHost.exe OstrelUserHelper.exe)
 found=build/demo/detections.jsonl
 host_log=build/demo/host.log
 host=
@@ -101,14 +112,31 @@ end_host() {
   ((code == 0)) || fail "OstrelHost.exe ended with code $code."
 }
 
+# Products and lab find each other only in one folder.
+assemble_stage() {
+  local file lab_stage=$stage
+  for file in "${product_files[@]}"; do
+    [ -f "$products/$file" ] || { echo "demo.sh: there is no $file in $products." >&2; exit 2; }
+  done
+  stage=build/demo/stage
+  rm -rf "$stage"
+  mkdir -p "$stage"
+  cp "$lab_stage"/OstrelLab*.exe "$lab_stage"/*.{dll,sys,inf} "$stage"
+  cp "${product_files[@]/#/$products/}" "$stage"
+}
+
 scripts/setup.sh
 echo "Building (the first time takes a few minutes)"
-build_preset windows OstrelHost OstrelUserHelper OstrelLab OstrelLabPortLibrary OstrelLabFilteringPlatform \
-  OstrelLabSessionLibrary OstrelFilterDriver OstrelNWFilterDriver
+mkdir -p build/demo
+if [ -z "$products" ]; then
+  build_preset windows OstrelHost OstrelUserHelper "${lab_targets[@]}"
+else
+  build_preset windows "${lab_targets[@]}"
+  assemble_stage
+fi
 use_display
 use_wine_prefix
 trap clean_up EXIT
-mkdir -p build/demo
 : >"$found"
 
 start_host
