@@ -24,6 +24,8 @@ constexpr ExchangeLimits CLOUD_LOGIN_LIMITS{4400, 2000};
 
 std::wstring TextOf(const RequestMessage& request) {
   std::wostringstream stream;
+  // Left to itself, a stream that is short of memory drops what follows without a word.
+  stream.exceptions(std::ios_base::badbit);
   request.Serialize(stream);
   return stream.str();
 }

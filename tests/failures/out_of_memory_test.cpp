@@ -1,8 +1,11 @@
+#include <atomic>
 #include <functional>
 #include <set>
 
 #include "library_test.h"
+#include "string_getter.h"
 #include "support/heap_watch.h"
+#include "support/scripted_wmi.h"
 
 namespace ostrel::test {
 
@@ -124,6 +127,42 @@ TEST_F(OutOfMemory, EnablePcdDetectionFailsWithoutAnException) {
              [this] { EXPECT_EQ(library_.DisablePCDDetection(), 1); });
 }
 
+TEST_F(OutOfMemory, DisablePcdDetectionFailsWithoutAnException) {
+  const auto enable = [this] {
+    return library_.EnablePCDDetection(nullptr, names_, 1, nullptr, 0, nullptr, 0);
+  };
+  ASSERT_EQ(enable(), 1);
+  const HeapWatch heap(library_.Module());
+  HeapWatch::Begin(1);
+  EXPECT_EQ(library_.DisablePCDDetection(), 0);
+  HeapWatch::Begin();
+  EXPECT_EQ(library_.DisablePCDDetection(), 1) << "off all the same";
+  EXPECT_EQ(enable(), 1);
+}
+
+// Those that end something must not fail for want of memory. Each is made once before, because the
+// compiler's locks take theirs at their first use.
+TEST_F(OutOfMemory, CannotHappenToTheCallsThatEndSomething) {
+  library_.EnableTabTitles();
+  library_.EnableRemoteAddressInfo(names_, 1);
+  library_.DisableRemoteAddressInfo();
+  library_.EnableRemoteAddressInfo(names_, 1);
+  const std::pair<const char*, std::function<void()>> calls[] = {
+      {"EnableTabTitles", [this] { library_.EnableTabTitles(); }},
+      {"DisableTabTitles", [this] { library_.DisableTabTitles(); }},
+      {"DisableRemoteAddressInfo", [this] { library_.DisableRemoteAddressInfo(); }},
+      {"LoadDriver, the second time", [this] { EXPECT_TRUE(Load()); }},
+      {"UnloadDriver", [this] { EXPECT_EQ(library_.UnloadDriver(), 1); }},
+      {"UnloadDriver, the second time", [this] { EXPECT_EQ(library_.UnloadDriver(), 1); }},
+  };
+  const HeapWatch heap(library_.Module());
+  for (const auto& [name, call] : calls) {
+    HeapWatch::Begin(1);
+    call();
+    EXPECT_FALSE(HeapWatch::HasRefused()) << name;
+  }
+}
+
 TEST_F(OutOfMemory, UpdateProcessesDoesNothingWithoutAnException) {
   const std::string done = "log 6 Successfully updated processes to monitor.";
   RefuseEach(
@@ -144,6 +183,161 @@ TEST_F(OutOfMemory, AStringForTheHostIsNull) {
     allocate(&text, L"%s", L"user");
   }
   EXPECT_EQ(text, nullptr);
+}
+
+class OutOfMemoryInAGetter : public OutOfMemory, public ::testing::WithParamInterface<const char*> {
+ protected:
+  OutOfMemoryInAGetter() {
+    // The first exception on a thread, and the first use of a stream, take memory for good.
+    Ask(library_, "GetAutoProxyConfigUrlForSystem");
+    wmi_.objects = {L"VM\\a name longer than a short string holds",
+                    L"VM\\another such name, and a longer one"};
+    session_.LogOn();
+    // Otherwise each identifier is another, and in time a longer one.
+    session_.randomBytes.assign(32, 1);
+    session_.answer = [](const std::wstring& request) {
+      // The second identifier of the request is that of the answer; the kind is the request's own.
+      const std::wstring kind = request.substr(2, 1);
+      const std::wstring identifier = request.substr(43, 32);
+      return kind + L",32," + identifier + L",0,36,an answer longer than a short string";
+    };
+    Forget();
+  }
+
+  ScriptedWmi wmi_{library_.Module(), system_.transcript};
+};
+
+INSTANTIATE_TEST_SUITE_P(Every, OutOfMemoryInAGetter, ::testing::ValuesIn(GETTERS),
+                         [](const auto& getter) { return std::string(getter.param); });
+
+TEST_P(OutOfMemoryInAGetter, IsAnErrorOrNoAnswerAndLeavesNothingBehind) {
+  const Answer answer = Ask(library_, GetParam());
+  const HeapWatch heap(library_.Module());
+  bool wasRefused = true;
+  for (int allocation = 1; wasRefused; ++allocation) {
+    SCOPED_TRACE(allocation);
+    HeapWatch::Begin(allocation);
+    const Answer refused = Ask(library_, GetParam());
+    wasRefused = HeapWatch::HasRefused();
+    EXPECT_EQ(HeapWatch::HeldBlocks(), 0);
+    EXPECT_THAT(system_.OpenHandles(), handles_);
+    EXPECT_THAT(session_.OpenHandles(), IsEmpty());
+    EXPECT_THAT(wmi_.HeldObjects(), IsEmpty());
+    EXPECT_EQ(wmi_.HeldTexts(), 0);
+    if (!wasRefused) {
+      EXPECT_EQ(refused, answer);
+    } else {
+      EXPECT_NE(refused, answer);
+      EXPECT_TRUE(refused.first == UNTOUCHED || refused.second == UNTOUCHED);
+    }
+  }
+}
+
+EventMessage Event(std::int32_t type, int number, std::uint32_t source) {
+  EventMessage message{};
+  message.processId = 42;
+  message.eventTime = 1000;
+  message.eventType = type;
+  message.streamFlag = 1;
+  message.deviceSourceType = source;
+  std::u16string name = u"\\Device\\Mup\\server\\share\\a name longer than a short string ";
+  for (const char digit : std::to_string(number)) name += static_cast<char16_t>(digit);
+  std::copy(name.begin(), name.end(), message.fileName);
+  return message;
+}
+
+constexpr std::int32_t EVENT_TYPES[] = {0, 1, 2, 3, 4};
+
+std::string TypeName(const ::testing::TestParamInfo<std::int32_t>& type) {
+  return "Type" + std::to_string(type.param);
+}
+
+// On the notification thread; there is no other.
+class OutOfMemoryForAnEvent : public OutOfMemory, public ::testing::WithParamInterface<std::int32_t> {};
+
+INSTANTIATE_TEST_SUITE_P(OfEvery, OutOfMemoryForAnEvent, ::testing::ValuesIn(EVENT_TYPES), TypeName);
+
+TEST_P(OutOfMemoryForAnEvent, LosesThatEventAtMostAndTheLoopGoesOn) {
+  const HeapWatch heap(library_.Module(), system_.ThreadIds().at(0));
+  std::size_t lost = 0;
+  bool wasRefused = true;
+  for (int allocation = 1; wasRefused; ++allocation) {
+    SCOPED_TRACE(allocation);
+    Forget();
+    HeapWatch::Begin(allocation);
+    system_.Send(Event(GetParam(), allocation, 1));
+    ASSERT_TRUE(system_.WaitUntilHandled());
+    wasRefused = HeapWatch::HasRefused();
+    HeapWatch::Begin();
+    const std::size_t exceptions =
+        system_.transcript.StartingWith("log 3 Exception caught in filter loop").size();
+    EXPECT_LE(exceptions, wasRefused ? 1U : 0U);
+    lost += exceptions;
+    EXPECT_THAT(system_.transcript.StartingWith("FilterReplyMessage("), SizeIs(1));
+    EXPECT_THAT(system_.OpenHandles(), handles_);
+    EXPECT_THAT(session_.OpenHandles(), IsEmpty());
+  }
+  EXPECT_GT(lost, 1U);
+}
+
+std::atomic<int> reports{0};
+
+void CountActivity(const wchar_t*, const wchar_t*, const wchar_t*, std::uint64_t, std::uint32_t, std::int32_t,
+                   wchar_t**, std::uint32_t*, wchar_t**, std::int32_t, wchar_t**, const wchar_t*,
+                   std::uint8_t, const wchar_t*, const wchar_t*, std::uint32_t, const wchar_t*,
+                   const wchar_t*) {
+  ++reports;
+}
+
+void CountCloud(const wchar_t*, const wchar_t*, const wchar_t*, std::uint64_t, std::uint32_t) {
+  ++reports;
+}
+
+class OutOfMemoryInAPass : public LibraryTest, public ::testing::WithParamInterface<std::int32_t> {
+ protected:
+  OutOfMemoryInAPass() {
+    system_.waitDivisor = 100;
+    // No rule of any browser applies to this process.
+    system_.imageNames = {{42, L"\\Device\\HarddiskVolume3\\app.exe"}};
+    const wchar_t* names[] = {L"app.exe"};
+    EXPECT_TRUE(Load());
+    EXPECT_EQ(library_.EnableActivityDetection(&CountActivity, L"", names, 1, nullptr, 0, 0, 0, 1), 1);
+    EXPECT_EQ(library_.EnablePCDDetection(&CountCloud, names, 1, nullptr, 0, nullptr, 0), 1);
+    EXPECT_TRUE(system_.WaitUntilHandled());
+  }
+
+  // Until a pass is over that began after the call.
+  bool WaitForAPass() {
+    Forget();
+    return system_.transcript.WaitFor("WaitForSingleObject(event, 1000)", 2);
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(OverAnEventOf, OutOfMemoryInAPass, ::testing::Values(0, 1, 4), TypeName);
+
+// The file lies on a network drive, so that the helper is asked as well.
+TEST_P(OutOfMemoryInAPass, LosesThatReportAtMostAndTheThreadGoesOn) {
+  const HeapWatch heap(library_.Module(), system_.ThreadIds().at(1));
+  reports = 0;
+  int events = 0;
+  bool wasRefused = true;
+  for (int allocation = 1; wasRefused; ++allocation) {
+    SCOPED_TRACE(allocation);
+    const int before = reports;
+    HeapWatch::Begin(allocation);
+    system_.Send(Event(GetParam(), ++events, 1));
+    ASSERT_TRUE(system_.WaitUntilHandled());
+    ASSERT_TRUE(WaitForAPass());
+    wasRefused = HeapWatch::HasRefused();
+    HeapWatch::Begin();
+    // What could not be taken out of its cache comes with a later pass.
+    EXPECT_LE(reports, events);
+    EXPECT_TRUE(wasRefused || reports > before);
+    EXPECT_THAT(system_.OpenHandles(), ElementsAre("event", "notification port", "thread"));
+    EXPECT_THAT(session_.OpenHandles(), IsEmpty());
+  }
+  EXPECT_GT(events - reports, 1);
+  EXPECT_EQ(library_.UnloadDriver(), 1);
 }
 
 }  // namespace

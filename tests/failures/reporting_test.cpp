@@ -158,7 +158,18 @@ TEST_F(ReportingToTheHost, ADirectoryIsNotReported) {
   EXPECT_THAT(Told(), IsEmpty());
 }
 
-TEST_F(ReportingToTheHost, ACallbackThatThrowsLosesItsReportOnly) {
+TEST_F(ReportingToTheHost, AnActivityCallbackThatThrowsLosesItsReportOnly) {
+  throwFirst = true;
+  EnableBoth();
+  Send(Event(1, u"\\1"));
+  ASSERT_TRUE(WaitForReports(1));
+  Send(Event(1, u"\\2"));
+  ASSERT_TRUE(WaitForReports(2));
+  Unload();
+  EXPECT_THAT(Told(), ElementsAre(StartsWith("told 1 \\1 "), StartsWith("told 1 \\2 ")));
+}
+
+TEST_F(ReportingToTheHost, ACloudDriveCallbackThatThrowsLosesItsReportOnly) {
   throwFirst = true;
   EnableBoth();
   Send(Event(4, u"\\1"));

@@ -189,6 +189,8 @@ static void on_lab(void) {
 }
 
 int main(int count, char** arguments) {
+  /* Whoever waits for "watching" reads a file. */
+  setvbuf(stderr, NULL, _IONBF, 0);
   if (count == 2 && strcmp(arguments[1], "lab") == 0) {
     on_lab();
   } else {
