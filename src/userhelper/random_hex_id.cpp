@@ -31,7 +31,7 @@ std::wstring GenerateRandomHexId() {
     return {};
   }
   std::wostringstream digits;
-  // Otherwise the identifier just comes out shorter when memory is short.
+  // A shorter identifier would be easier to guess.
   digits.exceptions(std::ios_base::badbit);
   digits << std::hex;
   for (std::size_t i = 0; i < RANDOM_BYTES; ++i) digits << static_cast<unsigned>(bytes[i]);
