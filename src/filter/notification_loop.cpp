@@ -11,6 +11,7 @@
 #include "log/log.h"
 #include "util/name_capacity.h"
 #include "util/ostrel_filter_lib_util.h"
+#include "util/text.h"
 #include "util/unique_handle.h"
 
 namespace ostrel {
@@ -72,7 +73,8 @@ void NotificationLoop::Handle(const EventMessage& message) {
   CutStreamSuffix(message, fileName);
   // The driver holds the file operation until here.
   Acknowledge(message);
-  if (OstrelFilterLibUtil::ExcludeBasedOnExtension(fileName, targets_.ignoredSuffixes)) return;
+  // The rule of ExcludeBasedOnExtension, which would copy the list for every message.
+  if (EndsWithAnyIgnoringAsciiCase(fileName, targets_.ignoredSuffixes)) return;
 
   wchar_t processName[NAME_CAPACITY];
   HANDLE opened = nullptr;
