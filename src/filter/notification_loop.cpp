@@ -118,6 +118,8 @@ void NotificationLoop::FileRead(const EventMessage& message, const wchar_t* file
     Log(LOG_DETAIL, L"Ignore Upload event. Not a real upload for file: %s process %s", fileName, processName);
     return;
   }
+  // Most reads are further ones of a file.
+  if (MergeEvent(targets_.uploads, fileName, message.processId, message.eventTime, message.readSize)) return;
   targets_.uploads.AddEvent(fileName, process, processName, message.processId, message.eventTime,
                             IsNetworkEvent(message), FILE_EVENT_READ, message.readSize);
 }
@@ -125,14 +127,16 @@ void NotificationLoop::FileRead(const EventMessage& message, const wchar_t* file
 bool NotificationLoop::IsRealRead(const EventMessage& message, const wchar_t* fileName,
                                   const wchar_t* processName) {
   const std::lock_guard lock(targets_.irpQueriesMutex);
-  return targets_.irpQueries.ShouldAllowRead(fileName, message.processId, message.eventTime, processName);
+  return ShouldAllowRead(targets_.irpQueries, fileName, message.processId, message.eventTime, processName);
 }
 
 // A file that a process writes is no longer an upload candidate of that process.
 void NotificationLoop::FileWrite(const EventMessage& message, const wchar_t* fileName, HANDLE process,
                                  const wchar_t* processName) {
-  targets_.downloads.AddEvent(fileName, process, processName, message.processId, message.eventTime,
-                              IsNetworkEvent(message), FILE_EVENT_WRITE, message.readSize);
+  if (!MergeEvent(targets_.downloads, fileName, message.processId, message.eventTime, message.readSize)) {
+    targets_.downloads.AddEvent(fileName, process, processName, message.processId, message.eventTime,
+                                IsNetworkEvent(message), FILE_EVENT_WRITE, message.readSize);
+  }
   targets_.uploads.RemoveEvent(fileName, message.processId);
 }
 
