@@ -6,6 +6,7 @@ set -euo pipefail
 packages=(
   cmake ninja-build g++                # builds; the native compiler runs the sanitizers
   g++-mingw-w64-x86-64-posix           # compiles for Windows
+  llvm                                 # makes the import library for Microsoft's linker
   wine64                               # runs it
   python3                              # turns what the benchmarks say into a page
   xvfb                                 # a display for the windows whose titles are sought

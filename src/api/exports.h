@@ -46,9 +46,12 @@
  *     strings that end in ForSystem. From a service it starts nlib\OstrelUserHelper.exe, from a program in
  *     the user's session OstrelUserHelper.exe, either relative to the current directory of the process. The
  *     thread that needs the answer waits for it: 40 times the pipe's own patience and 2 seconds at most for
- *     the helper to come up, then for its answer as long as it lives, 95 seconds at most. Tab titles are
- *     asked for on the notification thread, after the driver has its acknowledgement, while the cache that
- *     the event goes to is locked; metadata on the disk event thread, under the report lock.
+ *     the helper to come up, then 2 seconds (metadata: 10) at most for a pipe that is busy, and then until
+ *     the helper answers or ends. The library sets no bound to this last wait; OstrelUserHelper.exe does: it
+ *     ends 2 seconds (metadata: 10) after it was asked, answer or not. Another program in its place, or one
+ *     that the user suspends, can keep the thread waiting for ever. Tab titles are asked for on the
+ *     notification thread, after the driver has its acknowledgement, while the cache that the event goes to
+ *     is locked; metadata on the disk event thread, under the report lock.
  */
 
 #include <stdint.h>
@@ -96,7 +99,8 @@ typedef void (*LogCallback)(const wchar_t* text, uint32_t level);
  * ports           streamCount remote ports.
  * hostNames       streamCount host names, empty where the reverse look-up failed; always empty for IPv6.
  * hintCount       Number of destination hints.
- * hints           hintCount tab titles that were open when the file was first touched.
+ * hints           hintCount titles of the process's main window, or else of its parent's, when the file was
+ *                 first touched. The helper of this library finds one at most, and none of other tabs.
  * tabTitleStatus  How the look-up of the titles went, as one of the words below; empty while capture is off.
  * isNetworkDrive  1 when the file is on a network drive, and only then the rest is filled. Without metadata
  *                 it is empty but for the status, and the upload counts as complete.

@@ -10,6 +10,7 @@
 #include "filter/driver_installer.h"
 #include "filter/load_driver_privilege.h"
 #include "network/driver_service.h"
+#include "util/installed_names.h"
 
 namespace ostrel {
 

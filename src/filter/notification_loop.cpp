@@ -5,6 +5,7 @@
 #include <fltuser.h>
 
 #include <new>
+#include <string>
 #include <utility>
 
 #include "filter/event_name.h"
@@ -130,24 +131,27 @@ bool NotificationLoop::IsRealRead(const EventMessage& message, const wchar_t* fi
   return ShouldAllowRead(targets_.irpQueries, fileName, message.processId, message.eventTime, processName);
 }
 
-// A file that a process writes is no longer an upload candidate of that process.
+// A file that a process writes is no longer an upload candidate of that process. The name to withdraw it by
+// is there before the write is filed, so that short memory cannot come between the two.
 void NotificationLoop::FileWrite(const EventMessage& message, const wchar_t* fileName, HANDLE process,
                                  const wchar_t* processName) {
+  std::wstring withdrawn = fileName;
   if (!MergeEvent(targets_.downloads, fileName, message.processId, message.eventTime, message.readSize)) {
     targets_.downloads.AddEvent(fileName, process, processName, message.processId, message.eventTime,
                                 IsNetworkEvent(message), FILE_EVENT_WRITE, message.readSize);
   }
-  targets_.uploads.RemoveEvent(fileName, message.processId);
+  targets_.uploads.RemoveEvent(std::move(withdrawn), message.processId);
 }
 
 void NotificationLoop::FileNetworkInfoQuery(const EventMessage& message, const wchar_t* fileName,
                                             const wchar_t* processName) {
+  std::wstring withdrawn = fileName;  // here, as for a write
   {
     const std::lock_guard lock(targets_.irpQueriesMutex);
     if (targets_.irpQueries.AddNetworkInfoQuery(fileName, message.processId, message.eventTime, processName))
       return;
   }
-  targets_.uploads.RemoveEvent(fileName, message.processId);
+  targets_.uploads.RemoveEvent(std::move(withdrawn), message.processId);
   Log(LOG_DETAIL, L"Removed from Upload cache: %s %s", fileName, processName);
 }
 

@@ -134,6 +134,59 @@ TEST_F(OutOfMemory, UpdateProcessesDoesNothingWithoutAnException) {
       [] {});
 }
 
+// Asks the helper with each of the library's allocations refused in turn. The helper never gets half a
+// question, and the host gets the error or, when even that has no room, nothing.
+template <typename Getter>
+void RefuseEachOf(Getter getter, HMODULE module, ScriptedUserSession& session,
+                  const std::function<void(wchar_t**)>& release, const std::wstring& answer,
+                  const std::wstring& error) {
+  const std::wstring id(32, L'1');
+  session.randomBytes = std::vector<std::uint8_t>(32, 1);
+  session.answer = [&](const std::wstring&) { return answer.substr(0, 2) + L"32," + id + answer.substr(1); };
+  session.LogOn();
+  std::set<std::wstring> errors;
+  const HeapWatch heap(module);
+  for (int allocation = 1;; ++allocation) {
+    SCOPED_TRACE(allocation);
+    wchar_t* results[2] = {};
+    HeapWatch::Begin(allocation);
+    getter(&results[0], &results[1]);
+    const bool wasRefused = HeapWatch::HasRefused();
+    HeapWatch::Begin();
+    EXPECT_THAT(session.OpenHandles(), IsEmpty());
+    if (results[1] != nullptr) errors.insert(results[1]);
+    if (!wasRefused) {
+      EXPECT_STREQ(results[0], L"answer");
+      EXPECT_EQ(results[1], nullptr);
+    } else {
+      // The compiler's library can do without some of its blocks.
+      EXPECT_TRUE(results[0] == nullptr || results[0] == std::wstring(L"answer"));
+    }
+    for (wchar_t*& result : results) release(&result);
+    if (!wasRefused) break;
+  }
+  EXPECT_THAT(errors, ElementsAre(error));
+  ASSERT_FALSE(session.Requests().empty());
+  for (const std::wstring& request : session.Requests()) EXPECT_EQ(request, session.Requests().back());
+}
+
+TEST_F(OutOfMemory, TheProxyUrlIsAnErrorOrNothing) {
+  RefuseEachOf(
+      library_.Find<decltype(&GetAutoProxyConfigUrlForSystem)>("GetAutoProxyConfigUrlForSystem"),
+      library_.Module(), session_, [this](wchar_t** text) { library_.DeallocStringPointer(text); },
+      L"2,0,6,answer",
+      L"PROXY:: Exception occurred while attempting to get Windows auto proxy configuration url.");
+}
+
+TEST_F(OutOfMemory, TheCloudLoginIsAnErrorOrNothing) {
+  const auto getter = library_.Find<decltype(&GetCloudStorageProviderLoginForSystem)>(
+      "GetCloudStorageProviderLoginForSystem");
+  RefuseEachOf([getter](wchar_t** result,
+                        wchar_t** error) { getter(L"OneDrive Business", L"C:\\Users\\ann", result, error); },
+               library_.Module(), session_, [this](wchar_t** text) { library_.DeallocStringPointer(text); },
+               L"3,0,6,answer", L"CLOUDLOGIN:: Exception occurred while attempting to get cloud Login.");
+}
+
 TEST_F(OutOfMemory, AStringForTheHostIsNull) {
   const auto allocate = library_.Find<void (*)(wchar_t**, const wchar_t*, ...)>(
       "_ZN19OstrelFilterLibUtil18AllocStringPointerEPPwPKwz");
