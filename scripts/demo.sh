@@ -5,10 +5,13 @@ set -euo pipefail
 
 usage() {
   cat <<'END'
-Usage: scripts/demo.sh [SCENARIO]
+Usage: scripts/demo.sh [--products FOLDER] [SCENARIO]
 
 Builds everything, runs OstrelHost.exe on the lab's stand-in drivers under Wine, plays SCENARIO (a JSON file as docs/lab.md
 describes it; by default lab/scenarios/default.json) and compares what was reported with what the scenario expects.
+
+  --products FOLDER            run host, library and helper from there, such as the bin folder of a package, and build the
+                               lab only
 
   build/demo/detections.jsonl  what the host reported, as docs/host.md describes it
   build/demo/host.log          the host's log, at its finest level
@@ -17,10 +20,15 @@ Ends with 0 when both agree.
 END
 }
 
-case ${1-} in
-  -h | --help) usage; exit ;;
-  -*) usage >&2; exit 2 ;;
-esac
+products=
+while [ $# -gt 0 ]; do
+  case $1 in
+    -h | --help) usage; exit ;;
+    --products) [ $# -gt 1 ] || { usage >&2; exit 2; }; products=$(realpath -- "$2"); shift 2 ;;
+    -*) usage >&2; exit 2 ;;
+    *) break ;;
+  esac
+done
 if [ $# -gt 1 ]; then
   usage >&2
   exit 2
@@ -31,6 +39,9 @@ source scripts/lib.sh
 
 scenario=${1:-lab/scenarios/default.json}
 stage=build/windows/stage
+lab_targets=(OstrelLab OstrelLabPortLibrary OstrelLabFilteringPlatform OstrelLabPropertyLibrary OstrelLabSessionLibrary
+  OstrelFilterDriver OstrelNWFilterDriver)
+product_files=(OstrelFilterLib.dll OstrelHost.exe OstrelUserHelper.exe)
 found=build/demo/detections.jsonl
 host_log=build/demo/host.log
 host=
@@ -49,6 +60,12 @@ fail() {
   echo "$1 The end of $host_log:" >&2
   tail -n 15 "$host_log" >&2
   exit 1
+}
+
+fail_to_start() {
+  echo "What the host's self-check finds (docs/host.md explains the lines):" >&2
+  cmake/wine.sh "$stage/OstrelHost.exe" --self-check >&2 || true
+  fail "$1"
 }
 
 lab() {
@@ -76,10 +93,10 @@ wait_for_host() {
   local tries
   for ((tries = 0; tries < 600; ++tries)); do
     ! grep -q 'OstrelHost: watching' "$host_log" || return 0
-    kill -0 "$host" 2>/dev/null || fail "OstrelHost.exe ended by itself."
+    kill -0 "$host" 2>/dev/null || fail_to_start "OstrelHost.exe ended by itself."
     sleep 0.1
   done
-  fail "OstrelHost.exe was not ready within 60 seconds."
+  fail_to_start "OstrelHost.exe was not ready within 60 seconds."
 }
 
 # As Ctrl+C does; the host unloads the drivers and ends.
@@ -95,14 +112,31 @@ end_host() {
   ((code == 0)) || fail "OstrelHost.exe ended with code $code."
 }
 
+# Products and lab find each other only in one folder.
+assemble_stage() {
+  local file lab_stage=$stage
+  for file in "${product_files[@]}"; do
+    [ -f "$products/$file" ] || { echo "demo.sh: there is no $file in $products." >&2; exit 2; }
+  done
+  stage=build/demo/stage
+  rm -rf "$stage"
+  mkdir -p "$stage"
+  cp "$lab_stage"/OstrelLab*.exe "$lab_stage"/*.{dll,sys,inf} "$stage"
+  cp "${product_files[@]/#/$products/}" "$stage"
+}
+
 scripts/setup.sh
 echo "Building (the first time takes a few minutes)"
-build_preset windows OstrelHost OstrelUserHelper OstrelLab OstrelLabPortLibrary OstrelLabFilteringPlatform \
-  OstrelLabSessionLibrary OstrelFilterDriver OstrelNWFilterDriver
+mkdir -p build/demo
+if [ -z "$products" ]; then
+  build_preset windows OstrelHost OstrelUserHelper "${lab_targets[@]}"
+else
+  build_preset windows "${lab_targets[@]}"
+  assemble_stage
+fi
 use_display
 use_wine_prefix
 trap clean_up EXIT
-mkdir -p build/demo
 : >"$found"
 
 start_host

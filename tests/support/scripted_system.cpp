@@ -16,6 +16,8 @@
 
 #include "support/scripted_system.h"
 
+#include "util/installed_names.h"
+
 namespace ostrel::test {
 
 namespace {

@@ -34,19 +34,20 @@ void* operator new[](std::size_t size) {
   return Allocate(size);
 }
 
-void operator delete(void* block) noexcept {
+// Kept out of line: seen through, they let the compiler take each deletion for a mismatched one.
+[[gnu::noinline]] void operator delete(void* block) noexcept {
   std::free(block);
 }
 
-void operator delete[](void* block) noexcept {
+[[gnu::noinline]] void operator delete[](void* block) noexcept {
   std::free(block);
 }
 
-void operator delete(void* block, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept {
   std::free(block);
 }
 
-void operator delete[](void* block, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete[](void* block, std::size_t) noexcept {
   std::free(block);
 }
 
