@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
-# Every test: the parts that only compute under sanitizers natively, everything under Wine,
-# and the static analysis. Arguments go to ctest, such as
-# -R unit or --rerun-failed.
+# Every test: the parts that only compute under sanitizers natively, everything under Wine, and the static analysis. Arguments
+# go to ctest, such as -R unit or --rerun-failed.
 set -uo pipefail
 cd "$(dirname "$0")/.." || exit
 source scripts/lib.sh
