@@ -44,6 +44,8 @@ UniqueFileHandle Open(const std::wstring& path, DWORD& error) {
   UniqueFileHandle file(CreateFileW(
       name.c_str(), FILE_READ_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE,
       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+      // FILE_FLAG_OPEN_NO_RECALL and SECURITY_SQOS_PRESENT are one bit, and both are meant.
+      // NOLINTNEXTLINE(misc-redundant-expression)
       FILE_FLAG_SEQUENTIAL_SCAN | FILE_FLAG_OPEN_NO_RECALL | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION,
       nullptr));
   error = GetLastError();
