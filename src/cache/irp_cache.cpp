@@ -21,14 +21,14 @@ IrpCache::~IrpCache() = default;
 void IrpCache::AddStdInfoQuery(std::wstring filePath, ULong32 processId, unsigned long long time,
                                std::wstring processName) {
   PurgeEvents(time);
-  const ApplicationType type = GetApplicationType(processName);
+  const ApplicationType type = Classify(processName);
   events_[DiskCacheKey(std::move(filePath), GetProcessIdToUse(processId, type))].AddStdInfo(time);
 }
 
 bool IrpCache::AddNetworkInfoQuery(std::wstring filePath, ULong32 processId, unsigned long long time,
                                    std::wstring processName) {
   PurgeEvents(time);
-  const ApplicationType type = GetApplicationType(processName);
+  const ApplicationType type = Classify(processName);
   const auto [entry, isNew] =
       events_.try_emplace(DiskCacheKey(std::move(filePath), GetProcessIdToUse(processId, type)));
   IrpCacheMetaData& counts = entry->second;
@@ -54,7 +54,7 @@ bool ostrel::ShouldAllowRead(IrpCache& cache, std::wstring_view filePath, ULong3
 bool IrpCache::RecordRead(std::wstring_view filePath, ULong32 processId, unsigned long long time,
                           std::wstring_view processName) {
   PurgeEvents(time);
-  const ApplicationType type = GetApplicationType(processName);
+  const ApplicationType type = Classify(processName);
   if (type == Other) return true;
   const auto entry = events_.find(DiskCacheKey(std::wstring(filePath), GetProcessIdToUse(processId, type)));
   if (entry == events_.end()) return false;
@@ -92,7 +92,11 @@ void IrpCache::PurgeEvents(unsigned long long now) {
   }
 }
 
-IrpCache::ApplicationType IrpCache::GetApplicationType(std::wstring_view processName) {
+IrpCache::ApplicationType IrpCache::GetApplicationType(std::wstring processName) {
+  return Classify(processName);
+}
+
+IrpCache::ApplicationType IrpCache::Classify(std::wstring_view processName) {
   static constexpr std::array<std::pair<std::wstring_view, ApplicationType>, 8> TYPES{{
       {L"chrome.exe", Chromium},
       {L"opera.exe", Chromium},

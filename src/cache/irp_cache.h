@@ -62,7 +62,8 @@ class OSTREL_EXPORT IrpCache {
   void PurgeEvents(unsigned long long now);
   bool RecordRead(std::wstring_view filePath, ostrel::ULong32 processId, unsigned long long time,
                   std::wstring_view processName);
-  ApplicationType GetApplicationType(std::wstring_view processName);
+  ApplicationType GetApplicationType(std::wstring processName);
+  ApplicationType Classify(std::wstring_view processName);
   unsigned long long GetProcessIdToUse(ostrel::ULong32 processId, ApplicationType type);
   bool IsChromiumUpload(IrpCacheMetaData& counts, unsigned long long time, std::wstring_view filePath);
 
