@@ -3,11 +3,14 @@
 #include <stdexcept>
 
 #include "network_test.h"
+#include "string_getter.h"
+#include "support/scripted_wmi.h"
 
 namespace ostrel::test {
 
 namespace {
 
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
@@ -81,6 +84,51 @@ class AHostThatThrows : public NetworkTest {
 
   Lines Told() const { return system_.transcript.StartingWith("told "); }
 };
+
+TEST_F(AHostThatThrows, GetsTheResultsOfOneThatDoesNot) {
+  ScriptedWmi wmi(library_.Module(), system_.transcript);
+  wmi.objects = {L"VM"};
+  const auto enableActivity = [this] {
+    return library_.EnableActivityDetection(&OnActivity, L"ann", names_, 2, nullptr, 0, 0, 1, 1);
+  };
+  EXPECT_EQ(library_.UnloadDriver(), 1);
+  EXPECT_EQ(library_.LoadDriver(&OnLine, 7), 1);
+  EXPECT_EQ(library_.LoadDriver(&OnLine, 7), 1);
+  EXPECT_EQ(enableActivity(), 1);
+  EXPECT_EQ(enableActivity(), 0);
+  EXPECT_EQ(library_.EnablePCDDetection(&OnCloud, names_, 2, names_, 2, names_, 2), 1);
+  library_.UpdateProcesses(names_, 2, 0);
+  EnableRemote();
+  library_.DisableTabTitles();
+  library_.EnableTabTitles();
+  EXPECT_EQ(Ask(library_, "GetCurrentUserName"), Result("VM"));
+  EXPECT_EQ(Ask(library_, "GetAllUserDirectories"), Result("VM;"));
+  // Nobody is logged on.
+  EXPECT_EQ(Ask(library_, "GetAutoProxyConfigUrlForSystem").first, UNTOUCHED);
+  EXPECT_EQ(Ask(library_, "GetCloudStorageProviderLoginForSystem").first, UNTOUCHED);
+  EXPECT_EQ(library_.DisableActivityDetection(), 1);
+  EXPECT_EQ(library_.DisableActivityDetection(), 0);
+  EXPECT_EQ(library_.DisablePCDDetection(), 1);
+  EXPECT_EQ(library_.DisablePCDDetection(), 1);
+  library_.DisableRemoteAddressInfo();
+  library_.DisableRemoteAddressInfo();
+  EXPECT_EQ(library_.UnloadDriver(), 1);
+  EXPECT_EQ(library_.UnloadDriver(), 1);
+  // One of each of these functions, so that each had an exception to stop.
+  for (const char* line :
+       {"log 6 LoadDriver was successful.", "log 6 Ostrel filtering library already started.",
+        "log 6 Enabled Application Activity Detection.", "log 6 Application activity already turned on.",
+        "log 6 Enabled PCD Detection.", "log 6 Successfully updated processes to monitor.",
+        "log 7 Remote address capturing already enabled.", "log 6 Turning off tab title capture.",
+        "log 6 Turning on tab title capture.", "log 7 Domain with username: VM",
+        "log 7 List of all Directories (semi-colon delimited): VM;",
+        "log 6 Disabled Application Activity Detection.", "log 6 Application activity already disabled.",
+        "log 6 Disabled PCD detection.", "log 6 PCD already turned off.",
+        "log 7 Remote address capturing already disabled.",
+        "log 6 Ostrel filtering library already unloaded."}) {
+    EXPECT_THAT(Logs(), Contains(line));
+  }
+}
 
 TEST_F(AHostThatThrows, IsToldEveryEventOfEveryKind) {
   ASSERT_NO_FATAL_FAILURE(Start());

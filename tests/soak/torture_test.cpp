@@ -35,7 +35,7 @@ constexpr std::uint64_t A_DAY = 86'400'000;
 constexpr std::int32_t READ = 0;
 constexpr std::int32_t CLOUD = 4;
 
-// Nothing is kept of a line: what the program takes from the heap is watched.
+// Of most lines nothing is kept: what the program takes from the heap is watched.
 struct {
   std::atomic<std::size_t> filedRecords{0};
   std::atomic<std::size_t> receivedEvents{0};
@@ -45,8 +45,22 @@ struct {
   std::atomic<std::size_t> endedReaders{0};
   std::atomic<std::size_t> closedBefore{0};
   std::atomic<std::size_t> blockedThreads{0};
-  std::atomic<std::size_t> otherErrors{0};
 } logged;
+
+struct {
+  Lock lock;
+  std::vector<std::wstring> lines;
+} otherErrors;
+
+void ForgetOtherErrors() {
+  const Lock::Holder holder(otherErrors.lock);
+  otherErrors.lines.clear();
+}
+
+std::vector<std::wstring> OtherErrors() {
+  const Lock::Holder holder(otherErrors.lock);
+  return otherErrors.lines;
+}
 
 void CountLine(const wchar_t* text, std::uint32_t level) {
   const auto has = [text](const wchar_t* part) { return std::wcsstr(text, part) != nullptr; };
@@ -63,7 +77,8 @@ void CountLine(const wchar_t* text, std::uint32_t level) {
   } else if (has(L"Disk Event thread never ended.")) {
     ++logged.blockedThreads;
   } else if (!has(L"OpenService failed (1060).")) {
-    ++logged.otherErrors;
+    const Lock::Holder holder(otherErrors.lock);
+    otherErrors.lines.emplace_back(text);
   }
 }
 
@@ -136,6 +151,7 @@ OstrelLabEvent Event(std::int32_t type, std::size_t file, std::uint64_t time) {
 class Torture : public NetworkOnLab {
  protected:
   Torture() : NetworkOnLab(CountLine) {
+    ForgetOtherErrors();
     BlockCallback(false);
     SetEnvironmentVariableW(BEHAVIOUR_VARIABLE, HANG);
     ResetEvent(helpersMayEnd_.Get());
@@ -164,6 +180,8 @@ class Torture : public NetworkOnLab {
   // Begins a flood of records and sends file events, of which the library is handling one or another when
   // this returns.
   void BeginFloods() {
+    // Few enough for a loaded machine to acknowledge them while the driver waits to unload.
+    constexpr std::size_t FILE_EVENTS = 40;
     const std::size_t filed = logged.filedRecords;
     const std::size_t received = logged.receivedEvents;
     OstrelLabFlood flood{};
@@ -173,7 +191,7 @@ class Torture : public NetworkOnLab {
     flood.first = Sent(1);
     lab::NetworkLink player = Player();
     player.Flood(flood);
-    SendEvents(200);
+    SendEvents(FILE_EVENTS);
     ASSERT_TRUE(WaitFor([&] { return logged.filedRecords > filed && logged.receivedEvents > received; }));
   }
 
@@ -266,7 +284,6 @@ TEST_F(Torture, LoadingAndUnloadingWithEverythingUnderWayLeavesNothingButTheThre
       privateBytes.clear();
       logged.endedReaders = 0;
       logged.closedBefore = 0;
-      logged.otherErrors = 0;
     }
     ASSERT_NO_FATAL_FAILURE(LoadAll());
     ASSERT_NO_FATAL_FAILURE(BeginFloods());
@@ -285,18 +302,22 @@ TEST_F(Torture, LoadingAndUnloadingWithEverythingUnderWayLeavesNothingButTheThre
   EXPECT_EQ(logged.endedReaders, 2 * cycles + switchings);
   EXPECT_EQ(logged.closedBefore, cycles);
   EXPECT_EQ(logged.blockedThreads, 0U);
-  EXPECT_EQ(logged.otherErrors, 0U);
+  EXPECT_THAT(OtherErrors(), ::testing::IsEmpty());
 
   // A notification thread that has said its last word may still be on its way out.
   const HandleCounts expected = After(handlesBefore, cycles + switchings, cycles);
   EXPECT_TRUE(WaitFor([&expected] { return AreAsExpected(OpenHandles(), expected); }, PATIENCE))
       << ::testing::PrintToString(OpenHandles()) << " instead of " << ::testing::PrintToString(expected);
 
-  // The lab's filtering platform keeps half a kilobyte for each session that stays open. What the library
-  // itself would leak, such as its request blocks of 6 KiB, comes on top.
-  const auto quarter = static_cast<std::ptrdiff_t>(cycles / 4);
-  EXPECT_LT(Median(privateBytes.end() - quarter, privateBytes.end()),
-            Median(privateBytes.begin(), privateBytes.begin() + quarter) + cycles * 1024);
+  // The lab's filtering platform keeps half a kilobyte for each session that stays open, and Wine its own
+  // bookkeeping of 80 handles a cycle. What the library would leak, such as its request blocks of 6 KiB,
+  // comes on top; that its own heap is the same after every cycle is among the failure tests.
+  constexpr std::size_t MOST_BYTES_A_CYCLE = 3 * 1024;
+  const std::size_t quarter = cycles / 4;
+  const auto length = static_cast<std::ptrdiff_t>(quarter);
+  EXPECT_LT(
+      Median(privateBytes.end() - length, privateBytes.end()),
+      Median(privateBytes.begin(), privateBytes.begin() + length) + (cycles - quarter) * MOST_BYTES_A_CYCLE);
   ASSERT_NO_FATAL_FAILURE(Load());
 }
 
