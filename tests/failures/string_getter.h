@@ -5,6 +5,7 @@
 #include <string>
 #include <utility>
 
+#include "support/failure_ledger.h"
 #include "support/import_table.h"
 #include "support/library_copy.h"
 #include "support/transcript.h"
@@ -18,6 +19,10 @@ const std::string UNTOUCHED = "(untouched)";
 
 inline Answer Result(const std::string& text) {
   return {text, UNTOUCHED};
+}
+
+inline std::string Quoted(const std::string& text) {
+  return text.starts_with("(") ? text : "\"" + text + "\"";
 }
 
 inline Answer Error(const std::string& text) {
@@ -37,7 +42,9 @@ inline Answer Ask(const LibraryCopy& library, const char* getter) {
     library.DeallocStringPointer(&text);
     return taken;
   };
-  return {take(result), take(error)};
+  const Answer answer{take(result), take(error)};
+  CameTo(std::string(getter) + ": result " + Quoted(answer.first) + ", error " + Quoted(answer.second));
+  return answer;
 }
 
 // Refuses the module memory in blocks of some sizes.

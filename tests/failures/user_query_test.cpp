@@ -119,6 +119,16 @@ TEST_P(AUserQuery, ReleasesServicesAndLocatorWhenTheQueryFails) {
   EXPECT_THAT(wmi_.HeldObjects(), IsEmpty());
 }
 
+// What asks for the namespace without a name is refused.
+TEST_P(AUserQuery, IsRefusedWhenThereIsNoMemoryForTheTextsThatItPasses) {
+  wmi_.refusesTexts = true;
+  wmi_.connectServer = E_INVALIDARG;
+  EXPECT_EQ(AskIt(), ErrorOf("Failed to connect to the root\\cimv2 namespace. -2147024809"));
+  EXPECT_THAT(Calls(),
+              ElementsAre(INITIALIZE, CREATE, "locator.ConnectServer(null, null, null, null, 0, null, null)",
+                          RELEASE_LOCATOR, UNINITIALIZE));
+}
+
 // A thread that has COM in the multithreaded apartment already counts as initialised once more.
 TEST_P(AUserQuery, GoesOnWhenComWasInitialisedBefore) {
   wmi_.initialize = S_FALSE;
@@ -209,6 +219,7 @@ TEST_F(CurrentUserName, IsThatOfTheFirstObject) {
 
 // By design: the caller learns of a machine that is out of order, and keeps what was made.
 TEST_F(CurrentUserName, LeavesEverythingHeldWhenThereIsNoObject) {
+  FailureLedger::OfThisProgram().Concerns("enumerator.Next");
   EXPECT_EQ(AskIt(), Error("GetCurrentUserNameAndDomain. Failed to find next object. 1"));
   EXPECT_THAT(Calls(), UpToTheQuery(USER_NAME) + Lines({NEXT}));
   EXPECT_THAT(wmi_.HeldObjects(), ElementsAre("enumerator", "locator", "services"));
@@ -222,6 +233,7 @@ TEST_F(CurrentUserName, LeavesEverythingHeldWhenTheObjectCannotBeFetched) {
 }
 
 TEST_F(CurrentUserName, IsCutTo255Characters) {
+  FailureLedger::OfThisProgram().Concerns("VariantToString");
   wmi_.objects = {std::wstring(255, L'u')};
   EXPECT_EQ(AskIt(), Result(std::string(255, 'u')));
   Forget();

@@ -66,6 +66,7 @@ class TheNotificationLoop : public PlatformTest {
 };
 
 TEST_F(TheNotificationLoop, GoesOnAfterAnExceptionAndClosesTheProcess) {
+  FailureLedger::OfThisProgram().FailedOtherwise("Handling a message", "an exception");
   static bool throwNext;
   throwNext = true;
   auto downloads = MakeCache([](void*, std::wstring& user) -> unsigned char {
@@ -74,6 +75,7 @@ TEST_F(TheNotificationLoop, GoesOnAfterAnExceptionAndClosesTheProcess) {
     return 1;
   });
   Run({Message(1, 7, u"\\first"), Message(1, 8, u"\\second")}, downloads);
+  CameTo("The notification loop: goes on with the next message");
   EXPECT_THAT(Logs(),
               ElementsAre("log 6 Notification procedure started.",
                           "log 7 Received event: 42 \\first \\Device\\HarddiskVolume3\\app.exe 1 0 0 10",
