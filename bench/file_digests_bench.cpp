@@ -76,7 +76,7 @@ BENCHMARK(PlatformDigestsOfMemory)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime()
     ->MeasureProcessCPUTime()
-    ->Iterations(3);
+    ->Iterations(1);
 
 void HelperDigestsOfFile(benchmark::State& state) {
   const LargeFile file;
@@ -91,6 +91,6 @@ BENCHMARK(HelperDigestsOfFile)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime()
     ->MeasureProcessCPUTime()
-    ->Iterations(3);
+    ->Iterations(1);
 
 }  // namespace

@@ -5,7 +5,6 @@
 // Needs windows.h before it.
 #include <psapi.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <exception>
@@ -16,6 +15,7 @@
 #include <vector>
 
 #include "bare_packet_loop.h"
+#include "figures.h"
 #include "lab_network_driver.h"
 #include "network/network_device.h"
 #include "network/network_event_cache.h"
@@ -25,8 +25,7 @@
 namespace {
 
 using ostrel::UniqueKernelHandle;
-using ostrel::bench::LabNetworkDriver;
-using ostrel::bench::ThrowLastError;
+using namespace ostrel::bench;
 
 constexpr std::uint32_t REQUESTS = MAXIMUM_WAIT_OBJECTS - 1;
 constexpr std::uint32_t STREAMS = 20;
@@ -37,7 +36,7 @@ constexpr std::uint64_t LEAST_RECORDS = 200;
 constexpr DWORD PATIENCE_MILLISECONDS = 10000;
 
 // Reads until the event is signalled. True when it dealt with the records of every stream.
-using Contender = std::function<bool(HANDLE device, HANDLE stop)>;
+using Reader = std::function<bool(HANDLE device, HANDLE stop)>;
 
 bool ReadWithLibrary(HANDLE device, HANDLE stop) {
   NetworkEventCache uploads(1);
@@ -50,14 +49,14 @@ bool ReadWithLibrary(HANDLE device, HANDLE stop) {
 }
 
 bool ReadBare(HANDLE device, HANDLE stop) {
-  return ostrel::bench::RunBarePacketLoop(device, stop) >= STREAMS;
+  return RunBarePacketLoop(device, stop) >= STREAMS;
 }
 
-// A contender on its own thread, ended with this object.
+// A reader on its own thread, ended with this object.
 class ReadingThread {
  public:
-  ReadingThread(const Contender& contender, HANDLE device)
-      : contender_(contender), device_(device), stop_(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {
+  ReadingThread(const Reader& reader, HANDLE device)
+      : reader_(reader), device_(device), stop_(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {
     if (!stop_) ThrowLastError("creating an event");
     thread_.Reset(CreateThread(nullptr, 0, Run, this, 0, nullptr));
     if (!thread_) ThrowLastError("creating a thread");
@@ -66,7 +65,7 @@ class ReadingThread {
   ReadingThread& operator=(const ReadingThread&) = delete;
   ~ReadingThread() { Stop(); }
 
-  // What the contender returned.
+  // What the reader returned.
   bool Stop() {
     SetEvent(stop_.Get());
     WaitForSingleObject(thread_.Get(), INFINITE);
@@ -76,11 +75,11 @@ class ReadingThread {
  private:
   static DWORD WINAPI Run(void* parameter) {
     auto* const self = static_cast<ReadingThread*>(parameter);
-    self->succeeded_ = self->contender_(self->device_, self->stop_.Get());
+    self->succeeded_ = self->reader_(self->device_, self->stop_.Get());
     return 0;
   }
 
-  const Contender& contender_;
+  const Reader& reader_;
   HANDLE device_;
   UniqueKernelHandle stop_;
   UniqueKernelHandle thread_;
@@ -153,9 +152,9 @@ std::uint64_t WaitForCompleted(LabNetworkDriver& driver, std::uint64_t count) {
   }
 }
 
-double MicrosecondsPerRecord(LabNetworkDriver& driver, const Contender& contender) {
+double MicrosecondsPerRecord(LabNetworkDriver& driver, const Reader& reader) {
   const EnabledDevice device;
-  ReadingThread thread(contender, device.Get());
+  ReadingThread thread(reader, device.Get());
   WaitUntilAllRequestsPend(driver);
   const std::uint64_t before = driver.Status().completed;
   driver.Flood(EndlessFlood());
@@ -169,45 +168,24 @@ double MicrosecondsPerRecord(LabNetworkDriver& driver, const Contender& contende
   return time / static_cast<double>(atEnd - atStart);
 }
 
-// The value below which that part of the values lies.
-double Quantile(std::vector<double> values, double part) {
-  std::sort(values.begin(), values.end());
-  return values[static_cast<std::size_t>(part * static_cast<double>(values.size() - 1))];
-}
-
-void PrintLine(const char* name, const std::vector<double>& values, const char* unit) {
-  std::printf("%-8s median %.3f%s, least %.3f%s, half of the rounds from %.3f to %.3f%s\n", name,
-              Quantile(values, 0.5), unit, Quantile(values, 0), unit, Quantile(values, 0.25),
-              Quantile(values, 0.75), unit);
-}
-
-void Compare(LabNetworkDriver& driver) {
-  std::vector<double> library;
-  std::vector<double> bare;
-  std::vector<double> ratios;
-  for (int pair = 0; pair < PAIRS; ++pair) {
-    // Each goes first every other time.
-    if (pair % 2 == 0) library.push_back(MicrosecondsPerRecord(driver, ReadWithLibrary));
-    bare.push_back(MicrosecondsPerRecord(driver, ReadBare));
-    if (pair % 2 == 1) library.push_back(MicrosecondsPerRecord(driver, ReadWithLibrary));
-    ratios.push_back(library.back() / bare.back());
-  }
-  std::printf("Packet reader beside a bare loop, time per record in %d pairs of rounds\n", PAIRS);
-  PrintLine("library", library, " us");
-  PrintLine("bare", bare, " us");
-  PrintLine("ratio", ratios, "");
-}
-
 }  // namespace
 
 int wmain(int argumentCount, wchar_t** arguments) {
-  if (argumentCount != 2) {
-    std::fputs("Usage: packet_reader_bench.exe PATH\\OstrelNWFilter.sys\n", stderr);
+  if (argumentCount != 3) {
+    std::fputs("Usage: packet_reader_bench.exe PATH\\OstrelNWFilter.sys FIGURES.json\n", stderr);
     return 2;
   }
   try {
     LabNetworkDriver driver(std::filesystem::absolute(arguments[1]));
-    Compare(driver);
+    const auto time = [&driver](const Reader& reader) {
+      return [&driver, reader](std::vector<double>& values) {
+        values.push_back(MicrosecondsPerRecord(driver, reader));
+      };
+    };
+    const Rounds rounds = TakeTurns(PAIRS, time(ReadWithLibrary), time(ReadBare));
+    Figures figures;
+    figures.Add("packet", "us", rounds.library, rounds.alternative);
+    figures.Write(arguments[2]);
     return 0;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "packet_reader_bench: %s\n", error.what());

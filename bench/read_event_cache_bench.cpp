@@ -1,111 +1,165 @@
-// What one pass over a read event cache costs, beside the plainest thing that could do a comparable amount of
-// work.
+// The read event cache beside a bare map of the same records.
 
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <cstdint>
-#include <memory>
+#include <cstddef>
+#include <map>
 #include <string>
+#include <string_view>
+#include <type_traits>
 #include <vector>
 
-#include "cache/read_event_cache.h"
+#include "sample_events.h"
+#include "stopwatch.h"
 
 namespace {
 
-constexpr unsigned long long NOW = 1'700'000'060'001;
-constexpr unsigned long long DUE = NOW - 60'001;
-constexpr unsigned long long FRESH = NOW;
+using namespace ostrel::bench;
 
-unsigned char NoUser(void* /*processHandle*/, std::wstring& user) {
-  user = L"user";
-  return 1;
-}
+constexpr std::size_t CACHED = 100'000;
+constexpr std::size_t BATCH = 1000;
 
-std::vector<std::wstring> NoTitles(ostrel::ULong32 /*processId*/, std::wstring /*processName*/,
-                                   std::wstring& /*status*/) {
-  return {};
-}
-
-unsigned char NoDirectory(std::wstring /*fileName*/) {
-  return 0;
-}
-
-std::unique_ptr<ReadEventCache> MakeCache() {
-  ostrel::UserLookup userLookup = NoUser;
-  ostrel::TabTitleLookup tabTitleLookup = NoTitles;
-  ostrel::DirectoryTest directoryTest = NoDirectory;
-  return std::make_unique<ReadEventCache>(userLookup, tabTitleLookup, directoryTest);
-}
-
-std::wstring FileName(std::size_t number) {
-  return L"C:\\Users\\someone\\Documents\\Projects\\report-" + std::to_wstring(number) + L".docx";
-}
-
-void Add(ReadEventCache& cache, std::size_t file, ostrel::ULong32 process, unsigned long long time) {
-  cache.AddEvent(FileName(file), nullptr, L"\\Device\\HarddiskVolume3\\Program Files\\browser.exe", process,
-                 time, 0, FILE_EVENT_READ, 4096);
-}
-
-// `count` events; a fifth of them due, of which every second is the same file as its neighbour, read by
-// another process.
-void Fill(ReadEventCache& cache, std::size_t count) {
-  const std::size_t due = count / 5;
-  for (std::size_t i = 0; i < due; ++i) Add(cache, i / 2, static_cast<ostrel::ULong32>(100 + i % 2), DUE);
-  for (std::size_t i = due; i < count; ++i) Add(cache, i, 100, FRESH);
-}
-
-void GetEventsWithAFifthDue(benchmark::State& state) {
-  for (auto _ : state) {
-    state.PauseTiming();
-    auto cache = MakeCache();
-    Fill(*cache, static_cast<std::size_t>(state.range(0)));
-    state.ResumeTiming();
-    auto events = cache->GetEvents(NOW);
-    benchmark::DoNotOptimize(events);
-    state.PauseTiming();
-    if (events.size() != static_cast<std::size_t>(state.range(0)) / 10)
-      state.SkipWithError("wrong number of events");
-    cache.reset();
-    state.ResumeTiming();
+// Filled once, since that takes longer than a measurement; every measurement leaves it as it was.
+template <typename Cache>
+auto& Filled() {
+  if constexpr (std::is_same_v<Cache, BareMap>) {
+    static BareMap map = [] {
+      BareMap filled;
+      FillWithFresh(filled, CACHED);
+      return filled;
+    }();
+    return map;
+  } else {
+    static const auto cache = [] {
+      auto filled = MakeReadEventCache();
+      FillWithFresh(*filled, CACHED);
+      return filled;
+    }();
+    return *cache;
   }
 }
-BENCHMARK(GetEventsWithAFifthDue)
-    ->Arg(25'000)
-    ->Arg(50'000)
+
+void Remove(ReadEventCache& cache, const std::wstring& fileName) {
+  cache.RemoveEvent(fileName, 100);
+}
+
+void Remove(BareMap& map, const std::wstring& fileName) {
+  map.erase(DiskCacheKey(fileName, 100));
+}
+
+// Names spread over the whole cache, in no order.
+std::vector<std::wstring> Names(std::size_t first) {
+  std::vector<std::wstring> names;
+  for (std::size_t i = 0; i < BATCH; ++i) names.push_back(FileName(first + i * 7919 % CACHED));
+  return names;
+}
+
+template <typename Cache>
+void Merge(benchmark::State& state) {
+  auto& cache = Filled<Cache>();
+  const std::wstring processName = PROCESS_NAME;
+  const std::vector<std::wstring> names = Names(0);
+  std::size_t i = 0;
+  unsigned long long time = FRESH;
+  for (auto _ : state) Add(cache, names[i++ % BATCH], processName, 100, ++time);
+}
+BENCHMARK_TEMPLATE(Merge, ReadEventCache)->Name("merge/library")->UseRealTime();
+BENCHMARK_TEMPLATE(Merge, BareMap)->Name("merge/alternative")->UseRealTime();
+
+// The time is that of a batch, without what takes the new events out again.
+template <typename Cache>
+void Create(benchmark::State& state) {
+  auto& cache = Filled<Cache>();
+  const std::wstring processName = PROCESS_NAME;
+  const std::vector<std::wstring> names = Names(CACHED);
+  for (auto _ : state) {
+    const Stopwatch watch;
+    for (const std::wstring& name : names) Add(cache, name, processName, 100, FRESH);
+    state.SetIterationTime(watch.Seconds() / static_cast<double>(BATCH));
+    for (const std::wstring& name : names) Remove(cache, name);
+  }
+}
+BENCHMARK_TEMPLATE(Create, ReadEventCache)->Name("create/library")->UseManualTime()->Iterations(20);
+BENCHMARK_TEMPLATE(Create, BareMap)->Name("create/alternative")->UseManualTime()->Iterations(20);
+
+void TakeDue(benchmark::State& state) {
+  const auto count = static_cast<std::size_t>(state.range(0));
+  for (auto _ : state) {
+    const auto cache = MakeReadEventCache();
+    FillWithAFifthDue(*cache, count);
+    const Stopwatch watch;
+    const auto events = cache->GetEvents(NOW);
+    state.SetIterationTime(watch.Seconds());
+    if (events.size() != count / 10) state.SkipWithError("wrong number of events");
+  }
+}
+BENCHMARK(TakeDue)
+    ->Name("take_due/library")
     ->Arg(100'000)
     ->Arg(200'000)
+    ->UseManualTime()
+    ->Iterations(1)
     ->Unit(benchmark::kMillisecond);
 
-// What comparing every pair of due events and every due event with every cached one costs, without any cache
-// around it.
-void ComparingEveryPair(benchmark::State& state) {
+// An event with every field that a record has, its name within reach.
+struct PlainEvent {
+  std::wstring user;
+  std::wstring processName;
+  std::wstring fileName;
+  unsigned long long startTime = 0;
+  unsigned long long endTime = 0;
+  ostrel::ULong32 processId = 0;
+  std::vector<std::wstring> hints;
+  std::wstring status;
+  unsigned char isNetworkEvent = 0;
+  FILE_EVENT_TYPE type = FILE_EVENT_READ;
+  ostrel::ULong32 readSize = 0;
+};
+using PlainMap = std::map<DiskCacheKey, PlainEvent>;
+
+void Add(PlainMap& map, const std::wstring& fileName, const std::wstring& processName,
+         ostrel::ULong32 processId, unsigned long long time) {
+  map.emplace(
+      DiskCacheKey(fileName, processId),
+      PlainEvent{USER, processName, fileName, time, time, processId, {}, {}, 0, FILE_EVENT_READ, 4096});
+}
+
+void WalkAndSortDueNames(benchmark::State& state) {
   const auto count = static_cast<std::size_t>(state.range(0));
-  std::vector<std::wstring> due;
-  std::vector<std::wstring> cached;
-  for (std::size_t i = 0; i < count / 5; ++i) due.push_back(FileName(i / 2));
-  for (std::size_t i = count / 5; i < count; ++i) cached.push_back(FileName(i));
   for (auto _ : state) {
-    std::size_t equal = 0;
-    for (std::size_t i = 0; i < due.size(); ++i) {
-      for (std::size_t j = i + 1; j < due.size(); ++j) equal += due[i] == due[j] ? 1 : 0;
+    PlainMap map;
+    FillWithAFifthDue(map, count);
+    const Stopwatch watch;
+    std::vector<std::wstring_view> due;
+    for (const auto& [key, event] : map) {
+      if (event.endTime < NOW - 60'000) due.emplace_back(event.fileName);
     }
-    for (std::size_t i = 0; i < due.size(); i += 2) {
-      equal += static_cast<std::size_t>(std::count(cached.begin(), cached.end(), due[i]));
-    }
-    benchmark::DoNotOptimize(equal);
+    std::sort(due.begin(), due.end());
+    state.SetIterationTime(watch.Seconds());
+    if (due.size() != count / 5) state.SkipWithError("wrong number of names");
   }
 }
-BENCHMARK(ComparingEveryPair)->Arg(25'000)->Arg(100'000)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(WalkAndSortDueNames)
+    ->Name("take_due/alternative")
+    ->Arg(100'000)
+    ->UseManualTime()
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond);
 
-void GetEventsWithNothingDue(benchmark::State& state) {
-  auto cache = MakeCache();
-  for (std::size_t i = 0; i < static_cast<std::size_t>(state.range(0)); ++i) Add(*cache, i, 100, FRESH);
+template <std::size_t COUNT>
+void TakeNothing(benchmark::State& state) {
+  static const auto cache = [] {
+    auto filled = MakeReadEventCache();
+    FillWithFresh(*filled, COUNT);
+    return filled;
+  }();
   for (auto _ : state) {
     auto events = cache->GetEvents(NOW);
     benchmark::DoNotOptimize(events);
   }
 }
-BENCHMARK(GetEventsWithNothingDue)->Arg(1'000)->Arg(1'000'000);
+BENCHMARK_TEMPLATE(TakeNothing, 1'000'000)->Name("idle/library")->UseRealTime();
+BENCHMARK_TEMPLATE(TakeNothing, 1'000)->Name("idle/alternative")->UseRealTime();
 
 }  // namespace

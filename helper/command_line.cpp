@@ -25,9 +25,9 @@ const char* const HELP =
     "  2  wrong command line\n"
     "  3  the pipe could not be created, for example because it exists already\n"
     "  4  nobody connected in time\n"
-    "  5  no readable request came in time\n"
-    "  6  the answer was not fetched in time\n"
-    "  7  the helper took longer than it may live\n";
+    "  5  somebody connected, but nobody with the command id in time\n"
+    "  6  the answer was not fetched, or not in time\n"
+    "  7  the answer took too long\n";
 
 const char* const USAGE =
     "OstrelUserHelper: the command line must be COMMAND-ID CHANNEL-NAME, each of 1 to 64 ASCII letters and\n"

@@ -24,8 +24,12 @@ bool IsDeviceForm(const std::wstring& path) {
 
 }  // namespace
 
+bool IsTooLong(const std::wstring& path) {
+  return path.size() > LONGEST_PLAIN_PATH && !IsDeviceForm(path);
+}
+
 std::wstring ExtendedPath(const std::wstring& path) {
-  if (path.size() <= LONGEST_PLAIN_PATH || IsDeviceForm(path)) return path;
+  if (!IsTooLong(path)) return path;
   if (IsOnDriveLetter(path)) return std::wstring(EXTENDED) + path;
   if (path.starts_with(SHARE)) return std::wstring(EXTENDED_SHARE) + path.substr(SHARE.size());
   return path;

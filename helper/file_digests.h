@@ -22,8 +22,7 @@ struct FileDigests {
 };
 
 // Reads an open file once from its beginning, at most `longest` bytes of it, so that a file that somebody
-// keeps writing to comes to an end. Two threads share the
-// work of reading and of both digests. Throws
+// keeps writing to comes to an end. Two threads share the work of reading and of both digests. Throws
 // FileReadError, also at the deadline, and DigestError.
 FileDigests DigestFile(HANDLE file, std::uint64_t longest, std::chrono::steady_clock::time_point deadline);
 

@@ -23,13 +23,41 @@ bool MeansThatThereIsNoFile(DWORD error) {
   return std::find(ERRORS.begin(), ERRORS.end(), error) != ERRORS.end();
 }
 
-// Without a claim on the file, and without lending this user's identity to whoever may answer in the place of
-// a file.
+// The path as Windows itself would read it: in the form for long paths a slash or two dots are parts of
+// names.
+std::wstring FullPath(const std::wstring& path) {
+  std::wstring full(path.size() + 1, L'\0');
+  for (;;) {
+    const DWORD length =
+        GetFullPathNameW(path.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr);
+    if (length == 0) return path;
+    const bool isWhole = length < full.size();
+    full.resize(length);
+    if (isWhole) return full;
+  }
+}
+
+// Without a claim on the file, without having its content fetched, and without lending this user's identity
+// to whoever may answer in the place of a file.
 UniqueFileHandle Open(const std::wstring& path) {
-  return UniqueFileHandle(
-      CreateFileW(ExtendedPath(path).c_str(), FILE_READ_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE,
-                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
-                  FILE_FLAG_SEQUENTIAL_SCAN | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr));
+  return UniqueFileHandle(CreateFileW(
+      (IsTooLong(path) ? ExtendedPath(FullPath(path)) : path).c_str(),
+      FILE_READ_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE,
+      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+      FILE_FLAG_SEQUENTIAL_SCAN | FILE_FLAG_OPEN_NO_RECALL | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION,
+      nullptr));
+}
+
+// Whether reading would fetch the content from a cloud or an archive, which takes its time, fills the user's
+// disk and costs whoever pays for the line.
+bool IsPlaceholder(HANDLE file) {
+  // The names of the last two are missing from mingw's headers.
+  constexpr DWORD RECALL_ON_OPEN = 0x00040000;
+  constexpr DWORD RECALL_ON_DATA_ACCESS = 0x00400000;
+  constexpr DWORD ELSEWHERE = FILE_ATTRIBUTE_OFFLINE | RECALL_ON_OPEN | RECALL_ON_DATA_ACCESS;
+  FILE_BASIC_INFO information{};
+  return GetFileInformationByHandleEx(file, FileBasicInfo, &information, sizeof(information)) &&
+         (information.FileAttributes & ELSEWHERE) != 0;
 }
 
 std::wstring FinalPath(HANDLE file) {
@@ -54,7 +82,7 @@ MetadataAnswer ReadFileMetadata(const std::wstring& path, std::chrono::milliseco
                                       : ResponseCode::METADATA_CANNOT_READ_FILE);
   }
   // A device or a pipe could keep a reader for ever.
-  if (GetFileType(file.Get()) != FILE_TYPE_DISK)
+  if (GetFileType(file.Get()) != FILE_TYPE_DISK || IsPlaceholder(file.Get()))
     return MetadataAnswer::Failed(ResponseCode::METADATA_CANNOT_READ_FILE);
   LARGE_INTEGER size{};
   if (!GetFileSizeEx(file.Get(), &size))

@@ -15,10 +15,10 @@ using namespace std::chrono;
 
 const wchar_t* const PIPE_PREFIX = L"\\\\.\\pipe\\OstrelUserHelper\\";
 
-// A path has at most 32767 units; a request holds one or two texts of that kind.
+// Twice the longest path of Windows, 32767 units: no request has more than one beside short texts.
 constexpr DWORD LONGEST_REQUEST_BYTES = 128 * 1024;
-// More than any reply, so that writing one does not have to wait for the client.
-constexpr DWORD REPLY_BUFFER_BYTES = 16 * 1024;
+// With room to keep a reply in, writing one would tell nothing about whether anybody fetched it.
+constexpr DWORD NO_REPLY_BUFFER = 0;
 constexpr DWORD ONLY_INSTANCE = 1;
 
 DWORD MillisecondsUntil(steady_clock::time_point deadline) {
@@ -62,19 +62,30 @@ PipeServer::PipeServer(const std::wstring& channelName) {
       CreateNamedPipeW((PIPE_PREFIX + channelName).c_str(),
                        PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED | FILE_FLAG_FIRST_PIPE_INSTANCE,
                        PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT | PIPE_REJECT_REMOTE_CLIENTS,
-                       ONLY_INSTANCE, REPLY_BUFFER_BYTES, LONGEST_REQUEST_BYTES, 0, security.Attributes()));
+                       ONLY_INSTANCE, NO_REPLY_BUFFER, LONGEST_REQUEST_BYTES, 0, security.Attributes()));
   if (!pipe_) throw SystemFailure(ExitCode::PipeNotCreated, "the pipe cannot be created", GetLastError());
+  // Not every system heeds the flag: Wine looks only at how many instances the first one allows.
+  DWORD instances = 0;
+  if (!GetNamedPipeHandleStateW(pipe_.Get(), nullptr, &instances, nullptr, nullptr, nullptr, 0) ||
+      instances != ONLY_INSTANCE) {
+    throw Failure(ExitCode::PipeNotCreated, "the pipe is somebody else's");
+  }
 }
 
-void PipeServer::WaitForClient(milliseconds patience) {
-  Operation connect(pipe_.Get());
-  const DWORD error =
-      connect.Finish(ConnectNamedPipe(pipe_.Get(), connect.Overlapped()), steady_clock::now() + patience);
-  if (error == WAIT_TIMEOUT) throw Failure(ExitCode::NobodyCame, "nobody connected in time");
-  // The client may have been quicker.
-  if (error != ERROR_SUCCESS && error != ERROR_PIPE_CONNECTED) {
-    throw SystemFailure(ExitCode::NobodyCame, "no client could be connected", error);
+bool PipeServer::WaitForClient(Deadline deadline) {
+  while (steady_clock::now() < deadline) {
+    Operation connect(pipe_.Get());
+    const DWORD error = connect.Finish(ConnectNamedPipe(pipe_.Get(), connect.Overlapped()), deadline);
+    // The client may have been quicker.
+    if (error == ERROR_SUCCESS || error == ERROR_PIPE_CONNECTED) return true;
+    if (error == WAIT_TIMEOUT) return false;
+    // It may have left again, too.
+    if (error != ERROR_NO_DATA) {
+      throw SystemFailure(ExitCode::NobodyCame, "no client could be connected", error);
+    }
+    Disconnect();
   }
+  return false;
 }
 
 std::wstring PipeServer::ReadRequest(milliseconds patience) {
@@ -94,20 +105,19 @@ std::wstring PipeServer::ReadRequest(milliseconds patience) {
 }
 
 void PipeServer::Deliver(const std::wstring& reply, milliseconds patience) {
-  const Deadline deadline = steady_clock::now() + patience;
   Operation write(pipe_.Get());
-  const DWORD writeError =
+  const DWORD error =
       write.Finish(WriteFile(pipe_.Get(), reply.data(), static_cast<DWORD>(reply.size() * sizeof(wchar_t)),
                              nullptr, write.Overlapped()),
-                   deadline);
-  if (writeError != ERROR_SUCCESS) {
-    throw SystemFailure(ExitCode::NotDelivered, "the reply cannot be written", writeError);
-  }
-  // FlushFileBuffers would wait for the client without a limit.
-  std::byte more{};
-  Operation close(pipe_.Get());
-  const DWORD error = close.Finish(ReadFile(pipe_.Get(), &more, 1, nullptr, close.Overlapped()), deadline);
+                   steady_clock::now() + patience);
   if (error == WAIT_TIMEOUT) throw Failure(ExitCode::NotDelivered, "the reply was not fetched in time");
+  if (error != ERROR_SUCCESS) {
+    throw SystemFailure(ExitCode::NotDelivered, "the reply was not fetched", error);
+  }
+}
+
+void PipeServer::Disconnect() noexcept {
+  DisconnectNamedPipe(pipe_.Get());
 }
 
 }  // namespace ostrel::helper

@@ -11,22 +11,27 @@
 
 namespace ostrel::helper {
 
-// The one end of a pipe on which one client asks one question. Its calls are made once each and in this
-// order; each throws a Failure with its own exit code when it does not get done in time.
+// The one end of a pipe on which one client at a time asks one question.
 class PipeServer {
  public:
-  // Creates the pipe, as its first and only instance.
-  explicit PipeServer(const std::wstring& channelName);
-
-  void WaitForClient(std::chrono::milliseconds patience);
-  std::wstring ReadRequest(std::chrono::milliseconds patience);
-
-  // Returns when the client has fetched the reply and closed its end.
-  void Deliver(const std::wstring& reply, std::chrono::milliseconds patience);
-
- private:
   using Deadline = std::chrono::steady_clock::time_point;
 
+  // Creates the pipe, as its first and only instance; otherwise throws a Failure with PipeNotCreated.
+  explicit PipeServer(const std::wstring& channelName);
+
+  // False when there was none at the deadline. A client that has left again before it was seen is none.
+  bool WaitForClient(Deadline deadline);
+
+  // Throws a Failure with NoRequest when nothing comes in time, or nothing that can be a request.
+  std::wstring ReadRequest(std::chrono::milliseconds patience);
+
+  // Returns when the client has fetched the whole reply; otherwise throws a Failure with NotDelivered.
+  void Deliver(const std::wstring& reply, std::chrono::milliseconds patience);
+
+  // Sends the client away, so that another can be waited for.
+  void Disconnect() noexcept;
+
+ private:
   // One call that may go on behind our back.
   class Operation;
 

@@ -15,6 +15,11 @@ namespace {
 
 constexpr std::size_t MOST_TITLES = 1024;
 constexpr std::size_t LONGEST_TITLE = 1024;
+constexpr std::size_t SHA256_DIGITS = 64;
+constexpr std::size_t MD5_DIGITS = 32;
+
+// The longest head has a type of one digit, 64 units of response id, and a code of two.
+static_assert(std::string_view("3,64,,27,2046,").size() + 64 + LONGEST_TEXT <= LONGEST_TEXT_REPLY);
 
 // A counted text behind another field: a comma, its length, a comma, and the text.
 std::size_t CountedSize(std::size_t length) {
@@ -72,14 +77,13 @@ void SetText(ResponseMessageCloudStorageProviderLogin& message, std::wstring tex
 }
 
 template <typename Message>
-std::wstring TextReply(Message message, const TextAnswer& answer, ResponseCode codeOfTooLongResult,
-                       const wchar_t* tooLong) {
+std::wstring TextReply(Message message, const TextAnswer& answer, ResponseCode codeOfUnsendable,
+                       const wchar_t* unsendable) {
   message.responseCode = answer.code;
-  const std::size_t room = LONGEST_TEXT_REPLY - TextOf(message).size() + CountedSize(0);
-  std::wstring text = Cut(answer.text, LongestCounted(room).value_or(0));
+  std::wstring text = Cut(answer.text, LONGEST_TEXT);
   if (answer.code == ResponseCode::SUCCESS && text.size() != answer.text.size()) {
-    message.responseCode = codeOfTooLongResult;
-    text = tooLong;
+    message.responseCode = codeOfUnsendable;
+    text = unsendable;
   }
   SetText(message, std::move(text));
   return TextOf(message);
@@ -101,6 +105,8 @@ std::wstring MetadataReply(const std::wstring& responseId, const MetadataAnswer&
   ResponseMessageMetaData message(responseId);
   message.messageType = MESSAGE_META_DATA;
   message.responseCode = answer.code;
+  message.sha256Hex.assign(SHA256_DIGITS, L'0');
+  message.md5Hex.assign(MD5_DIGITS, L'0');
   if (answer.code == ResponseCode::SUCCESS) {
     message.sha256Hex = answer.sha256Hex;
     message.md5Hex = answer.md5Hex;
@@ -115,15 +121,16 @@ std::wstring MetadataReply(const std::wstring& responseId, const MetadataAnswer&
 std::wstring AutoProxyConfigUrlReply(const std::wstring& responseId, const TextAnswer& answer) {
   ResponseMessageAutoProxyConfigUrl message(responseId);
   message.messageType = MESSAGE_AUTO_PROXY_CONFIG_URL;
-  return TextReply(message, answer, ResponseCode::PROXY_ERROR_GETTING_AUTO_CONFIG_URL,
-                   L"The automatic proxy configuration URL is too long.");
+  return TextReply(
+      message, answer, ResponseCode::PROXY_ERROR_GETTING_AUTO_CONFIG_URL,
+      L"The automatic proxy configuration URL is longer than 2046 characters or has a zero inside.");
 }
 
 std::wstring CloudLoginReply(const std::wstring& responseId, const TextAnswer& answer) {
   ResponseMessageCloudStorageProviderLogin message(responseId);
   message.messageType = MESSAGE_CLOUD_STORAGE_PROVIDER_LOGIN;
   return TextReply(message, answer, ResponseCode::CLOUDLOGIN_ERROR_GETTING_CLOUD_LOGIN,
-                   L"The login name is too long.");
+                   L"The login name is longer than 2046 characters or has a zero inside.");
 }
 
 }  // namespace ostrel::helper

@@ -38,6 +38,11 @@ std::optional<std::wstring> Responder::Reply(std::wstring_view request) const {
   }
 }
 
+bool Responder::IsFromLauncher(std::wstring_view request) const {
+  const std::optional<RequestHead> head = RequestReader(request).ReadHead();
+  return head && head->commandId == commandId_;
+}
+
 // In the layout of the request's type, and in that of titles for a type that is none.
 std::wstring Responder::Refusal(const RequestHead& head, ResponseCode code,
                                 const wchar_t* explanation) const {

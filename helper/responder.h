@@ -20,6 +20,9 @@ class Responder {
   // Nothing when not even the response id can be read, without which no reply could be told from another.
   std::optional<std::wstring> Reply(std::wstring_view request) const;
 
+  // Whether the request carries the command id, whatever else is wrong with it.
+  bool IsFromLauncher(std::wstring_view request) const;
+
  private:
   std::wstring Refusal(const RequestHead& head, ResponseCode code, const wchar_t* explanation) const;
   std::wstring ReplyToTitles(const RequestHead& head, RequestReader& reader) const;

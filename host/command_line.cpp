@@ -50,6 +50,8 @@ const char* const FOOTER =
     "    OstrelHost.exe --cloud-process client.exe --cloud-path C:\\Users\\me\\Cloud\n"
     "  Who is logged on, as {\"query\":\"user\",\"result\":...,\"error\":...}, without any driver:\n"
     "    OstrelHost.exe --query user\n"
+    "  Why a start fails, when the log does not tell:\n"
+    "    OstrelHost.exe --self-check\n"
     "  Which account is logged in to a cloud client:\n"
     "    OstrelHost.exe --query cloud-login --provider OneDrive --home-directory C:\\Users\\anna\n"
     "\n"
@@ -65,7 +67,8 @@ const char* const FOOTER =
     "  8  the minifilter could not be unloaded\n"
     "  9  stdout or the log file cannot be written\n"
     "  10 remote address info could not be switched on or off\n"
-    "  11 the query failed; its error says why\n";
+    "  11 the query failed; its error says why\n"
+    "  12 the self-check found something that fails; its lines say what to do\n";
 
 // Shows an option's value, and not what else it needs: an error says that in time.
 class PlainFormatter : public CLI::Formatter {
@@ -91,6 +94,7 @@ struct Utf8Options {
   std::uint32_t seconds = 0;
   std::uint32_t refreshSeconds = 5;
   std::string query;
+  bool selfCheck = false;
   std::string provider;
   std::string homeDirectory;
 };
@@ -194,17 +198,22 @@ std::vector<std::string> NamesOf(const Queries& queries) {
   return names;
 }
 
+// Excludes every option so far, those that print something about the program itself excepted.
+void StandAlone(CLI::App& app, CLI::Option* alone) {
+  const auto others = app.get_options([&](const CLI::Option* option) {
+    return option != alone && option != app.get_help_ptr() && option != app.get_version_ptr();
+  });
+  for (CLI::Option* const other : others) alone->excludes(other);
+}
+
 // To be added after all options of watching, which it excludes.
 void AddQueryOptions(CLI::App& app, const Queries& queries, Utf8Options& options) {
   std::string description = "Print the library's answer to one question and end; no driver\nis needed:";
   for (const Query& each : queries) description += std::string("\n") + each.name + ": " + each.answer;
-  const auto watching = app.get_options([&app](const CLI::Option* option) {
-    return option != app.get_help_ptr() && option != app.get_version_ptr();
-  });
   CLI::Option* const option = app.add_option("--query", options.query, description)
                                   ->type_name("NAME")
                                   ->check(CLI::IsMember(NamesOf(queries)).description(""));
-  for (CLI::Option* const other : watching) option->excludes(other);
+  StandAlone(app, option);
   app.add_option("--provider", options.provider, "The cloud storage provider, such as OneDrive or iCloud")
       ->type_name("NAME")
       ->check(CLI::Validator(CheckProvider, ""));
@@ -214,6 +223,13 @@ void AddQueryOptions(CLI::App& app, const Queries& queries, Utf8Options& options
       ->check(CLI::Validator(CheckPath, ""));
 }
 
+// To be added last.
+void AddSelfCheckOption(CLI::App& app, Utf8Options& options) {
+  StandAlone(app, app.add_flag("--self-check", options.selfCheck,
+                               "Say what of all that a host needs is there, one line each, and\n"
+                               "what to do about the rest, and end; loads and changes nothing"));
+}
+
 void RequireAtMost(const char* option, const std::vector<std::string>& values, std::size_t most) {
   if (values.size() <= most) return;
   throw CLI::ValidationError(option, "at most " + std::to_string(most) + " are possible, " +
@@ -221,7 +237,8 @@ void RequireAtMost(const char* option, const std::vector<std::string>& values, s
 }
 
 void CheckTogether(const Utf8Options& options) {
-  if (options.watchedProcesses.empty() && options.cloudProcesses.empty() && options.query.empty()) {
+  const bool watches = !options.watchedProcesses.empty() || !options.cloudProcesses.empty();
+  if (!watches && options.query.empty() && !options.selfCheck) {
     throw CLI::ValidationError("Nothing to watch",
                                "name programs with --watch, such as --watch chrome.exe, "
                                "or cloud clients with --cloud-process");
@@ -264,6 +281,7 @@ Options Converted(const Utf8Options& options, const Queries& queries) {
       .seconds = options.seconds == 0 ? std::nullopt : std::optional(options.seconds),
       .refreshSeconds = options.refreshSeconds,
       .query = FindQuery(queries, options.query),
+      .selfCheck = options.selfCheck,
       .provider = host::ToUtf16(options.provider),
       .homeDirectory = host::ToUtf16(options.homeDirectory),
   };
@@ -302,6 +320,7 @@ CommandLine ParseCommandLine(const std::vector<std::wstring>& arguments, const Q
   AddCloudOptions(app, options);
   AddRunOptions(app, options);
   AddQueryOptions(app, queries, options);
+  AddSelfCheckOption(app, options);
   try {
     app.parse(Reversed(arguments));
     CheckTogether(options);

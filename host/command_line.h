@@ -27,8 +27,9 @@ struct Options {
   std::optional<std::uint32_t> seconds;  // none: until told to stop
   std::uint32_t refreshSeconds = 5;      // 0: never
   std::optional<Query> query;            // instead of watching
+  bool selfCheck = false;                // as well
   std::wstring provider;                 // of the query's login
-  std::wstring homeDirectory;            // as well
+  std::wstring homeDirectory;            // of its user
 };
 
 // Either options, or what to print and with which code to end: after --help and --version with Success and

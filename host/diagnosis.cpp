@@ -184,17 +184,11 @@ std::uint32_t CodeOf(const Rule& rule, std::string_view line) {
   return (code & 0xFFFF0000U) == 0x80070000U ? code & 0xFFFFU : code;
 }
 
-const char* AdviceFor(const Rule& rule, std::uint32_t code) {
-  const auto* const known = std::find_if(std::begin(KNOWN_CODES), std::end(KNOWN_CODES),
-                                         [&](const KnownCode& candidate) { return candidate.code == code; });
-  return known == std::end(KNOWN_CODES) ? rule.advice : known->advice;
-}
-
 Diagnosis Judge(const Rule& rule, std::string_view line) {
   const std::uint32_t code = CodeOf(rule, line);
   const bool isForElevation = code == PRIVILEGE_NOT_HELD && rule.exitCode != ExitCode::UnloadFailed;
   return {isForElevation ? ExitCode::NotElevated : rule.exitCode,
-          std::string(rule.happened) + " (" + Quoted(line) + ") " + AdviceFor(rule, code)};
+          std::string(rule.happened) + " (" + Quoted(line) + ") " + AdviceFor(code, rule.advice)};
 }
 
 template <std::size_t Count>
@@ -223,6 +217,12 @@ std::string ServiceSetupNote(const std::vector<std::string>& lines) {
 }
 
 }  // namespace
+
+const char* AdviceFor(std::uint32_t code, const char* otherwise) {
+  const auto* const known = std::find_if(std::begin(KNOWN_CODES), std::end(KNOWN_CODES),
+                                         [&](const KnownCode& candidate) { return candidate.code == code; });
+  return known == std::end(KNOWN_CODES) ? otherwise : known->advice;
+}
 
 std::optional<Diagnosis> DiagnoseMachine(const MachineFacts& facts) {
   if (!facts.missingDriverFiles.empty()) {

@@ -1,6 +1,7 @@
 #ifndef OSTREL_HOST_DIAGNOSIS_H
 #define OSTREL_HOST_DIAGNOSIS_H
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -27,6 +28,10 @@ struct CallFacts {
   bool succeeded = false;
   std::vector<std::string> errorLines;
 };
+
+// What to do about a Windows error that says more than the step at which it came, or else what that step
+// advises.
+const char* AdviceFor(std::uint32_t code, const char* otherwise);
 
 // Each is empty when nothing is wrong.
 

@@ -17,6 +17,7 @@ enum class ExitCode : int {
   OutputFailed = 9,
   RemoteAddressInfoFailed = 10,
   QueryFailed = 11,
+  SelfCheckFailed = 12,
 };
 
 }  // namespace ostrel::host

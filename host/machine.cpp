@@ -7,14 +7,15 @@
 #include <algorithm>
 #include <cwchar>
 
+#include "util/installed_names.h"
 #include "windows_handle.h"
 
 namespace ostrel::host {
 
 namespace {
 
-constexpr const wchar_t* DRIVER_FILES[] = {L"OstrelFilter.inf", L"OstrelFilter.sys", L"OstrelNWFilter.inf",
-                                           L"OstrelNWFilter.sys"};
+constexpr const wchar_t* DRIVER_FILES[] = {MINIFILTER_INF, MINIFILTER_SYS, NETWORK_DRIVER_INF,
+                                           NETWORK_DRIVER_SYS};
 
 bool IsFile(const std::wstring& path) {
   const DWORD attributes = GetFileAttributesW(path.c_str());

@@ -22,6 +22,8 @@
 #include "line_writer.h"
 #include "log_writer.h"
 #include "monitor.h"
+#include "observations.h"
+#include "self_check.h"
 #include "utf8.h"
 #include "windows_handle.h"
 
@@ -181,9 +183,19 @@ int RunQuery(const Query& query, const Options& options) {
   return End(answer.error ? ExitCode::QueryFailed : ExitCode::Success);
 }
 
+int RunSelfCheck() {
+  const std::vector<Check> checks = JudgeFacts(ObserveMachine());
+  LineWriter output(GetStdHandle(STD_OUTPUT_HANDLE));
+  for (const Check& check : checks) {
+    if (!output.Write(CheckLine(check))) return End(ExitCode::OutputFailed);
+  }
+  return End(SelfCheckResult(checks));
+}
+
 int Run(Options options) {
   MakePathsAbsolute(options);
   EnterProgramFolder();
+  if (options.selfCheck) return RunSelfCheck();
   return options.query ? RunQuery(*options.query, options) : RunHost(options);
 }
 

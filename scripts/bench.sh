@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Builds the benchmarks for Windows and runs them under Wine: first those of Google Benchmark, to which the arguments go, such as
-# --benchmark_filter=GetEvents; then the packet reader beside a bare loop, on the lab's network driver (a minute).
+# Measures everything that docs/performance.md shows and writes that page with its plots: builds the benchmarks for Windows, runs
+# them under Wine on the lab's drivers, each figure in turns with its alternative, and keeps what they say in build/bench. Takes
+# about ten minutes after building; a machine that does something else meanwhile makes the times longer and the ratios rougher.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/lib.sh
@@ -17,10 +18,48 @@ fetch_benchmark() {
   (cd "$home" && "${apt[@]}" source --download-only benchmark && tar -xzf benchmark_*.orig.tar.gz)
 }
 
+# Google Benchmark's, several times in random order, so that what slows the machine down for a while meets all sides.
+run_in_turns() {
+  local program=$1 results=$2
+  shift 2
+  cmake/wine.sh "build/windows/bench/$program.exe" "--benchmark_out=build/bench/$results.json" --benchmark_out_format=json \
+    --benchmark_enable_random_interleaving=true --benchmark_report_aggregates_only=true "$@" >"build/bench/$program.txt" 2>&1 ||
+    { tail -n 20 "build/bench/$program.txt" >&2; return 1; }
+}
+
+# In the stage folder, beside which everything is that the program loads.
+on_lab() {
+  (cd build/windows/stage && ../../../cmake/wine.sh "$@")
+}
+
+measure_rest() {
+  x86_64-w64-mingw32-strip -o build/bench/OstrelFilterLib.dll build/windows/stage/OstrelFilterLib.dll
+  (cd build/windows/stage &&
+    python3 ../../../bench/measure_rest.py ../../bench/OstrelFilterLib.dll ../../bench/at_rest.json ../../../cmake/wine.sh at_rest.exe)
+}
+
 scripts/setup.sh
 fetch_benchmark
 cmake --preset windows -DOSTREL_BENCHMARK_SOURCE="$(realpath build/third-party/benchmark-*/)" >/dev/null
-cmake --build --preset windows --target ostrel_bench packet_reader_bench OstrelNWFilterDriver
+echo "Building the benchmarks"
+build_preset windows ostrel_benchmarks
+use_display
 use_wine_prefix
-cmake/wine.sh build/windows/bench/ostrel_bench.exe "$@"
-cmake/wine.sh build/windows/bench/packet_reader_bench.exe build/windows/stage/OstrelNWFilter.sys
+mkdir -p build/bench
+results=../../bench
+
+echo "Caches"
+run_in_turns cache_bench caches --benchmark_repetitions=9 --benchmark_min_time=0.1
+echo "Digests"
+run_in_turns digest_bench digests --benchmark_repetitions=3
+echo "Growth"
+cmake/wine.sh build/windows/bench/growth_bench.exe build/bench/growth.json
+echo "Notification loop"
+on_lab message_loop_bench.exe OstrelFilter.sys "$results/message_loop.json"
+echo "Packet reader"
+on_lab packet_reader_bench.exe OstrelNWFilter.sys "$results/packet_reader.json"
+echo "Titles"
+on_lab titles_bench.exe "$results/titles.json"
+echo "A minute at rest"
+measure_rest
+python3 bench/make_page.py build/bench docs

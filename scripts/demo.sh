@@ -62,6 +62,12 @@ fail() {
   exit 1
 }
 
+fail_to_start() {
+  echo "What the host's self-check finds (docs/host.md explains the lines):" >&2
+  cmake/wine.sh "$stage/OstrelHost.exe" --self-check >&2 || true
+  fail "$1"
+}
+
 lab() {
   cmake/wine.sh "$stage/OstrelLab.exe" "$@"
 }
@@ -87,10 +93,10 @@ wait_for_host() {
   local tries
   for ((tries = 0; tries < 600; ++tries)); do
     ! grep -q 'OstrelHost: watching' "$host_log" || return 0
-    kill -0 "$host" 2>/dev/null || fail "OstrelHost.exe ended by itself."
+    kill -0 "$host" 2>/dev/null || fail_to_start "OstrelHost.exe ended by itself."
     sleep 0.1
   done
-  fail "OstrelHost.exe was not ready within 60 seconds."
+  fail_to_start "OstrelHost.exe was not ready within 60 seconds."
 }
 
 # As Ctrl+C does; the host unloads the drivers and ends.

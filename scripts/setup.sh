@@ -8,6 +8,7 @@ packages=(
   g++-mingw-w64-x86-64-posix           # compiles for Windows
   llvm                                 # makes the import library for Microsoft's linker
   wine64                               # runs it
+  python3                              # turns what the benchmarks say into a page
   xvfb                                 # a display for the windows whose titles are sought
   googletest                           # test framework, as source, so that it is built for Windows too
   nlohmann-json3-dev libcli11-dev      # host and lab only; the library itself uses neither

@@ -15,7 +15,8 @@
  *     1970-01-01 00:00 UTC. Sizes are bytes.
  *  3. Booleans are bytes: 0 is false, everything else true; results are 0 or 1.
  *  4. The library reads texts and arrays only during the call and copies what it keeps; the caller keeps what
- *     it passed. A count of 0 or less, or a null array, is an empty list.
+ *     it passed. A count of 0 or less, or a null array, is an empty list; so is an unsigned count beyond
+ *     2147483647. A null text is an empty one.
  *  5. What a callback receives belongs to the library and is valid only during the call. The host copies what
  *     it keeps. No text that a callback receives is null; what is unknown is empty.
  *  6. Threads. Any thread may call any function. All of them but EnableTabTitles, DisableTabTitles, the
@@ -26,29 +27,43 @@
  *  7. From an event callback a host may call those that take no lock. Any other function may have to wait
  *     there for UnloadDriver, which waits for the very thread that the callback runs on and gives up on it
  *     after 3 seconds. From the log callback call nothing: it may run while locks are held.
- *  8. No exception leaves the library. A callback should let none out either; one that does loses that report
- *     or line.
+ *  8. No exception leaves a function of the library. A callback should let none out either; one that does
+ *     loses that report or line.
  *  9. Failures are told by a false result where there is one and by log lines of level 3: one names the
  *     system call that failed and ends with its code, one after it may name the step. A call that has nothing
- *     to do says so at level 6. So pass a log callback before anything can fail.
- * 10. The library cannot be unloaded from a process safely once LoadDriver or EnableRemoteAddressInfo was
- *     called: its threads are not waited for beyond what UnloadDriver says. Do not call FreeLibrary.
- * 11. The minifilter can go while the library runs: someone unloads it, or another host loads its own. Only
+ *     to do says so at level 6 or 7. So pass a log callback before anything can fail. Each function below
+ *     lists the lines of its own, without their prefix; those of the system calls beneath it, with cause and
+ *     cure, are in docs/troubleshooting.md. When memory is short, a function returns false, or returns
+ *     without having done all, and the library goes on.
+ * 10. Unloading. The first call of any function but the getters of strings and DeallocStringPointer makes the
+ *     library stay in the process until that ends, because its threads may outlive UnloadDriver. So a host
+ *     may call FreeLibrary at any time, and it takes nothing away: functions and callbacks work as before,
+ *     and LoadLibrary finds the library in the state that it has. Until that call FreeLibrary unloads it. A
+ *     process may end without UnloadDriver; the minifilter then stays loaded until a LoadDriver replaces it.
+ * 11. Once UnloadDriver has returned, no event callback runs until the next LoadDriver, except one that it
+ *     had to give up on. The log callback may: the notification thread, which nobody waits for, writes its
+ *     last line when it ends. Callbacks, user name, paths and what is cached stay, for the next LoadDriver
+ *     to go on with. The functions that switch detection go on working, but where the minifilter is gone
+ *     they can tell nobody.
+ * 12. The minifilter can go while the library runs: someone unloads it, or another host loads its own. Only
  *     the log tells, by one of two lines, of level 6 and 3:
- *         OstrelFilterDriver: Driver unloaded.
- *         OstrelFilterDriver: Error getting message while receiving notifications: HResult: 80070006
+ *         Driver unloaded.
+ *         Error getting message while receiving notifications: HResult: 80070006
  *     Nothing new is seen after it, but what was seen is still reported within about a minute. To go on, call
  *     UnloadDriver, LoadDriver and the Enable functions again, from a thread of the host's own and not from
  *     the log callback. The library still has the paths of earlier calls, so pass none the second time.
  *     UnloadDriver itself brings one of the two as well.
- * 12. What only the interactive user's session can tell, the library asks OstrelUserHelper.exe, which it
+ * 13. What only the interactive user's session can tell, the library asks OstrelUserHelper.exe, which it
  *     starts anew for each question: tab titles, metadata of files on network drives, and the functions on
  *     strings that end in ForSystem. From a service it starts nlib\OstrelUserHelper.exe, from a program in
  *     the user's session OstrelUserHelper.exe, either relative to the current directory of the process. The
  *     thread that needs the answer waits for it: 40 times the pipe's own patience and 2 seconds at most for
- *     the helper to come up, then for its answer as long as it lives, 95 seconds at most. Tab titles are
- *     asked for on the notification thread, after the driver has its acknowledgement, while the cache that
- *     the event goes to is locked; metadata on the disk event thread, under the report lock.
+ *     the helper to come up, then 2 seconds (metadata: 10) at most for a pipe that is busy, and then until
+ *     the helper answers or ends. The library sets no bound to this last wait; OstrelUserHelper.exe does: it
+ *     ends 2 seconds (metadata: 10) after it was asked, answer or not. Another program in its place, or one
+ *     that the user suspends, can keep the thread waiting for ever. Tab titles are asked for on the
+ *     notification thread, after the driver has its acknowledgement, while the cache that the event goes to
+ *     is locked; metadata on the disk event thread, under the report lock.
  */
 
 #include <stdint.h>
@@ -96,7 +111,8 @@ typedef void (*LogCallback)(const wchar_t* text, uint32_t level);
  * ports           streamCount remote ports.
  * hostNames       streamCount host names, empty where the reverse look-up failed; always empty for IPv6.
  * hintCount       Number of destination hints.
- * hints           hintCount tab titles that were open when the file was first touched.
+ * hints           hintCount titles of the process's main window, or else of its parent's, when the file was
+ *                 first touched. The helper of this library finds one at most, and none of other tabs.
  * tabTitleStatus  How the look-up of the titles went, as one of the words below; empty while capture is off.
  * isNetworkDrive  1 when the file is on a network drive, and only then the rest is filled. Without metadata
  *                 it is empty but for the status, and the upload counts as complete.
@@ -157,8 +173,21 @@ typedef void (*PcdEventCallback)(const wchar_t* fileName, const wchar_t* process
  *              2147483647: also single events, and for most why they are not reported. Beyond: nothing.
  *
  * Returns true when the library is started, also when it was before; a second call changes nothing. The
- * account must hold the privilege to load drivers. False: the last lines of level 3 name the step that
+ * account must hold the privilege to load drivers. False: the last line of level 3 names the step that
  * failed; the call may be repeated.
+ *
+ * Log, level 6   "Installing and setting up service: %s" and "Setup service successfully.", for each driver
+ *                "LoadDriver was successful."
+ *                "Ostrel filtering library already started."
+ *      level 3   "Could not install OstrelFilter driver"
+ *                "Could not install OstrelNWFilter driver"
+ *                "Could not enable SE_LOAD_DRIVER_NAME privilege"
+ *                "Could not start driver service: HResult: %x"
+ *                "Could not connect to driver communication port: HResult: %x"
+ *                "Could not start receive notification thread. Code: %lu"
+ *      and, of a load that succeeds but reports nothing,
+ *                "Could not start Disk Event thread. Code: %lu"
+ *                "Disk Event thread already started!"
  */
 OSTREL_FUNCTION uint8_t LoadDriver(LogCallback logCallback, uint32_t logLevel);
 
@@ -175,6 +204,13 @@ OSTREL_FUNCTION uint8_t LoadDriver(LogCallback logCallback, uint32_t logLevel);
  * A disk event thread that does not end in time, as while a callback blocks, ends by itself later; the
  * result does not tell, only a line of level 3 does. A LoadDriver after that succeeds but starts no new one,
  * and nothing is reported until the library is unloaded and loaded once more.
+ *
+ * Log, level 6   "Closed driver handle successfully" or "Failed to close driver handle: %d"
+ *                "Disconnected from NW driver successfully.", while remote address info is on
+ *                "Ostrel filtering library already unloaded."
+ *      level 7   "Disk Event thread ended"
+ *      level 3   "Could not enable privilege" or "Could not unload driver. %x": the result is false
+ *                "Disk Event thread never ended." and "GetNWPacketInfo thread never ended.": it is not
  */
 OSTREL_FUNCTION uint8_t UnloadDriver(void);
 
@@ -183,7 +219,7 @@ OSTREL_FUNCTION uint8_t UnloadDriver(void);
  * is reported once it has been quiet for 60 seconds, by a pass that runs every second; an upload only if at
  * least 90 per cent of the file was read.
  *
- * callback           Receives the detections. It stays in use after detection is switched off.
+ * callback           Receives the detections. It stays in use after detection is switched off. Null for none.
  * userName           Account name of the monitored user, cut to 255 characters: remote address info, when it
  *                    is switched on later, looks at this user's network streams.
  * processNames       Image names such as chrome.exe; the case does not matter. The minifilter gets the first
@@ -192,12 +228,19 @@ OSTREL_FUNCTION uint8_t UnloadDriver(void);
  *                    minifilter gets the first 200, and is meant for paths below 300 characters.
  * driverOption       Handed to the minifilter unchanged.
  * remoteAddressInfo  True calls EnableRemoteAddressInfo with the same processes before telling the
- *                    minifilter.
- *                    False leaves remote address info as it is.
+ *                    minifilter. False leaves remote address info as it is.
  * tabTitles          False switches tab title capture off. True leaves it as it is.
  *
  * False: it is on already, and nothing is sent; or the minifilter's port cannot be opened, and it is on all
- * the same.
+ * the same. True does not mean that the minifilter took the message: a refusal is only logged.
+ *
+ * Log, level 6   "Created filter processor with pCount=%d, exCount=%d", the numbers of processes and paths
+ *                "Enabled Application Activity Detection."
+ *                "Application activity already turned on."
+ *      level 7   "Monitoring process: %s" and "Excluding path: %s", for each; the path in device form
+ *      level 3   "Error opening port for updating monitored processes: HResult: %x": the result is false
+ *                "Error getting message while updating kernel filter: HResult: %x": it is not
+ *      and those of DisableTabTitles and EnableRemoteAddressInfo where it calls them.
  */
 OSTREL_FUNCTION uint8_t EnableActivityDetection(ActivityEventCallback callback, const wchar_t* userName,
                                                 const wchar_t** processNames, int32_t processCount,
@@ -209,6 +252,10 @@ OSTREL_FUNCTION uint8_t EnableActivityDetection(ActivityEventCallback callback, 
  * Switches the detection of uploads and downloads off. What is cached is still reported.
  *
  * False: it is off already; or the minifilter's port cannot be opened, and it is off all the same.
+ *
+ * Log, level 6   "Disabled Application Activity Detection."
+ *                "Application activity already disabled."
+ *      level 3   as EnableActivityDetection
  */
 OSTREL_FUNCTION uint8_t DisableActivityDetection(void);
 
@@ -216,7 +263,7 @@ OSTREL_FUNCTION uint8_t DisableActivityDetection(void);
  * Switches the detection of cloud-drive events on; for no process at all (processCount 0), off. Needs the
  * minifilter loaded.
  *
- * callback           Receives the detections. It stays in use after detection is switched off.
+ * callback           Receives the detections. It stays in use after detection is switched off. Null for none.
  * cloudProcesses     Image names of cloud clients, as processNames above.
  * cloudPaths         Directories that the clients synchronise. They add up over all calls; the minifilter
  *                    gets the first 10.
@@ -224,6 +271,12 @@ OSTREL_FUNCTION uint8_t DisableActivityDetection(void);
  *
  * False: the minifilter's port cannot be opened; it is on (or off) all the same. Calling it again sends
  * everything again.
+ *
+ * Log, level 6   "Created filter processor with cloud pCount=%d, exCount=%d", processes and cloud paths
+ *                "Enabled PCD Detection."
+ *                "No cloud processes. Turning PCD off", and then those of DisablePCDDetection
+ *      level 7   "Monitoring cloud process: %s", "Cloud path: %s" and "Cloud exclude path: %s", for each
+ *      level 3   as EnableActivityDetection
  */
 OSTREL_FUNCTION uint8_t EnablePCDDetection(PcdEventCallback callback, const wchar_t** cloudProcesses,
                                            int32_t processCount, const wchar_t** cloudPaths,
@@ -235,6 +288,10 @@ OSTREL_FUNCTION uint8_t EnablePCDDetection(PcdEventCallback callback, const wcha
  *
  * True also when it is off already. False: the minifilter's port cannot be opened, and it is off all the
  * same.
+ *
+ * Log, level 6   "Disabled PCD detection."
+ *                "PCD already turned off."
+ *      level 3   as EnableActivityDetection
  */
 OSTREL_FUNCTION uint8_t DisablePCDDetection(void);
 
@@ -255,12 +312,26 @@ OSTREL_FUNCTION uint8_t DisablePCDDetection(void);
  *
  * UnloadDriver stops service and reader and leaves remote address info on; the next LoadDriver starts the
  * service again. For streams to be read again, switch it off and on.
+ *
+ * Log, level 6   "Turning on tracking of remote address info."
+ *                "Ostrel NW monitoring enabled.", the one line that tells that the driver is at work
+ *                "Connected to NW driver successfully.", whatever failed before
+ *                "Sent proc names to nw filter. Existing proc count: %d ProcName Count: %d", or
+ *                "Failed to send proc names to nw filter: %d"
+ *      level 7   "Remote address capturing already enabled."
+ *      level 3   one for each step that failed
  */
 OSTREL_FUNCTION void EnableRemoteAddressInfo(const wchar_t** processNames, uint32_t processCount);
 
 /*
- * Switches remote address info off, waiting at most 3 seconds for the packet reader, and forgets all network
- * streams. Does nothing when it is off already.
+ * Switches remote address info off: stops the network driver's service and the packet reader, for which it
+ * waits at most 3 seconds, and forgets all network streams. The callouts stay registered. Does nothing when
+ * it is off already.
+ *
+ * Log, level 6   "Turning off tracking of remote address info."
+ *                "Disconnected from NW driver successfully."
+ *      level 7   "Remote address capturing already disabled."
+ *      level 3   "GetNWPacketInfo thread never ended.", and one for each step that failed
  */
 OSTREL_FUNCTION void DisableRemoteAddressInfo(void);
 
@@ -268,11 +339,22 @@ OSTREL_FUNCTION void DisableRemoteAddressInfo(void);
  * Sends the minifilter a new list of processes to watch for uploads and downloads, on or off as detection is,
  * and the ids of those of them that run at the moment. Call it also when a watched program has started. While
  * remote address info is on, the network driver gets the same list.
+ *
+ * processNames  Image names, as for EnableActivityDetection; they take the place of the earlier ones.
+ * driverOption  Handed to the minifilter unchanged.
+ *
+ * Log, level 6   "Successfully updated processes to monitor.", also after a failure
+ *      level 3   as EnableActivityDetection
  */
 OSTREL_FUNCTION void UpdateProcesses(const wchar_t** processNames, uint32_t processCount,
                                      uint8_t driverOption);
 
-/* Switch the capture of tab titles for files touched later. It starts on. */
+/*
+ * Switch the capture of tab titles for files touched later on and off. It starts on, and stays as it is when
+ * the library is unloaded and loaded. They may wait for a title that is being asked for (rule 13).
+ *
+ * Log, level 6   "Turning on tab title capture." or "Turning off tab title capture.", also when it is so
+ */
 OSTREL_FUNCTION void EnableTabTitles(void);
 OSTREL_FUNCTION void DisableTabTitles(void);
 
@@ -280,51 +362,95 @@ OSTREL_FUNCTION void DisableTabTitles(void);
  * The getters below set one of two strings: *result on success, *error on failure. The other one stays as it
  * was, so set both to null before. Free each string that was set with DeallocStringPointer. Texts are cut at
  * 2046 characters. When memory is short, a string is set to null or not at all. If either pointer is itself
- * null, nothing happens. They need no LoadDriver, only no log is written before it.
+ * null, nothing happens. They need no LoadDriver, only no log is written before it. Several threads may call
+ * them at once.
  */
 
 /*
  * The user logged on at the console, as DOMAIN\user; an empty text when nobody is. Asks Windows Management
  * Instrumentation, with COM initialised for the calling thread as multithreaded: a thread in a
- * single-threaded apartment gets an error.
+ * single-threaded apartment gets an error. The host sees to the security of COM in its process. Cut at 255
+ * characters.
+ *
+ * Errors         "GetCurrentUserNameAndDomain. " and, with the HRESULT as a signed number,
+ *                "Could not initialize COM: %d"
+ *                "Failed to CreateInstance. %d"
+ *                "Failed to connect to the root\cimv2 namespace. %d"
+ *                "Failed to setProxyBlanket. %d"
+ *                "Failed to exec query. %d"
+ *                "Failed to find next object. %d"
+ *                After the second and the last, COM stays initialised for the thread.
+ * Log, level 7   "Domain with username: %s"
  */
 OSTREL_FUNCTION void GetCurrentUserName(wchar_t** result, wchar_t** error);
 
 /*
  * The directories of all user profiles of the machine, each followed by a semicolon, the last one included;
- * an empty text when there are none. Asks Windows Management Instrumentation, as GetCurrentUserName does.
+ * an empty text when there are none. Each is cut at 255 characters. Asks Windows Management Instrumentation,
+ * as GetCurrentUserName does.
+ *
+ * Errors         "GetAllUserDirectories. " and the first five of GetCurrentUserName
+ * Log, level 7   "List of all Directories (semi-colon delimited): %s"
  */
 OSTREL_FUNCTION void GetAllUserDirectories(wchar_t** result, wchar_t** error);
 
 /*
  * URL of the automatic proxy configuration script in the Internet settings of the user that the calling
  * thread runs as. Neither string is set when the settings name none.
+ *
+ * Errors         "PROXY:: WinHttpGetIEProxyConfigForCurrentUser call returned FALSE with error %d."
+ *                "PROXY:: Exception occurred while attempting to get Windows auto proxy configuration url."
  */
 OSTREL_FUNCTION void GetAutoProxyConfigUrlForUser(wchar_t** result, wchar_t** error);
 
 /*
- * The same for the interactive user, through the helper (rule 12): for a service, whose own settings are not
- * the user's.
+ * The same for the interactive user, through the helper (rule 13): for a service, whose own settings are not
+ * the user's. Neither string is set when the settings name none.
+ *
+ * Errors         "PROXY:: Exception occurred while attempting to get Windows auto proxy configuration url."
+ *                "PROXY:: Unable to get auto proxy configuration url, error creating pipe (status=%s)."
+ *                "PROXY:: Couldn't get AutoProxyConfigUrl from pipe: %d"
+ *                "PROXY:: Couldn't deserialize AutoProxyConfigUrl message: %s"
+ *                or what the helper says
+ * Log, level 7   "PROXY:: Sending AutoProxyConfigUrl message %s" and, with the answer,
+ *                "PROXY:: Received buffer from user process when requesting AutoProxyConfigUrl: %s"
+ *      level 3   why the helper could not be asked; level 6 when that is because nobody is logged in
  */
 OSTREL_FUNCTION void GetAutoProxyConfigUrlForSystem(wchar_t** result, wchar_t** error);
 
 /*
  * Through the helper: the name that the interactive user has signed in with at a cloud storage provider.
  *
- * provider       The provider, as the helper knows it. Null is empty.
- * homeDirectory  The user's home directory. Null is empty.
+ * provider       "OneDrive", "OneDrive Personal", "OneDrive Business" or "iCloud"; case and blanks do not
+ *                matter. Null is empty, and like any other text an error.
+ * homeDirectory  Full path of the user's home directory. Null is empty.
+ *
+ * Errors         "CLOUDLOGIN:: Exception occurred while attempting to get cloud Login."
+ *                "CLOUDLOGIN:: Unable to get cloud login, error creating pipe (status=%s)."
+ *                "CLOUDLOGIN:: Couldn't get cloud Login from pipe: %d"
+ *                "CLOUDLOGIN:: Couldn't deserialize cloud Login message: %s"
+ *                or what the helper says, all as for GetAutoProxyConfigUrlForSystem
+ * Log, level 7   "CLOUDLOGIN:: Sending cloud Login message %s for provider: %s" and, with the answer,
+ *                "CLOUDLOGIN:: Received buffer from user process when requesting cloud Login: %s"
+ *      level 3   why the helper could not be asked; level 6 when that is because nobody is logged in
  */
 OSTREL_FUNCTION void GetCloudStorageProviderLoginForSystem(const wchar_t* provider,
                                                            const wchar_t* homeDirectory, wchar_t** result,
                                                            wchar_t** error);
 
-/* Frees a string that the library handed out. A null string is ignored. */
+/*
+ * Frees the string *string, which the library handed out, and leaves the pointer as it is. Null is ignored,
+ * for either. Logs nothing.
+ */
 OSTREL_FUNCTION void DeallocStringPointer(wchar_t** string);
 
 #ifdef __cplusplus
 }
 
-/* The exported classes are for hosts built with the same compiler, standard library and runtime as the DLL.
+/*
+ * The exported classes are for hosts built with the same compiler, standard library and runtime as the DLL.
+ * Rule 8 is not theirs: a member may throw std::bad_alloc, and what a hook of the host throws comes back to
+ * the caller.
  */
 #include "cache/event_records.h"
 #include "cache/irp_cache.h"

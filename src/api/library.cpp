@@ -10,10 +10,19 @@
 #include "filter/driver_installer.h"
 #include "filter/load_driver_privilege.h"
 #include "network/driver_service.h"
+#include "util/installed_names.h"
 
 namespace ostrel {
 
 namespace {
+
+// From here on threads of the library may run at any time, also after UnloadDriver: what they run must stay
+// in the process, however often the host frees the library.
+void StayInTheProcess() {
+  HMODULE module = nullptr;
+  GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_PIN | GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
+                     reinterpret_cast<const wchar_t*>(&StayInTheProcess), &module);
+}
 
 // HRESULT of loading a filter whose service already runs.
 constexpr HRESULT SERVICE_ALREADY_RUNNING = static_cast<HRESULT>(0x80070420);
@@ -45,7 +54,9 @@ Library::Library()
       reporter_(callbacks_),
       worker_({uploads_, downloads_, cloudDrive_, uploadStreams_, downloadStreams_, sentEvents_}, reporter_),
       diskEventThread_(worker_),
-      port_(std::make_shared<NotificationPort>()) {}
+      port_(std::make_shared<NotificationPort>()) {
+  StayInTheProcess();
+}
 
 bool Library::Load(LogSink logCallback, std::uint32_t logLevel) {
   const std::lock_guard lock(apiMutex_);

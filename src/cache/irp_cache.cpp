@@ -1,5 +1,6 @@
 #include "cache/irp_cache.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <iterator>
@@ -20,14 +21,14 @@ IrpCache::~IrpCache() = default;
 void IrpCache::AddStdInfoQuery(std::wstring filePath, ULong32 processId, unsigned long long time,
                                std::wstring processName) {
   PurgeEvents(time);
-  const ApplicationType type = GetApplicationType(std::move(processName));
+  const ApplicationType type = GetApplicationType(processName);
   events_[DiskCacheKey(std::move(filePath), GetProcessIdToUse(processId, type))].AddStdInfo(time);
 }
 
 bool IrpCache::AddNetworkInfoQuery(std::wstring filePath, ULong32 processId, unsigned long long time,
                                    std::wstring processName) {
   PurgeEvents(time);
-  const ApplicationType type = GetApplicationType(std::move(processName));
+  const ApplicationType type = GetApplicationType(processName);
   const auto [entry, isNew] =
       events_.try_emplace(DiskCacheKey(std::move(filePath), GetProcessIdToUse(processId, type)));
   IrpCacheMetaData& counts = entry->second;
@@ -42,10 +43,20 @@ bool IrpCache::AddNetworkInfoQuery(std::wstring filePath, ULong32 processId, uns
 
 bool IrpCache::ShouldAllowRead(std::wstring filePath, ULong32 processId, unsigned long long time,
                                std::wstring processName) {
+  return RecordRead(filePath, processId, time, processName);
+}
+
+bool ostrel::ShouldAllowRead(IrpCache& cache, std::wstring_view filePath, ULong32 processId,
+                             unsigned long long time, std::wstring_view processName) {
+  return cache.RecordRead(filePath, processId, time, processName);
+}
+
+bool IrpCache::RecordRead(std::wstring_view filePath, ULong32 processId, unsigned long long time,
+                          std::wstring_view processName) {
   PurgeEvents(time);
-  const ApplicationType type = GetApplicationType(std::move(processName));
+  const ApplicationType type = GetApplicationType(processName);
   if (type == Other) return true;
-  const auto entry = events_.find(DiskCacheKey(filePath, GetProcessIdToUse(processId, type)));
+  const auto entry = events_.find(DiskCacheKey(std::wstring(filePath), GetProcessIdToUse(processId, type)));
   if (entry == events_.end()) return false;
 
   IrpCacheMetaData& counts = entry->second;
@@ -62,11 +73,11 @@ bool IrpCache::ShouldAllowRead(std::wstring filePath, ULong32 processId, unsigne
 }
 
 bool IrpCache::IsChromiumUpload(IrpCacheMetaData& counts, unsigned long long time,
-                                const std::wstring& filePath) {
+                                std::wstring_view filePath) {
   if (counts.GetNetworkInfoCount() < 2) return false;
   // Unsigned: a query later than the read wraps to a large difference and negates nothing.
   if (counts.GetStdInfoCount() > 0 && time - counts.GetLastStdInfoTime() < 1000) {
-    ostrel::Log(ostrel::LOG_NOTABLE, L"Event negated for %s", filePath.c_str());
+    ostrel::Log(ostrel::LOG_NOTABLE, L"Event negated for %s", std::wstring(filePath).c_str());
     return false;
   }
   return true;
@@ -81,7 +92,7 @@ void IrpCache::PurgeEvents(unsigned long long now) {
   }
 }
 
-IrpCache::ApplicationType IrpCache::GetApplicationType(std::wstring processName) {
+IrpCache::ApplicationType IrpCache::GetApplicationType(std::wstring_view processName) {
   static constexpr std::array<std::pair<std::wstring_view, ApplicationType>, 8> TYPES{{
       {L"chrome.exe", Chromium},
       {L"opera.exe", Chromium},
@@ -92,14 +103,14 @@ IrpCache::ApplicationType IrpCache::GetApplicationType(std::wstring processName)
       {L"msedge.exe", Chromium},
       {L"winscp.exe", WinScp},
   }};
-  const std::size_t separator = processName.rfind(L'\\');
-  if (separator != std::wstring::npos) processName.erase(0, separator + 1);
+  // From the start when there is no backslash: then rfind returns the largest number.
+  const std::wstring_view component = processName.substr(processName.rfind(L'\\') + 1);
   // Only the low byte of each character counts, so a name whose low bytes spell one of these matches too.
-  for (wchar_t& character : processName) {
-    character = ostrel::FoldAsciiCase(static_cast<wchar_t>(character & 0xFF));
-  }
+  const auto spells = [](wchar_t character, wchar_t expected) {
+    return ostrel::FoldAsciiCase(static_cast<wchar_t>(character & 0xFF)) == expected;
+  };
   for (const auto& [name, type] : TYPES) {
-    if (processName == name) return type;
+    if (std::equal(component.begin(), component.end(), name.begin(), name.end(), spells)) return type;
   }
   return Other;
 }

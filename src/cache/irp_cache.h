@@ -3,10 +3,21 @@
 
 #include <map>
 #include <string>
+#include <string_view>
 
 #include "cache/event_records.h"
 #include "util/export.h"
 #include "util/integers.h"
+
+class IrpCache;
+
+namespace ostrel {
+
+// IrpCache::ShouldAllowRead without copies of the names, for a caller to whom every message counts.
+bool ShouldAllowRead(IrpCache& cache, std::wstring_view filePath, ULong32 processId, unsigned long long time,
+                     std::wstring_view processName);
+
+}  // namespace ostrel
 
 // Tells a real upload read from metadata probing by the queries that surround it, with one rule per program.
 // All processes of one browser family share their counts. Memory is ten seconds of the times passed in.
@@ -36,6 +47,9 @@ class OSTREL_EXPORT IrpCache {
   unsigned long long GetCacheCount();
 
  private:
+  friend bool ostrel::ShouldAllowRead(IrpCache& cache, std::wstring_view filePath, ostrel::ULong32 processId,
+                                      unsigned long long time, std::wstring_view processName);
+
   enum ApplicationType {
     Chromium = 0,
     EdgeLegacy = 1,
@@ -46,9 +60,11 @@ class OSTREL_EXPORT IrpCache {
   };
 
   void PurgeEvents(unsigned long long now);
-  ApplicationType GetApplicationType(std::wstring processName);
+  bool RecordRead(std::wstring_view filePath, ostrel::ULong32 processId, unsigned long long time,
+                  std::wstring_view processName);
+  ApplicationType GetApplicationType(std::wstring_view processName);
   unsigned long long GetProcessIdToUse(ostrel::ULong32 processId, ApplicationType type);
-  bool IsChromiumUpload(IrpCacheMetaData& counts, unsigned long long time, const std::wstring& filePath);
+  bool IsChromiumUpload(IrpCacheMetaData& counts, unsigned long long time, std::wstring_view filePath);
 
   unsigned long long purgeAge_;
   std::map<DiskCacheKey, IrpCacheMetaData> events_;

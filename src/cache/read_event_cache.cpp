@@ -75,6 +75,15 @@ void ReadEventCache::AddEvent(std::wstring fileName, void* processHandle, std::w
   }
 }
 
+bool ostrel::MergeEvent(ReadEventCache& cache, std::wstring_view fileName, ULong32 processId,
+                        unsigned long long time, ULong32 readSize) {
+  const std::lock_guard lock(cache.mutex_);
+  const auto found = cache.events_.find(ReadEventCache::KeyView{fileName, processId});
+  if (found == cache.events_.end()) return false;
+  cache.Merge(found->second, time, readSize);
+  return true;
+}
+
 void ReadEventCache::Merge(CachedEvent& cached, unsigned long long time, ULong32 readSize) {
   cached.event.UpdateEndTime(time);
   cached.event.UpdateReadSize(readSize);

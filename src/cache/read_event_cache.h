@@ -6,13 +6,21 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "cache/event_records.h"
 #include "util/export.h"
 #include "util/integers.h"
 
+class ReadEventCache;
+
 namespace ostrel {
+
+// Merges into the event of (fileName, processId) as ReadEventCache::AddEvent does, if there is one: without
+// copies of the names, for a caller to whom every message counts. False when there is none.
+bool MergeEvent(ReadEventCache& cache, std::wstring_view fileName, ULong32 processId, unsigned long long time,
+                ULong32 readSize);
 
 // Fills `user` with the account name behind an open process handle; zero when it cannot.
 using UserLookup = unsigned char (*)(void* processHandle, std::wstring& user);
@@ -63,6 +71,9 @@ class OSTREL_EXPORT ReadEventCache {
   unsigned long long GetCacheCount();
 
  private:
+  friend bool ostrel::MergeEvent(ReadEventCache& cache, std::wstring_view fileName, ostrel::ULong32 processId,
+                                 unsigned long long time, ostrel::ULong32 readSize);
+
   // All end times in order, so that a pass sees at once whether anything is due.
   using EndTimes = std::multiset<unsigned long long>;
 
@@ -71,7 +82,29 @@ class OSTREL_EXPORT ReadEventCache {
     EndTimes::iterator endTime;
     std::size_t nameHash;  // a pass looks at every name; this spares it the text
   };
-  using Events = std::map<DiskCacheKey, CachedEvent>;
+
+  // A key whose path is somebody else's.
+  struct KeyView {
+    std::wstring_view filePath;
+    unsigned long long processId;
+  };
+
+  // The order of DiskCacheKey, for keys of both kinds.
+  struct ByKey {
+    using is_transparent = void;
+    bool operator()(const DiskCacheKey& left, const DiskCacheKey& right) const { return left < right; }
+    bool operator()(const DiskCacheKey& left, const KeyView& right) const {
+      return IsBefore({left.filePath_, left.processId_}, right);
+    }
+    bool operator()(const KeyView& left, const DiskCacheKey& right) const {
+      return IsBefore(left, {right.filePath_, right.processId_});
+    }
+    static bool IsBefore(const KeyView& left, const KeyView& right) {
+      if (right.processId != left.processId) return right.processId < left.processId;
+      return right.filePath < left.filePath;
+    }
+  };
+  using Events = std::map<DiskCacheKey, CachedEvent, ByKey>;
 
   void Merge(CachedEvent& cached, unsigned long long time, ostrel::ULong32 readSize);
   void Create(const DiskCacheKey& key, void* processHandle, std::wstring processName,

@@ -13,7 +13,8 @@ namespace ostrel {
 // Account name, without its domain, of the user in the process's token. Non-zero when it was found.
 unsigned char GetUserOfProcess(void* processHandle, std::wstring& user);
 
-// Titles of the windows of a process in the user's session.
+// Title of the main window of a process, as the user's session tells it: none or one, or as many as another
+// helper gives. `status` says how asking went.
 std::vector<std::wstring> GetTabTitlesOfProcess(ULong32 processId, std::wstring processName,
                                                 std::wstring& status);
 

@@ -5,6 +5,7 @@
 #include <fltuser.h>
 
 #include "log/log.h"
+#include "util/installed_names.h"
 #include "util/unique_handle.h"
 
 namespace ostrel {

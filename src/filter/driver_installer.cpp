@@ -10,6 +10,7 @@
 
 #include "filter/load_driver_privilege.h"
 #include "log/log.h"
+#include "util/installed_names.h"
 #include "util/name_capacity.h"
 #include "util/ostrel_filter_lib_util.h"
 #include "util/unique_handle.h"

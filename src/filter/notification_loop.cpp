@@ -5,12 +5,14 @@
 #include <fltuser.h>
 
 #include <new>
+#include <string>
 #include <utility>
 
 #include "filter/event_name.h"
 #include "log/log.h"
 #include "util/name_capacity.h"
 #include "util/ostrel_filter_lib_util.h"
+#include "util/text.h"
 #include "util/unique_handle.h"
 
 namespace ostrel {
@@ -72,7 +74,8 @@ void NotificationLoop::Handle(const EventMessage& message) {
   CutStreamSuffix(message, fileName);
   // The driver holds the file operation until here.
   Acknowledge(message);
-  if (OstrelFilterLibUtil::ExcludeBasedOnExtension(fileName, targets_.ignoredSuffixes)) return;
+  // The rule of ExcludeBasedOnExtension, which would copy the list for every message.
+  if (EndsWithAnyIgnoringAsciiCase(fileName, targets_.ignoredSuffixes)) return;
 
   wchar_t processName[NAME_CAPACITY];
   HANDLE opened = nullptr;
@@ -116,6 +119,8 @@ void NotificationLoop::FileRead(const EventMessage& message, const wchar_t* file
     Log(LOG_DETAIL, L"Ignore Upload event. Not a real upload for file: %s process %s", fileName, processName);
     return;
   }
+  // Most reads are further ones of a file.
+  if (MergeEvent(targets_.uploads, fileName, message.processId, message.eventTime, message.readSize)) return;
   targets_.uploads.AddEvent(fileName, process, processName, message.processId, message.eventTime,
                             IsNetworkEvent(message), FILE_EVENT_READ, message.readSize);
 }
@@ -123,25 +128,30 @@ void NotificationLoop::FileRead(const EventMessage& message, const wchar_t* file
 bool NotificationLoop::IsRealRead(const EventMessage& message, const wchar_t* fileName,
                                   const wchar_t* processName) {
   const std::lock_guard lock(targets_.irpQueriesMutex);
-  return targets_.irpQueries.ShouldAllowRead(fileName, message.processId, message.eventTime, processName);
+  return ShouldAllowRead(targets_.irpQueries, fileName, message.processId, message.eventTime, processName);
 }
 
-// A file that a process writes is no longer an upload candidate of that process.
+// A file that a process writes is no longer an upload candidate of that process. The name to withdraw it by
+// is there before the write is filed, so that short memory cannot come between the two.
 void NotificationLoop::FileWrite(const EventMessage& message, const wchar_t* fileName, HANDLE process,
                                  const wchar_t* processName) {
-  targets_.downloads.AddEvent(fileName, process, processName, message.processId, message.eventTime,
-                              IsNetworkEvent(message), FILE_EVENT_WRITE, message.readSize);
-  targets_.uploads.RemoveEvent(fileName, message.processId);
+  std::wstring withdrawn = fileName;
+  if (!MergeEvent(targets_.downloads, fileName, message.processId, message.eventTime, message.readSize)) {
+    targets_.downloads.AddEvent(fileName, process, processName, message.processId, message.eventTime,
+                                IsNetworkEvent(message), FILE_EVENT_WRITE, message.readSize);
+  }
+  targets_.uploads.RemoveEvent(std::move(withdrawn), message.processId);
 }
 
 void NotificationLoop::FileNetworkInfoQuery(const EventMessage& message, const wchar_t* fileName,
                                             const wchar_t* processName) {
+  std::wstring withdrawn = fileName;  // here, as for a write
   {
     const std::lock_guard lock(targets_.irpQueriesMutex);
     if (targets_.irpQueries.AddNetworkInfoQuery(fileName, message.processId, message.eventTime, processName))
       return;
   }
-  targets_.uploads.RemoveEvent(fileName, message.processId);
+  targets_.uploads.RemoveEvent(std::move(withdrawn), message.processId);
   Log(LOG_DETAIL, L"Removed from Upload cache: %s %s", fileName, processName);
 }
 

@@ -4,6 +4,7 @@
 #include <fltuser.h>
 
 #include "filter/port_messages.h"
+#include "util/installed_names.h"
 
 namespace ostrel {
 

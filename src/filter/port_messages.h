@@ -8,11 +8,6 @@
 
 namespace ostrel {
 
-// One message of the driver per file event, one acknowledgement of ours per message.
-constexpr wchar_t NOTIFICATION_PORT_NAME[] = L"\\6E6F3D7A-21A2-4B5F-ABD3-5DCED10CD793";
-// One configuration message of ours per connection.
-constexpr wchar_t CONTROL_PORT_NAME[] = L"\\FB6CBA80-7A14-42C2-8697-0D4F43B3405F";
-
 constexpr std::uint32_t PROTOCOL_CODE = 7;
 
 // Handed over when the notification port is opened.

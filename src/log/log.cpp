@@ -16,23 +16,21 @@ constexpr std::size_t LINE_CAPACITY = 1024;
 constexpr wchar_t PREFIX[] = L"OstrelFilterDriver: ";
 constexpr std::size_t PREFIX_LENGTH = std::size(PREFIX) - 1;
 
-// The one piece of process-wide state below api/: the exported caches log too, and their constructors have no
-// room for a logger.
-struct {
-  std::atomic<std::int32_t> level{0};
-  std::atomic<LogSink> sink{nullptr};
-} configured;
+std::atomic<LogSink> configuredSink{nullptr};
 
 }  // namespace
 
+// With the sink the one piece of process-wide state below api/: the exported caches log too, and their
+// constructors have no room for a logger.
+std::atomic<std::int32_t> configuredLogLevel{0};
+
 void SetLogSink(LogSink sink, std::int32_t level) noexcept {
-  configured.sink = sink;
-  configured.level = level;
+  configuredSink = sink;
+  configuredLogLevel = level;
 }
 
-void Log(std::int32_t level, const wchar_t* format, ...) noexcept {
-  if (level > configured.level.load(std::memory_order_relaxed)) return;
-  const LogSink sink = configured.sink;
+void WriteLogLine(std::int32_t level, const wchar_t* format, ...) noexcept {
+  const LogSink sink = configuredSink;
   if (sink == nullptr) return;
 
   wchar_t line[LINE_CAPACITY];

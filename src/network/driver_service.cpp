@@ -3,13 +3,12 @@
 #include <windows.h>
 
 #include "log/log.h"
+#include "util/installed_names.h"
 #include "util/unique_handle.h"
 
 namespace ostrel {
 
 namespace {
-
-constexpr wchar_t SERVICE_NAME[] = L"OstrelNWFilter";
 
 struct OpenedService {
   UniqueServiceHandle manager;
@@ -31,7 +30,7 @@ OpenedService OpenNetworkDriverService() {
     Log(LOG_ERROR, L"OpenSCManager failed (%d).", GetLastError());
     return opened;
   }
-  opened.service = UniqueServiceHandle(OpenServiceW(opened.manager.Get(), SERVICE_NAME, SERVICE_ALL_ACCESS));
+  opened.service = UniqueServiceHandle(OpenServiceW(opened.manager.Get(), NETWORK_DRIVER_SERVICE_NAME, SERVICE_ALL_ACCESS));
   if (!opened.service) Log(LOG_ERROR, L"OpenService failed (%d).", GetLastError());
   return opened;
 }

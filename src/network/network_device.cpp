@@ -4,6 +4,7 @@
 
 #include "log/log.h"
 #include "network/packet_messages.h"
+#include "util/installed_names.h"
 
 namespace ostrel {
 

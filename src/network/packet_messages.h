@@ -8,8 +8,6 @@
 
 namespace ostrel {
 
-constexpr wchar_t NETWORK_DEVICE_PATH[] = L"\\\\.\\OstrelNWFilter";
-
 // Control codes; all buffered, for any access.
 constexpr std::uint32_t CONTROL_ENABLE_MONITORING = 0x120004;  // takes EnableMonitoring
 constexpr std::uint32_t CONTROL_READ_PACKET = 0x222004;        // gives a PacketRecord when the driver has one

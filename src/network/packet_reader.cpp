@@ -5,12 +5,12 @@
 
 #include <array>
 #include <cstddef>
-#include <cstring>
 #include <memory>
 #include <new>
 #include <utility>
 
 #include "log/log.h"
+#include "network/packet_filing.h"
 #include "network/packet_messages.h"
 #include "util/name_capacity.h"
 #include "util/unique_handle.h"
@@ -137,12 +137,8 @@ void PacketReader::File(const PacketRecord& record, HANDLE process) {
     Log(LOG_ERROR, L"Could not get process name. %lu", GetLastError());
     return;
   }
-  std::array<unsigned char, sizeof(record.ipv6)> ipv6{};
-  std::memcpy(ipv6.data(), record.ipv6, ipv6.size());
-  NetworkEventCache& cache = record.outgoing != 0 ? uploads_ : downloads_;
   try {
-    cache.AddEvent(processName, record.ipv4, ipv6.data(), static_cast<IP_VERSION>(record.ipVersion),
-                   record.port, record.time, record.bytes);
+    FilePacket(record, processName, uploads_, downloads_);
   } catch (...) {
     // Memory is short: the record is lost, its request goes on.
   }

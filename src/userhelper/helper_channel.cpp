@@ -46,13 +46,15 @@ std::wstring ConnectToUserHelper(std::wstring commandId, std::wstring /*response
 }
 
 bool Exchange(const std::wstring& pipeName, const std::wstring& request, const ExchangeLimits& limits,
-              std::wstring& reply) {
+              std::wstring& reply, ULong32& error) {
   // One unit more than the helper can fill: the text ends in any case.
   std::vector<wchar_t> buffer(limits.replyBytes / sizeof(wchar_t) + 1);
   std::wstring sent = request;
   DWORD received = 0;
   if (!CallNamedPipeW(pipeName.c_str(), sent.data(), static_cast<DWORD>(sent.size() * sizeof(wchar_t)),
                       buffer.data(), limits.replyBytes, &received, limits.timeOutMilliseconds)) {
+    // Now: freeing the buffers may change it.
+    error = GetLastError();
     return false;
   }
   reply = buffer.data();

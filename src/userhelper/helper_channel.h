@@ -15,16 +15,16 @@ namespace ostrel {
 std::wstring ConnectToUserHelper(std::wstring commandId, std::wstring responseId, std::wstring& status);
 
 // Room for the answer of one type of request, and how long to wait for a pipe that is busy. The answer itself
-// is waited for as long as the helper lives.
+// is waited for until the other end of the pipe closes: it is the helper that ends in time.
 struct ExchangeLimits {
   ULong32 replyBytes;
   ULong32 timeOutMilliseconds;
 };
 
-// Writes the request into the pipe and reads the answer, up to its first zero. False with the last error when
-// the call fails, as it does for an answer larger than the room.
+// Writes the request into the pipe and reads the answer, up to its first zero. False with the system's code
+// in `error` when the call fails, as it does for an answer larger than the room.
 bool Exchange(const std::wstring& pipeName, const std::wstring& request, const ExchangeLimits& limits,
-              std::wstring& reply);
+              std::wstring& reply, ULong32& error);
 
 }  // namespace ostrel
 

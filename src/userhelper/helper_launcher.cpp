@@ -6,14 +6,13 @@
 #include <wtsapi32.h>
 
 #include "log/log.h"
+#include "util/installed_names.h"
 #include "util/unique_handle.h"
 
 namespace ostrel {
 
 namespace {
 
-constexpr wchar_t SERVICE_MODE_EXECUTABLE[] = L"nlib\\OstrelUserHelper.exe";
-constexpr wchar_t APPLICATION_MODE_EXECUTABLE[] = L"OstrelUserHelper.exe";
 constexpr DWORD CREATION_FLAGS = CREATE_NO_WINDOW | CREATE_UNICODE_ENVIRONMENT | NORMAL_PRIORITY_CLASS;
 
 struct SessionListPolicy {
@@ -50,14 +49,14 @@ class Launch {
   StartedProcess AsUser(HANDLE token, void* environment) {
     PROCESS_INFORMATION started{};
     const BOOL isStarted =
-        CreateProcessAsUserW(token, SERVICE_MODE_EXECUTABLE, commandLine_.data(), nullptr, nullptr, FALSE,
+        CreateProcessAsUserW(token, SERVICE_MODE_HELPER, commandLine_.data(), nullptr, nullptr, FALSE,
                              CREATION_FLAGS, environment, nullptr, &startup_, &started);
     return isStarted ? Own(started) : StartedProcess{};
   }
 
   StartedProcess AsSelf() {
     PROCESS_INFORMATION started{};
-    const BOOL isStarted = CreateProcessW(APPLICATION_MODE_EXECUTABLE, commandLine_.data(), nullptr, nullptr,
+    const BOOL isStarted = CreateProcessW(APPLICATION_MODE_HELPER, commandLine_.data(), nullptr, nullptr,
                                           FALSE, CREATION_FLAGS, nullptr, nullptr, &startup_, &started);
     return isStarted ? Own(started) : StartedProcess{};
   }

@@ -1,7 +1,5 @@
 #include "userhelper/helper_requests.h"
 
-#include <windows.h>
-
 #include <sstream>
 
 #include "log/log.h"
@@ -24,12 +22,16 @@ constexpr ExchangeLimits CLOUD_LOGIN_LIMITS{4400, 2000};
 
 std::wstring TextOf(const RequestMessage& request) {
   std::wostringstream stream;
+  // Without memory there is no text at all, rather than one with gaps.
+  stream.exceptions(std::ios_base::badbit);
   request.Serialize(stream);
   return stream.str();
 }
 
 void Read(const std::wstring& text, ResponseMessage& response) {
   std::wistringstream stream(text);
+  // Running out of memory is not the helper's fault.
+  stream.exceptions(std::ios_base::badbit);
   response.Deserialize(stream);
 }
 
@@ -42,10 +44,10 @@ std::vector<std::wstring> RequestTabTitles(ULong32 processId, const std::wstring
   const std::wstring request = TextOf({commandId, responseId, processId, processName});
   Log(LOG_DETAIL, L"Sending tabtitle message %s", request.c_str());
   std::wstring reply;
-  if (!Exchange(pipeName, request, TAB_TITLES_LIMITS, reply)) {
-    const DWORD error = GetLastError();
+  ULong32 pipeError = 0;
+  if (!Exchange(pipeName, request, TAB_TITLES_LIMITS, reply, pipeError)) {
     status = L"TABTITLE_CONNECT_PIPE_FAILED";
-    Log(LOG_ERROR, L"Couldn't get tab titles from pipe: %d", error);
+    Log(LOG_ERROR, L"Couldn't get tab titles from pipe: %d", pipeError);
     throw ProcUtilException();
   }
   Log(LOG_DETAIL, L"Received buffer from user process when requesting titles: %s", reply.c_str());
@@ -62,10 +64,10 @@ FileMetaData RequestMetaData(const std::wstring& filePath, std::wstring& status)
   const std::wstring request = TextOf({commandId, responseId, filePath});
   Log(LOG_DETAIL, L"Sending metadata message %s", request.c_str());
   std::wstring reply;
-  if (!Exchange(pipeName, request, META_DATA_LIMITS, reply)) {
-    const DWORD error = GetLastError();
+  ULong32 pipeError = 0;
+  if (!Exchange(pipeName, request, META_DATA_LIMITS, reply, pipeError)) {
     status = L"METADATA_CONNECT_PIPE_FAILED";
-    Log(LOG_ERROR, L"Couldn't get metadata from pipe: %d", error);
+    Log(LOG_ERROR, L"Couldn't get metadata from pipe: %d", pipeError);
     throw ProcUtilException();
   }
   Log(LOG_DETAIL, L"Received buffer from user process when requesting metadata: %s", reply.c_str());
@@ -79,19 +81,14 @@ void RequestAutoProxyConfigUrl(wchar_t** result, wchar_t** error) {
   const std::wstring commandId = GenerateRandomHexId();
   const std::wstring responseId = GenerateRandomHexId();
   const std::wstring pipeName = ConnectToUserHelper(commandId, responseId, status);
-  // A channel that came up with a complaint is not used.
-  if (!status.empty()) {
-    OstrelFilterLibUtil::AllocStringPointer(
-        error, L"PROXY:: Unable to get auto proxy configuration url, error creating pipe (status=%s).",
-        status.c_str());
-    return;
-  }
+  if (!JudgeAutoProxyChannel(status, error)) return;
   const std::wstring request = TextOf({commandId, responseId});
   Log(LOG_DETAIL, L"PROXY:: Sending AutoProxyConfigUrl message %s", request.c_str());
   std::wstring reply;
-  if (!Exchange(pipeName, request, PROXY_LIMITS, reply)) {
+  ULong32 pipeError = 0;
+  if (!Exchange(pipeName, request, PROXY_LIMITS, reply, pipeError)) {
     OstrelFilterLibUtil::AllocStringPointer(error, L"PROXY:: Couldn't get AutoProxyConfigUrl from pipe: %d",
-                                            GetLastError());
+                                            pipeError);
     return;
   }
   Log(LOG_DETAIL, L"PROXY:: Received buffer from user process when requesting AutoProxyConfigUrl: %s",
@@ -107,19 +104,15 @@ void RequestCloudStorageProviderLogin(const std::wstring& provider, const std::w
   const std::wstring commandId = GenerateRandomHexId();
   const std::wstring responseId = GenerateRandomHexId();
   const std::wstring pipeName = ConnectToUserHelper(commandId, responseId, status);
-  // A channel that came up with a complaint is not used.
-  if (!status.empty()) {
-    OstrelFilterLibUtil::AllocStringPointer(
-        error, L"CLOUDLOGIN:: Unable to get cloud login, error creating pipe (status=%s).", status.c_str());
-    return;
-  }
+  if (!JudgeCloudLoginChannel(status, error)) return;
   const std::wstring request = TextOf({commandId, responseId, provider, homeDirectory});
   Log(LOG_DETAIL, L"CLOUDLOGIN:: Sending cloud Login message %s for provider: %s", request.c_str(),
       provider.c_str());
   std::wstring reply;
-  if (!Exchange(pipeName, request, CLOUD_LOGIN_LIMITS, reply)) {
+  ULong32 pipeError = 0;
+  if (!Exchange(pipeName, request, CLOUD_LOGIN_LIMITS, reply, pipeError)) {
     OstrelFilterLibUtil::AllocStringPointer(error, L"CLOUDLOGIN:: Couldn't get cloud Login from pipe: %d",
-                                            GetLastError());
+                                            pipeError);
     return;
   }
   Log(LOG_DETAIL, L"CLOUDLOGIN:: Received buffer from user process when requesting cloud Login: %s",

@@ -10,7 +10,8 @@
 namespace ostrel {
 
 // What only the interactive user's session can answer. Every call launches a user helper of its own, asks it
-// once and waits for the answer; calls on different threads do not meet. None lets an exception out.
+// once and waits for the answer, for as long as that helper lives; calls on different threads do not meet.
+// None lets an exception out: when memory is short, a status is empty and so is what is returned.
 
 // Titles of the windows of a process. `status` becomes "TABTITLE_SUCCESS" or the word for what went wrong.
 std::vector<std::wstring> GetTabTitlesFromUserHelper(ULong32 processId, const std::wstring& processName,

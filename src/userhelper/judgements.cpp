@@ -80,6 +80,21 @@ FileMetaData JudgeMetaData(const ResponseMessageMetaData& response, const std::w
   return {response.sha256Hex, response.md5Hex, response.fileSize, response.extraText};
 }
 
+bool JudgeAutoProxyChannel(const std::wstring& status, wchar_t** error) {
+  if (status.empty()) return true;
+  OstrelFilterLibUtil::AllocStringPointer(
+      error, L"PROXY:: Unable to get auto proxy configuration url, error creating pipe (status=%s).",
+      status.c_str());
+  return false;
+}
+
+bool JudgeCloudLoginChannel(const std::wstring& status, wchar_t** error) {
+  if (status.empty()) return true;
+  OstrelFilterLibUtil::AllocStringPointer(
+      error, L"CLOUDLOGIN:: Unable to get cloud login, error creating pipe (status=%s).", status.c_str());
+  return false;
+}
+
 void JudgeAutoProxyConfigUrl(const ResponseMessageAutoProxyConfigUrl& response, const std::wstring& received,
                              wchar_t** result, wchar_t** error) {
   if (!response.isValid) {

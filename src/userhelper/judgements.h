@@ -20,6 +20,10 @@ std::vector<std::wstring> JudgeTabTitles(const ResponseMessageTabTitles& respons
 FileMetaData JudgeMetaData(const ResponseMessageMetaData& response, const std::wstring& filePath,
                            std::wstring& status);
 
+// False, with a new string in `*error`, for a channel that came up with a complaint: it is not used.
+bool JudgeAutoProxyChannel(const std::wstring& status, wchar_t** error);
+bool JudgeCloudLoginChannel(const std::wstring& status, wchar_t** error);
+
 // A new string in `*result` or `*error`, or, for an empty answer, in neither. `received` is the text that the
 // response was read from.
 void JudgeAutoProxyConfigUrl(const ResponseMessageAutoProxyConfigUrl& response, const std::wstring& received,

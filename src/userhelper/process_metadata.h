@@ -12,7 +12,11 @@
 struct HWND__;
 
 // Finds the title of a process's main window on the desktop that the caller sees; a service sees none. Of
-// several windows the first in the system's order wins. Nothing is thrown but std::bad_alloc.
+// several windows the first in the system's order wins, and one without a title is passed over.
+//
+// Nothing is thrown but std::bad_alloc, and not even that for a window's title: without memory for it the
+// search ends as if no window had one. Nothing is logged but by OstrelFilterLibUtil's look-up of processes by
+// name, which an Edge process needs.
 class OSTREL_EXPORT ProcessMetadata {
  public:
   static const wchar_t* const EDGE_PROCESS_NAME;
@@ -27,7 +31,8 @@ class OSTREL_EXPORT ProcessMetadata {
   // whose windows belong to ApplicationFrameHost.exe, of that one's.
   //
   // `*code` becomes SUCCESS, TABTITLE_MAIN_WINDOWS_NOT_FOUND when there is no title, or
-  // TABTITLE_NOAPP_FRAME_HOST when the process that should have it does not run.
+  // TABTITLE_NOAPP_FRAME_HOST when the process that should have it does not run. A window that loses its
+  // title while it is looked at counts with an empty one.
   std::vector<std::wstring> GetTabTitles(ResponseCode* code);
 
   // Non-zero when the window has no owner and is visible. Takes an HWND and returns a BOOL.

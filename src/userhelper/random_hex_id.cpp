@@ -31,6 +31,8 @@ std::wstring GenerateRandomHexId() {
     return {};
   }
   std::wostringstream digits;
+  // A shorter identifier would be easier to guess.
+  digits.exceptions(std::ios_base::badbit);
   digits << std::hex;
   for (std::size_t i = 0; i < RANDOM_BYTES; ++i) digits << static_cast<unsigned>(bytes[i]);
   return digits.str();

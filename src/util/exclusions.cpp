@@ -4,9 +4,7 @@
 #include "util/text.h"
 
 bool OstrelFilterLibUtil::ExcludeBasedOnExtension(wchar_t* fileName, std::vector<std::wstring> extensions) {
-  return std::any_of(extensions.begin(), extensions.end(), [fileName](const std::wstring& extension) {
-    return ostrel::EndsWithIgnoringAsciiCase(fileName, extension);
-  });
+  return ostrel::EndsWithAnyIgnoringAsciiCase(fileName, extensions);
 }
 
 bool OstrelFilterLibUtil::ExcludeBasedOnProcess(wchar_t* processName, std::vector<std::wstring> processes) {

@@ -27,6 +27,11 @@ constexpr bool EndsWithIgnoringAsciiCase(std::wstring_view text, std::wstring_vi
          EqualsIgnoringAsciiCase(text.substr(text.size() - suffix.size()), suffix);
 }
 
+inline bool EndsWithAnyIgnoringAsciiCase(std::wstring_view text, const std::vector<std::wstring>& suffixes) {
+  return std::any_of(suffixes.begin(), suffixes.end(),
+                     [text](const std::wstring& suffix) { return EndsWithIgnoringAsciiCase(text, suffix); });
+}
+
 // Copies as much of `text` as fits into `capacity` characters with its terminator; `capacity` is at least 1.
 inline void CopyBounded(std::wstring_view text, wchar_t* destination, std::size_t capacity) {
   const std::size_t length = std::min(text.size(), capacity - 1);

@@ -1,9 +1,9 @@
-/* A host in C: every function of the library, called through the import library. The library lies alone here,
- * without driver files and without a driver to talk to, so that whatever needs them fails. Ends with the
- * number of wrong results. */
+/* A host in C: every function of the library, called through the import library. Of the lab only the property
+ * system lies beside it, and no driver file, so that whatever needs a driver fails. Ends with the number of
+ * wrong results. */
 
 #include <stdio.h>
-#include <string.h>
+#include <wchar.h>
 
 #include "api/exports.h"
 
@@ -43,10 +43,9 @@ static int wrong(const char* what, unsigned result, unsigned expected) {
   return 1;
 }
 
-int main(void) {
+static int control(void) {
   const wchar_t* names[] = {L"chrome.exe"};
   const wchar_t* paths[] = {L"C:\\none"};
-  wchar_t* text = NULL;
   int mistakes = 0;
 
   mistakes += wrong("UnloadDriver before LoadDriver", UnloadDriver(), 1);
@@ -59,12 +58,68 @@ int main(void) {
                     EnablePCDDetection(on_cloud, names, 1, paths, 1, paths, 1), 0);
   mistakes += wrong("DisablePCDDetection without a driver", DisablePCDDetection(), 0);
   mistakes += wrong("DisablePCDDetection of what is off", DisablePCDDetection(), 1);
+  EnableRemoteAddressInfo(names, 1);
   UpdateProcesses(names, 1, 0);
+  DisableRemoteAddressInfo();
   EnableTabTitles();
   DisableTabTitles();
-  DeallocStringPointer(&text);
-  mistakes += wrong("DeallocStringPointer of a null string", text != NULL, 0);
   mistakes += wrong("lines without the library's prefix", other_lines, 0);
   mistakes += wrong("lines at all", prefixed_lines > 0, 1);
   return mistakes;
+}
+
+/* Frees what a getter set. Null as an expectation stands for a string that stays as it was; an empty text for
+ * any. */
+static int wrong_answer(const char* getter, wchar_t* result, wchar_t* error, const wchar_t* expected_result,
+                        const wchar_t* expected_error) {
+  wchar_t* const given[] = {result, error};
+  const wchar_t* const expected[] = {expected_result, expected_error};
+  int mistakes = 0;
+  for (int i = 0; i < 2; ++i) {
+    wchar_t* text = given[i];
+    const int is_right = text == NULL || expected[i] == NULL
+                             ? text == NULL && expected[i] == NULL
+                             : expected[i][0] == L'\0' || wcscmp(text, expected[i]) == 0;
+    if (!is_right) {
+      fprintf(stderr, "%s: %s is %ls\n", getter, i == 0 ? "result" : "error", text == NULL ? L"null" : text);
+      ++mistakes;
+    }
+    DeallocStringPointer(&text);
+  }
+  return mistakes;
+}
+
+/* Nobody is logged on at a terminal session here, so that no helper is asked. */
+static int queries(void) {
+  wchar_t* result = NULL;
+  wchar_t* error = NULL;
+  int mistakes = 0;
+
+  GetCurrentUserName(&result, &error);
+  mistakes += wrong_answer("GetCurrentUserName", result, error, L"", NULL);
+  result = error = NULL;
+  GetAllUserDirectories(&result, &error);
+  mistakes += wrong_answer("GetAllUserDirectories", result, error, L"", NULL);
+  result = error = NULL;
+  GetAutoProxyConfigUrlForUser(&result, &error);
+  mistakes += wrong("a result and an error at once", result != NULL && error != NULL, 0);
+  DeallocStringPointer(&result);
+  DeallocStringPointer(&error);
+  result = error = NULL;
+  GetAutoProxyConfigUrlForSystem(&result, &error);
+  mistakes += wrong_answer(
+      "GetAutoProxyConfigUrlForSystem", result, error, NULL,
+      L"PROXY:: Exception occurred while attempting to get Windows auto proxy configuration url.");
+  result = error = NULL;
+  GetCloudStorageProviderLoginForSystem(L"OneDrive", L"C:\\Users\\ann", &result, &error);
+  mistakes += wrong_answer("GetCloudStorageProviderLoginForSystem", result, error, NULL,
+                           L"CLOUDLOGIN:: Exception occurred while attempting to get cloud Login.");
+  result = NULL;
+  DeallocStringPointer(&result);
+  mistakes += wrong("DeallocStringPointer of a null string", result != NULL, 0);
+  return mistakes;
+}
+
+int main(void) {
+  return control() + queries();
 }

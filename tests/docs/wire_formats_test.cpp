@@ -18,6 +18,7 @@
 #include "network/packet_messages.h"
 #include "userhelper/request_message.h"
 #include "userhelper/response_messages.h"
+#include "util/installed_names.h"
 
 namespace {
 

@@ -31,9 +31,12 @@ std::filesystem::path LabFixture::Scenario(const std::string& name) {
   return StageDirectory() / "e2e" / name;
 }
 
+std::unique_ptr<Program> LabFixture::StartProgram(const std::wstring& name, const std::wstring& arguments) {
+  return std::make_unique<Program>(Quoted(StageDirectory() / name) + L" " + arguments, directory_ / "host");
+}
+
 std::unique_ptr<Program> LabFixture::StartHost(const std::wstring& arguments) {
-  return std::make_unique<Program>(Quoted(StageDirectory() / "OstrelHost.exe") + L" " + arguments,
-                                   directory_ / "host");
+  return StartProgram(L"OstrelHost.exe", arguments);
 }
 
 DWORD LabFixture::RunLab(const std::wstring& arguments) {

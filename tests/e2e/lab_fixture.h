@@ -25,6 +25,8 @@ class LabFixture : public ::testing::Test {
   static std::filesystem::path StageDirectory();
   static std::filesystem::path Scenario(const std::string& name);
 
+  // A program of the stage folder.
+  std::unique_ptr<Program> StartProgram(const std::wstring& name, const std::wstring& arguments);
   std::unique_ptr<Program> StartHost(const std::wstring& arguments);
   // Runs OstrelLab.exe to its end and returns its exit code.
   DWORD RunLab(const std::wstring& arguments);

@@ -5,10 +5,12 @@
 // Needs windows.h before it.
 #include <objbase.h>
 
+#include <fstream>
 #include <optional>
 
 #include "api/exports.h"
 #include "e2e/lab_fixture.h"
+#include "e2e/session_setting.h"
 #include "support/internet_settings.h"
 #include "support/scratch_key.h"
 
@@ -89,13 +91,46 @@ TEST(LibraryQueries, WithoutAProxyScriptThereIsNeitherResultNorError) {
 class HostQuery : public LabFixture {
  protected:
   // Its one line of output.
-  nlohmann::json AskHost(const std::wstring& query) {
-    const auto host = StartHost(L"--query " + query);
-    EXPECT_EQ(host->Wait(PROGRAM_PATIENCE), 0U) << host->Errors();
-    EXPECT_EQ(host->Errors(), "");
-    const std::string output = host->Output();
+  static nlohmann::json AnswerOf(Program& host, DWORD exitCode) {
+    EXPECT_EQ(host.Wait(PROGRAM_PATIENCE), exitCode) << host.Errors();
+    EXPECT_EQ(host.Errors(), "");
+    const std::string output = host.Output();
     EXPECT_EQ(output.find('\n'), output.size() - 1) << output;
     return nlohmann::json::parse(output);
+  }
+
+  nlohmann::json AskHost(const std::wstring& query, DWORD exitCode = 0) {
+    return AnswerOf(*StartHost(L"--query " + query), exitCode);
+  }
+
+  // A new folder with what a query needs at least, and the lab's sessions.
+  static std::filesystem::path BareFolder() {
+    const std::filesystem::path bare = std::filesystem::temp_directory_path() / "ostrel-e2e" / "query";
+    std::filesystem::remove_all(bare);
+    std::filesystem::create_directories(bare);
+    for (const char* file : {"OstrelHost.exe", "OstrelFilterLib.dll", "propsys.dll", "wtsapi32.dll"}) {
+      std::filesystem::copy_file(StageDirectory() / file, bare / file);
+    }
+    return bare;
+  }
+
+  static nlohmann::json AskIn(const std::filesystem::path& folder, const std::wstring& query, DWORD exitCode,
+                              const wchar_t* program = L"OstrelHost.exe") {
+    Program host(L"\"" + (folder / program).wstring() + L"\" --query " + query, folder / "host");
+    return AnswerOf(host, exitCode);
+  }
+
+  static nlohmann::json Failed(const char* query, const char* error) {
+    return {{"query", query}, {"result", nullptr}, {"error", error}};
+  }
+
+  static nlohmann::json NoProxyFromTheHelper() {
+    return Failed("proxy-system",
+                  "PROXY:: Exception occurred while attempting to get Windows auto proxy configuration url.");
+  }
+
+  static nlohmann::json NoLoginFromTheHelper() {
+    return Failed("cloud-login", "CLOUDLOGIN:: Exception occurred while attempting to get cloud Login.");
   }
 };
 
@@ -121,6 +156,46 @@ TEST_F(HostQuery, PrintsTheProxyScriptOrThatThereIsNone) {
                 {"query", "proxy"}, {"result", "http://proxy.example/script.pac"}, {"error", nullptr}}));
   settings.Set(NO_PROXY, "", "");
   EXPECT_EQ(AskHost(L"proxy"), (nlohmann::json{{"query", "proxy"}, {"result", nullptr}, {"error", nullptr}}));
+}
+
+// Where the class that management instrumentation begins with is said to lie in a library that is not there.
+TEST_F(HostQuery, EndsWithItsCodeAndTheErrorWhenThereIsNoManagementInstrumentation) {
+  const std::filesystem::path folder = BareFolder();
+  std::ofstream(folder / "OstrelHost.exe.manifest")
+      << R"(<assembly xmlns="urn:schemas-microsoft-com:asm.v1" manifestVersion="1.0">)"
+         R"(<assemblyIdentity type="win32" name="OstrelHost" version="1.0.0.0"/><file name="no-such.dll">)"
+         R"(<comClass clsid="{4590F811-1D3A-11D0-891F-00AA004B2E24}" threadingModel="Both"/></file></assembly>)";
+  EXPECT_EQ(AskIn(folder, L"user", 11),
+            Failed("user", "GetCurrentUserNameAndDomain. Failed to CreateInstance. -2147024891"));
+  EXPECT_EQ(AskIn(folder, L"directories", 11),
+            Failed("directories", "GetAllUserDirectories. Failed to CreateInstance. -2147024891"));
+}
+
+TEST_F(HostQuery, EndsWithItsCodeAndTheErrorWhenTheProxySettingsCannotBeRead) {
+  constexpr wchar_t PROGRAM[] = L"OstrelHostWithoutSettings.exe";
+  const std::filesystem::path folder = BareFolder();
+  std::filesystem::rename(folder / "OstrelHost.exe", folder / PROGRAM);
+  std::filesystem::copy_file(StageDirectory() / "e2e" / "winhttp.dll", folder / "winhttp.dll");
+  // Otherwise Wine takes its own.
+  ScratchKey wine(std::wstring(L"Software\\Wine\\AppDefaults\\") + PROGRAM);
+  wine.Set(L"DllOverrides", L"winhttp", L"native,builtin");
+  EXPECT_EQ(
+      AskIn(folder, L"proxy", 11, PROGRAM),
+      Failed("proxy", "PROXY:: WinHttpGetIEProxyConfigForCurrentUser call returned FALSE with error 2."));
+}
+
+TEST_F(HostQuery, EndsWithItsCodeAndTheErrorWhenThereIsNoHelperToAsk) {
+  const std::filesystem::path folder = BareFolder();
+  EXPECT_EQ(AskIn(folder, L"proxy-system", 11), NoProxyFromTheHelper());
+  EXPECT_EQ(AskIn(folder, L"cloud-login --provider OneDrive --home-directory C:\\Users\\ann", 11),
+            NoLoginFromTheHelper());
+}
+
+TEST_F(HostQuery, EndsWithItsCodeAndTheErrorWhenNobodyIsLoggedOn) {
+  const SessionSetting setting(L"none");
+  EXPECT_EQ(AskHost(L"proxy-system", 11), NoProxyFromTheHelper());
+  EXPECT_EQ(AskHost(L"cloud-login --provider OneDrive --home-directory C:\\Users\\ann", 11),
+            NoLoginFromTheHelper());
 }
 
 // Through the helper beside the host, which is started relative to the current directory.
@@ -154,23 +229,12 @@ TEST_F(HostQueryThroughTheHelper, PrintsTheCloudLogin) {
 }
 
 TEST_F(HostQueryThroughTheHelper, EndsWithItsCodeAndTheErrorWhenThereIsNoLogin) {
-  const auto host = StartHost(L"--query cloud-login --provider Floppy --home-directory C:\\Users\\ann");
-  EXPECT_EQ(host->Wait(PROGRAM_PATIENCE), 11U) << host->Errors();
-  EXPECT_EQ(nlohmann::json::parse(host->Output()),
-            (nlohmann::json{{"query", "cloud-login"},
-                            {"result", nullptr},
-                            {"error", "CLOUDLOGIN:: Incorrect CloudStorageProvider Type"}}));
+  EXPECT_EQ(AskHost(L"cloud-login --provider Floppy --home-directory C:\\Users\\ann", 11),
+            Failed("cloud-login", "CLOUDLOGIN:: Incorrect CloudStorageProvider Type"));
 }
 
 TEST_F(HostQuery, NeedsNoDriverFile) {
-  const std::filesystem::path bare = std::filesystem::temp_directory_path() / "ostrel-e2e" / "query";
-  std::filesystem::remove_all(bare);
-  std::filesystem::create_directories(bare);
-  for (const char* file : {"OstrelHost.exe", "OstrelFilterLib.dll", "propsys.dll"}) {
-    std::filesystem::copy_file(StageDirectory() / file, bare / file);
-  }
-  Program host(L"\"" + (bare / "OstrelHost.exe").wstring() + L"\" --query user", bare / "host");
-  EXPECT_EQ(host.Wait(PROGRAM_PATIENCE), 0U) << host.Errors();
+  EXPECT_EQ(AskIn(BareFolder(), L"user", 0)["error"], nullptr);
 }
 
 TEST_F(HostQuery, IsNotKnownUnderAnyOtherName) {

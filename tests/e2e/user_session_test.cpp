@@ -4,6 +4,7 @@
 #include <string>
 
 #include "e2e/lab_fixture.h"
+#include "e2e/session_setting.h"
 
 namespace ostrel::test {
 
@@ -11,20 +12,9 @@ namespace {
 
 using nlohmann::json;
 
-// What the lab's terminal services library says in the programs that are started meanwhile.
-class SessionSetting {
- public:
-  explicit SessionSetting(const wchar_t* setting) { SetEnvironmentVariableW(NAME, setting); }
-  SessionSetting(const SessionSetting&) = delete;
-  SessionSetting& operator=(const SessionSetting&) = delete;
-  ~SessionSetting() { SetEnvironmentVariableW(NAME, nullptr); }
-
- private:
-  static constexpr const wchar_t* NAME = L"OSTREL_LAB_SESSION";
-};
-
 constexpr wchar_t WATCH_BROWSER[] = L"--watch browser.exe --log-level 7 --for 300";
 constexpr wchar_t WATCH_ALL[] = L"--watch browser.exe,renderer.exe,pscp.exe --log-level 7 --for 300";
+constexpr wchar_t WATCH_EDGE[] = L"--watch MicrosoftEdge.exe --log-level 7 --for 300";
 constexpr char STARTED_IN_APPLICATION[] =
     "Created Ostrel user proc successfully when running as an application.";
 constexpr char STARTED_IN_SERVICE[] = "Created Ostrel user proc successfully.";
@@ -99,6 +89,18 @@ TEST_F(UserSession, WithoutTabTitlesOnlyFilesOnNetworkDrivesAreAskedFor) {
     EXPECT_EQ(upload["metadataStatus"], upload["isNetworkDrive"] ? "METADATA_SUCCESS" : "");
   }
   EXPECT_EQ(CountOf(STARTED_IN_APPLICATION, host->Errors()), 1U);
+}
+
+TEST_F(UserSession, ATitleOfTheLegacyEdgeBrowserIsThatOfItsFrameHost) {
+  const auto host = StartHost(WATCH_EDGE);
+  ASSERT_EQ(Play(Scenario("frame_host.json")), 0U);
+  EXPECT_EQ(Check(Scenario("frame_host.json")), 0U) << host->Errors();
+}
+
+TEST_F(UserSession, WithoutItsFrameHostTheLegacyEdgeBrowserHasNoTitle) {
+  const auto host = StartHost(WATCH_EDGE);
+  ASSERT_EQ(Play(Scenario("no_frame_host.json")), 0U);
+  EXPECT_EQ(Check(Scenario("no_frame_host.json")), 0U) << host->Errors();
 }
 
 TEST_F(UserSession, ATitleThatTheReplyCannotHoldIsShortened) {

@@ -1,3 +1,4 @@
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -7,6 +8,8 @@
 
 #include "held_callback.h"
 #include "library_test.h"
+#include "string_getter.h"
+#include "support/scripted_wmi.h"
 #include "support/test_thread.h"
 
 namespace ostrel::test {
@@ -104,6 +107,66 @@ TEST_F(TheApiLock, LetsTheThreadThatHoldsItInAgain) {
   }
   EXPECT_EQ(Reentry::result, 1);
   EXPECT_EQ(result, 1);
+}
+
+// Keeps a LoadDriver, and with it the lock, inside its first log line.
+//
+// One at a time.
+class BusyLoader {
+ public:
+  explicit BusyLoader(LibraryCopy& library) {
+    current_ = this;
+    thread_ = std::make_unique<TestThread>([&library] {
+      loaderId_ = GetCurrentThreadId();
+      library.LoadDriver(&OnLine, 7);
+      loaderId_ = 0;
+    });
+  }
+  BusyLoader(const BusyLoader&) = delete;
+  BusyLoader& operator=(const BusyLoader&) = delete;
+  ~BusyLoader() { leave_.Set(); }
+
+  bool WaitUntilInside() { return inside_.WaitFor(PATIENCE); }
+
+ private:
+  // Other threads of the library come here too, also after the loader has gone.
+  static void OnLine(const wchar_t*, std::uint32_t) {
+    if (GetCurrentThreadId() != loaderId_) return;
+    current_->inside_.Set();
+    current_->leave_.WaitFor(ostrel_test::DEADLINE);
+  }
+
+  static inline std::atomic<DWORD> loaderId_{0};
+  static inline BusyLoader* current_ = nullptr;
+
+  Signal inside_;
+  Signal leave_;
+  std::unique_ptr<TestThread> thread_;  // joined first
+};
+
+class AGetter : public LibraryTest, public ::testing::WithParamInterface<const char*> {
+ protected:
+  AGetter() { session_.LogOn(); }
+
+  ScriptedWmi wmi_{library_.Module(), system_.transcript};
+};
+
+INSTANTIATE_TEST_SUITE_P(Every, AGetter, ::testing::ValuesIn(GETTERS),
+                         [](const auto& getter) { return std::string(getter.param); });
+
+// So that a control function that takes long holds none of them up.
+TEST_P(AGetter, IsAnsweredWhileAControlFunctionIsBusyAndSetsOneStringAtMost) {
+  BusyLoader loader(library_);
+  ASSERT_TRUE(loader.WaitUntilInside());
+  Signal answered;
+  Answer answer;
+  const TestThread asker([&] {
+    answer = Ask(library_, GetParam());
+    answered.Set();
+  });
+  ASSERT_TRUE(answered.WaitFor(ostrel_test::DEADLINE / 2));
+  EXPECT_TRUE(answer.first == UNTOUCHED || answer.second == UNTOUCHED)
+      << answer.first << " and " << answer.second;
 }
 
 }  // namespace

@@ -306,6 +306,32 @@ TEST_F(TheDriverSends, NothingForSomeReasonAndTheLoopAsksAgain) {
   EXPECT_THAT(Handle(Event(1, u"\\a.txt")), Contains(ReceivedLine(1, "\\a.txt")));
 }
 
+// Only one code means that the port is no more.
+TEST_F(TheDriverSends, FailuresOfManyKindsBetweenItsMessagesAndEveryMessageIsHandled) {
+  for (const std::uint32_t code : {0x80070001U, 0x80070005U, 0x8007000EU, 0x8007001FU, 0x80070032U,
+                                   0x8007007AU, 0x800703E5U, 0x800705AAU, 0x80070490U, 0x801F0013U,
+                                   0x801F0020U, 0x80004005U, 0x8000FFFFU, 0x80000006U, 0xD0000006U}) {
+    SCOPED_TRACE(code);
+    system_.FailReceive(static_cast<HRESULT>(code));
+    EXPECT_THAT(Handle(Event(10, u"\\a")), Contains("log 3 Unhandled message from driver: 10"));
+  }
+}
+
+TEST_F(TheDriverSends, AMessageAfterAThousandFailures) {
+  constexpr std::size_t FAILURES = 1000;
+  for (std::size_t i = 0; i < FAILURES; ++i) system_.FailReceive(static_cast<HRESULT>(0x800703E3));
+  EXPECT_THAT(Handle(Event(10, u"\\a")), Contains("log 3 Unhandled message from driver: 10"));
+}
+
+TEST_F(TheDriverSends, AnEventWhoseAcknowledgementFindsThePortInvalidAndIsHandledAllTheSame) {
+  system_.Fail("FilterReplyMessage", 0x80070006);
+  EXPECT_THAT(Handle(Event(1, u"\\a.txt")),
+              Lines({ACKNOWLEDGE, "log 3 Error sending ACK message: HResult: 80070006"}) + OPENED +
+                  Lines({ReceivedLine(1, "\\a.txt")}) + LOOK_UPS + Lines({CLOSE_PROCESS}));
+  system_.Succeed("FilterReplyMessage");
+  EXPECT_THAT(Handle(Event(10, u"\\a")), Contains("log 3 Unhandled message from driver: 10"));
+}
+
 TEST_F(TheDriverSends, AnInvalidPortWhichEndsTheLoopAndIsClosed) {
   system_.FailReceive(static_cast<HRESULT>(0x80070006));
   ASSERT_TRUE(system_.WaitForThreadEnd(0));

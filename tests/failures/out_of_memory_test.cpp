@@ -2,7 +2,9 @@
 #include <set>
 
 #include "library_test.h"
+#include "string_getter.h"
 #include "support/heap_watch.h"
+#include "support/scripted_wmi.h"
 
 namespace ostrel::test {
 
@@ -124,6 +126,42 @@ TEST_F(OutOfMemory, EnablePcdDetectionFailsWithoutAnException) {
              [this] { EXPECT_EQ(library_.DisablePCDDetection(), 1); });
 }
 
+TEST_F(OutOfMemory, DisablePcdDetectionFailsWithoutAnException) {
+  const auto enable = [this] {
+    return library_.EnablePCDDetection(nullptr, names_, 1, nullptr, 0, nullptr, 0);
+  };
+  ASSERT_EQ(enable(), 1);
+  const HeapWatch heap(library_.Module());
+  HeapWatch::Begin(1);
+  EXPECT_EQ(library_.DisablePCDDetection(), 0);
+  HeapWatch::Begin();
+  EXPECT_EQ(library_.DisablePCDDetection(), 1) << "off all the same";
+  EXPECT_EQ(enable(), 1);
+}
+
+// Those that end something must not fail for want of memory. Each is made once before, because the
+// compiler's locks take theirs at their first use.
+TEST_F(OutOfMemory, CannotHappenToTheCallsThatEndSomething) {
+  library_.EnableTabTitles();
+  library_.EnableRemoteAddressInfo(names_, 1);
+  library_.DisableRemoteAddressInfo();
+  library_.EnableRemoteAddressInfo(names_, 1);
+  const std::pair<const char*, std::function<void()>> calls[] = {
+      {"EnableTabTitles", [this] { library_.EnableTabTitles(); }},
+      {"DisableTabTitles", [this] { library_.DisableTabTitles(); }},
+      {"DisableRemoteAddressInfo", [this] { library_.DisableRemoteAddressInfo(); }},
+      {"LoadDriver, the second time", [this] { EXPECT_TRUE(Load()); }},
+      {"UnloadDriver", [this] { EXPECT_EQ(library_.UnloadDriver(), 1); }},
+      {"UnloadDriver, the second time", [this] { EXPECT_EQ(library_.UnloadDriver(), 1); }},
+  };
+  const HeapWatch heap(library_.Module());
+  for (const auto& [name, call] : calls) {
+    HeapWatch::Begin(1);
+    call();
+    EXPECT_FALSE(HeapWatch::HasRefused()) << name;
+  }
+}
+
 TEST_F(OutOfMemory, UpdateProcessesDoesNothingWithoutAnException) {
   const std::string done = "log 6 Successfully updated processes to monitor.";
   RefuseEach(
@@ -132,6 +170,59 @@ TEST_F(OutOfMemory, UpdateProcessesDoesNothingWithoutAnException) {
         return static_cast<int>(system_.transcript.StartingWith(done).size());
       },
       [] {});
+}
+
+// Asks the helper with each of the library's allocations refused in turn. The helper never gets half a
+// question, and the host gets the error or, when even that has no room, nothing.
+template <typename Getter>
+void RefuseEachOf(Getter getter, HMODULE module, ScriptedUserSession& session,
+                  const std::function<void(wchar_t**)>& release, const std::wstring& answer,
+                  const std::wstring& error) {
+  const std::wstring id(32, L'1');
+  session.randomBytes = std::vector<std::uint8_t>(32, 1);
+  session.answer = [&](const std::wstring&) { return answer.substr(0, 2) + L"32," + id + answer.substr(1); };
+  session.LogOn();
+  std::set<std::wstring> errors;
+  const HeapWatch heap(module);
+  for (int allocation = 1;; ++allocation) {
+    SCOPED_TRACE(allocation);
+    wchar_t* results[2] = {};
+    HeapWatch::Begin(allocation);
+    getter(&results[0], &results[1]);
+    const bool wasRefused = HeapWatch::HasRefused();
+    HeapWatch::Begin();
+    EXPECT_THAT(session.OpenHandles(), IsEmpty());
+    if (results[1] != nullptr) errors.insert(results[1]);
+    if (!wasRefused) {
+      EXPECT_STREQ(results[0], L"answer");
+      EXPECT_EQ(results[1], nullptr);
+    } else {
+      // The compiler's library can do without some of its blocks.
+      EXPECT_TRUE(results[0] == nullptr || results[0] == std::wstring(L"answer"));
+    }
+    for (wchar_t*& result : results) release(&result);
+    if (!wasRefused) break;
+  }
+  EXPECT_THAT(errors, ElementsAre(error));
+  ASSERT_FALSE(session.Requests().empty());
+  for (const std::wstring& request : session.Requests()) EXPECT_EQ(request, session.Requests().back());
+}
+
+TEST_F(OutOfMemory, TheProxyUrlIsAnErrorOrNothing) {
+  RefuseEachOf(
+      library_.Find<decltype(&GetAutoProxyConfigUrlForSystem)>("GetAutoProxyConfigUrlForSystem"),
+      library_.Module(), session_, [this](wchar_t** text) { library_.DeallocStringPointer(text); },
+      L"2,0,6,answer",
+      L"PROXY:: Exception occurred while attempting to get Windows auto proxy configuration url.");
+}
+
+TEST_F(OutOfMemory, TheCloudLoginIsAnErrorOrNothing) {
+  const auto getter = library_.Find<decltype(&GetCloudStorageProviderLoginForSystem)>(
+      "GetCloudStorageProviderLoginForSystem");
+  RefuseEachOf([getter](wchar_t** result,
+                        wchar_t** error) { getter(L"OneDrive Business", L"C:\\Users\\ann", result, error); },
+               library_.Module(), session_, [this](wchar_t** text) { library_.DeallocStringPointer(text); },
+               L"3,0,6,answer", L"CLOUDLOGIN:: Exception occurred while attempting to get cloud Login.");
 }
 
 TEST_F(OutOfMemory, AStringForTheHostIsNull) {
@@ -144,6 +235,54 @@ TEST_F(OutOfMemory, AStringForTheHostIsNull) {
     allocate(&text, L"%s", L"user");
   }
   EXPECT_EQ(text, nullptr);
+}
+
+class OutOfMemoryInAGetter : public OutOfMemory, public ::testing::WithParamInterface<const char*> {
+ protected:
+  OutOfMemoryInAGetter() {
+    // The first exception on a thread, and the first use of a stream, take memory for good.
+    Ask(library_, "GetAutoProxyConfigUrlForSystem");
+    wmi_.objects = {L"VM\\a name longer than a short string holds",
+                    L"VM\\another such name, and a longer one"};
+    session_.LogOn();
+    // Otherwise each identifier is another, and in time a longer one.
+    session_.randomBytes.assign(32, 1);
+    session_.answer = [](const std::wstring& request) {
+      // The second identifier of the request is that of the answer; the kind is the request's own.
+      const std::wstring kind = request.substr(2, 1);
+      const std::wstring identifier = request.substr(43, 32);
+      return kind + L",32," + identifier + L",0,36,an answer longer than a short string";
+    };
+    Forget();
+  }
+
+  ScriptedWmi wmi_{library_.Module(), system_.transcript};
+};
+
+INSTANTIATE_TEST_SUITE_P(Every, OutOfMemoryInAGetter, ::testing::ValuesIn(GETTERS),
+                         [](const auto& getter) { return std::string(getter.param); });
+
+TEST_P(OutOfMemoryInAGetter, IsAnErrorOrNoAnswerAndLeavesNothingBehind) {
+  const Answer answer = Ask(library_, GetParam());
+  const HeapWatch heap(library_.Module());
+  bool wasRefused = true;
+  for (int allocation = 1; wasRefused; ++allocation) {
+    SCOPED_TRACE(allocation);
+    HeapWatch::Begin(allocation);
+    const Answer refused = Ask(library_, GetParam());
+    wasRefused = HeapWatch::HasRefused();
+    EXPECT_EQ(HeapWatch::HeldBlocks(), 0);
+    EXPECT_THAT(system_.OpenHandles(), handles_);
+    EXPECT_THAT(session_.OpenHandles(), IsEmpty());
+    EXPECT_THAT(wmi_.HeldObjects(), IsEmpty());
+    EXPECT_EQ(wmi_.HeldTexts(), 0);
+    if (!wasRefused) {
+      EXPECT_EQ(refused, answer);
+    } else {
+      EXPECT_NE(refused, answer);
+      EXPECT_TRUE(refused.first == UNTOUCHED || refused.second == UNTOUCHED);
+    }
+  }
 }
 
 }  // namespace

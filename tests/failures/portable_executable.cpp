@@ -1,5 +1,6 @@
 #include "portable_executable.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -11,13 +12,18 @@ namespace {
 
 constexpr std::size_t OPTIONAL_HEADER = 24;
 constexpr std::uint16_t MAGIC_64_BIT = 0x20B;
+constexpr std::size_t SECTION_SIZE = 40;
+constexpr std::size_t BASE_RELOCATIONS = 5;
+constexpr std::uint16_t RELOCATIONS_STRIPPED = 1;
+constexpr std::uint32_t SECTION_EXECUTABLE = 0x20000000;
+constexpr std::uint32_t SECTION_WRITABLE = 0x80000000;
 
 }  // namespace
 
 PortableExecutable::PortableExecutable(const std::wstring& path) {
   std::ifstream file(std::filesystem::path(path), std::ios::binary);
   bytes_.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-  if (bytes_.empty()) throw std::runtime_error("the library's file cannot be read");
+  if (bytes_.empty()) throw std::runtime_error("the file cannot be read");
   headers_ = Number(0x3C);
 }
 
@@ -45,6 +51,40 @@ std::vector<std::string> PortableExecutable::ImportedLibraries() const {
   return libraries;
 }
 
+std::uint16_t PortableExecutable::Characteristics() const {
+  return Word(headers_ + OPTIONAL_HEADER + 70);
+}
+
+bool PortableExecutable::LostItsRelocations() const {
+  return (Word(headers_ + 22) & RELOCATIONS_STRIPPED) != 0;
+}
+
+bool PortableExecutable::HasRelocations() const {
+  return Directory(BASE_RELOCATIONS) != 0;
+}
+
+std::vector<SectionRights> PortableExecutable::Sections() const {
+  std::vector<SectionRights> sections;
+  for (std::size_t i = 0; i < SectionCount(); ++i) {
+    const std::uint32_t rights = Number(SectionHeaders() + SECTION_SIZE * i + 36);
+    sections.push_back({(rights & SECTION_WRITABLE) != 0, (rights & SECTION_EXECUTABLE) != 0});
+  }
+  return sections;
+}
+
+bool PortableExecutable::HasLongSymbol(const std::string& name) const {
+  constexpr std::size_t symbolSize = 18;
+  const std::size_t symbols = Number(headers_ + 12);
+  // The long names follow the symbols, each ended by a zero.
+  const std::size_t names = symbols + symbolSize * Number(headers_ + 16);
+  if (symbols == 0 || names > bytes_.size()) return false;
+  std::vector<std::uint8_t> sought(1, 0);
+  sought.insert(sought.end(), name.begin(), name.end());
+  sought.push_back(0);
+  return std::search(bytes_.begin() + static_cast<std::ptrdiff_t>(names), bytes_.end(), sought.begin(),
+                     sought.end()) != bytes_.end();
+}
+
 std::uint16_t PortableExecutable::Word(std::size_t offset) const {
   return static_cast<std::uint16_t>(bytes_.at(offset) | bytes_.at(offset + 1) << 8);
 }
@@ -60,9 +100,8 @@ std::string PortableExecutable::Text(std::size_t offset) const {
 }
 
 std::size_t PortableExecutable::OffsetOf(std::uint32_t address) const {
-  constexpr std::size_t sectionSize = 40;
-  std::size_t section = headers_ + OPTIONAL_HEADER + Word(headers_ + 20);
-  for (std::uint16_t i = 0; i < Word(headers_ + 6); ++i, section += sectionSize) {
+  std::size_t section = SectionHeaders();
+  for (std::size_t i = 0; i < SectionCount(); ++i, section += SECTION_SIZE) {
     const std::uint32_t start = Number(section + 12);
     if (address >= start && address < start + Number(section + 16))
       return address - start + Number(section + 20);
@@ -73,6 +112,14 @@ std::size_t PortableExecutable::OffsetOf(std::uint32_t address) const {
 std::uint32_t PortableExecutable::Directory(std::size_t index) const {
   constexpr std::size_t directories = 112;
   return Number(headers_ + OPTIONAL_HEADER + directories + 8 * index);
+}
+
+std::size_t PortableExecutable::SectionHeaders() const {
+  return headers_ + OPTIONAL_HEADER + Word(headers_ + 20);
+}
+
+std::size_t PortableExecutable::SectionCount() const {
+  return Word(headers_ + 6);
 }
 
 }  // namespace ostrel::test

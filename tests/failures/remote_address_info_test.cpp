@@ -555,6 +555,8 @@ TEST_F(RemoteAddressInfo, KeepsItsStreamsAcrossUnloading) {
   packet.time = ~std::uint64_t{0} - 100000;  // never too old
   network_.Complete(0, packet);
   ASSERT_TRUE(system_.transcript.WaitFor("log 7 added network event: upload"));
+  // The request is pending again only then.
+  ASSERT_TRUE(WaitUntilReading(2));
   network_.Complete(0, packet);
   ASSERT_TRUE(late.WaitFor(ostrel_test::DEADLINE));
   ASSERT_TRUE(Unload());

@@ -139,6 +139,30 @@ TEST_F(ReportingToTheHost, WhatIsCachedIsReportedAfterDetectionIsSwitchedOff) {
                                   "told 4 \\b.txt \\app.exe ann 1000"));
 }
 
+// The disk event thread waits for the helper, and nobody waits for that thread.
+TEST_F(ReportingToTheHost, AHelperThatHangsOverMetadataHoldsUpNoEvent) {
+  EnableBoth(false);
+  session_.LogOn();
+  session_.Hang();
+  EventMessage onNetworkDrive = Event(1, u"\\a.txt");
+  onNetworkDrive.deviceSourceType = 1;
+  Send(onNetworkDrive);
+  ASSERT_TRUE(system_.transcript.WaitFor("CallNamedPipeW("));
+  for (std::uint64_t id = 8; id <= 10; ++id) {
+    EventMessage next = Event(1, u"\\b.txt");
+    next.messageId = id;
+    Send(next);
+    EXPECT_THAT(system_.transcript.StartingWith("FilterReplyMessage("),
+                ::testing::Contains("FilterReplyMessage(notification port, status 0, id " +
+                                    std::to_string(id) + ", 16 bytes)"));
+  }
+  EXPECT_THAT(Told(), IsEmpty());
+  session_.Release();
+  ASSERT_TRUE(WaitForReports(2));
+  Unload();
+  EXPECT_THAT(Told(), ElementsAre(::testing::EndsWith("[] network 1"), ::testing::EndsWith("[] network 0")));
+}
+
 TEST_F(ReportingToTheHost, WithoutCallbacksEventsPassUnseen) {
   Send(Event(1, u"\\a.txt"));
   Send(Event(4, u"\\b.txt"));

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "support/failure_ledger.h"
@@ -29,12 +30,21 @@ inline Answer Error(const std::string& text) {
   return {UNTOUCHED, text};
 }
 
-// Asks one of the getters and gives back what it returned.
-inline Answer Ask(const LibraryCopy& library, const char* getter) {
+inline constexpr const char* GETTERS[] = {"GetCurrentUserName", "GetAllUserDirectories",
+                                          "GetAutoProxyConfigUrlForUser", "GetAutoProxyConfigUrlForSystem",
+                                          "GetCloudStorageProviderLoginForSystem"};
+
+// Asks one of the getters, that of the cloud login about OneDrive, and gives back what it returned.
+inline Answer Ask(const LibraryCopy& library, std::string_view getter) {
   wchar_t elsewhere[] = L"";
   wchar_t* result = elsewhere;
   wchar_t* error = elsewhere;
-  library.Find<void (*)(wchar_t**, wchar_t**)>(getter)(&result, &error);
+  if (getter == "GetCloudStorageProviderLoginForSystem") {
+    library.Find<void (*)(const wchar_t*, const wchar_t*, wchar_t**, wchar_t**)>(getter.data())(
+        L"OneDrive", L"C:\\Users\\ann", &result, &error);
+  } else {
+    library.Find<void (*)(wchar_t**, wchar_t**)>(getter.data())(&result, &error);
+  }
   const auto take = [&](wchar_t* text) -> std::string {
     if (text == elsewhere) return UNTOUCHED;
     if (text == nullptr) return "(null)";

@@ -43,6 +43,14 @@ TEST_F(UnloadingTheDriver, EndsTheNotificationLoopThroughTheClosedPort) {
                           "CloseHandle(null)"));
 }
 
+TEST_F(UnloadingTheDriver, EndsANotificationLoopThatGetsNothingButFailures) {
+  LoadAndForget();
+  constexpr int FAILURES = 20'000;
+  for (int i = 0; i < FAILURES; ++i) system_.FailReceive(static_cast<HRESULT>(0x8007001F));
+  EXPECT_TRUE(Unload());
+  EXPECT_TRUE(system_.WaitForThreadEnd(0));
+}
+
 TEST_F(UnloadingTheDriver, ThatWasNeverLoadedSucceeds) {
   EXPECT_TRUE(Unload());
   EXPECT_THAT(Calls(), ::testing::IsEmpty());

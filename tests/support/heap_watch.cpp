@@ -9,6 +9,7 @@ namespace {
 
 std::atomic<DWORD> watchedThread{0};
 std::atomic<int> allocations{0};
+std::atomic<int> heldBlocks{0};
 std::atomic<int> untilRefusal{0};
 std::atomic<bool> hasRefused{false};
 
@@ -16,6 +17,7 @@ std::atomic<bool> hasRefused{false};
 decltype(&std::malloc) originalMalloc = nullptr;
 decltype(&std::calloc) originalCalloc = nullptr;
 decltype(&std::realloc) originalRealloc = nullptr;
+decltype(&std::free) originalFree = nullptr;
 
 template <typename Function>
 void* Replace(Function& original, HMODULE module, const char* name, Function replacement) {
@@ -23,29 +25,40 @@ void* Replace(Function& original, HMODULE module, const char* name, Function rep
   return reinterpret_cast<void*>(replacement);
 }
 
-// Counts, and tells whether this is a thread of interest.
-bool Watch() {
-  if (GetCurrentThreadId() != watchedThread) return false;
-  ++allocations;
-  return true;
+bool IsWatched() {
+  return GetCurrentThreadId() == watchedThread;
 }
 
 void* Malloc(std::size_t size) {
-  if (Watch() && untilRefusal > 0 && --untilRefusal == 0) {
+  if (!IsWatched()) return originalMalloc(size);
+  ++allocations;
+  if (untilRefusal > 0 && --untilRefusal == 0) {
     hasRefused = true;
     return nullptr;
   }
+  ++heldBlocks;
   return originalMalloc(size);
 }
 
 void* Calloc(std::size_t count, std::size_t size) {
-  Watch();
+  if (IsWatched()) {
+    ++allocations;
+    ++heldBlocks;
+  }
   return originalCalloc(count, size);
 }
 
 void* Realloc(void* block, std::size_t size) {
-  Watch();
+  if (IsWatched()) {
+    ++allocations;
+    if (block == nullptr) ++heldBlocks;
+  }
   return originalRealloc(block, size);
+}
+
+void Free(void* block) {
+  if (IsWatched() && block != nullptr) --heldBlocks;
+  originalFree(block);
 }
 
 }  // namespace
@@ -53,7 +66,8 @@ void* Realloc(void* block, std::size_t size) {
 HeapWatch::HeapWatch(HMODULE module, DWORD threadId)
     : malloc_(module, "malloc", Replace(originalMalloc, module, "malloc", &Malloc)),
       calloc_(module, "calloc", Replace(originalCalloc, module, "calloc", &Calloc)),
-      realloc_(module, "realloc", Replace(originalRealloc, module, "realloc", &Realloc)) {
+      realloc_(module, "realloc", Replace(originalRealloc, module, "realloc", &Realloc)),
+      free_(module, "free", Replace(originalFree, module, "free", &Free)) {
   Begin();
   watchedThread = threadId;
 }
@@ -64,6 +78,7 @@ HeapWatch::~HeapWatch() {
 
 void HeapWatch::Begin(int refused) {
   allocations = 0;
+  heldBlocks = 0;
   untilRefusal = refused;
   hasRefused = false;
 }
@@ -74,6 +89,10 @@ int HeapWatch::Count() {
 
 bool HeapWatch::HasRefused() {
   return hasRefused;
+}
+
+int HeapWatch::HeldBlocks() {
+  return heldBlocks;
 }
 
 }  // namespace ostrel::test

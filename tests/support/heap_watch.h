@@ -23,11 +23,14 @@ class HeapWatch {
   static void Begin(int refused = 0);
   static int Count();
   static bool HasRefused();
+  // How many blocks more the thread has taken than given back, of whichever thread those were.
+  static int HeldBlocks();
 
  private:
   ImportPatch malloc_;
   ImportPatch calloc_;
   ImportPatch realloc_;
+  ImportPatch free_;
 };
 
 }  // namespace ostrel::test

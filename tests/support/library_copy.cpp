@@ -20,6 +20,10 @@ std::wstring MakeDirectory() {
   return directory.wstring();
 }
 
+BOOL WINAPI RefuseToStay(DWORD, const wchar_t*, HMODULE*) {
+  return FALSE;
+}
+
 }  // namespace
 
 std::wstring ProgramDirectory() {
@@ -41,6 +45,7 @@ LibraryCopy::LibraryCopy() : directory_(MakeDirectory()) {
   if (module_ == nullptr) {
     throw std::runtime_error("the copy of the library cannot be loaded: " + std::to_string(GetLastError()));
   }
+  stay_.emplace(module_, "GetModuleHandleExW", reinterpret_cast<void*>(&RefuseToStay));
   LoadDriver = Find<decltype(LoadDriver)>("LoadDriver");
   UnloadDriver = Find<decltype(UnloadDriver)>("UnloadDriver");
   EnableActivityDetection = Find<decltype(EnableActivityDetection)>("EnableActivityDetection");
@@ -56,6 +61,7 @@ LibraryCopy::LibraryCopy() : directory_(MakeDirectory()) {
 }
 
 LibraryCopy::~LibraryCopy() {
+  stay_.reset();
   FreeLibrary(module_);
   std::error_code ignored;
   std::filesystem::remove_all(directory_, ignored);

@@ -3,14 +3,17 @@
 
 #include <windows.h>
 
+#include <optional>
 #include <string>
 
 #include "api/exports.h"
+#include "support/import_table.h"
 
 namespace ostrel::test {
 
 // OstrelFilterLib.dll from a folder of its own: a separate module, with process-wide state that no other test
-// has touched.
+// has touched. Unlike for a host it goes at the end: its wish to stay in the process is refused, and a test
+// that lets it start threads sees to their end.
 class LibraryCopy {
  public:
   LibraryCopy();
@@ -35,6 +38,7 @@ class LibraryCopy {
 
   std::wstring directory_;
   HMODULE module_ = nullptr;
+  std::optional<ImportPatch> stay_;
 
  public:
   decltype(&::LoadDriver) LoadDriver;

@@ -17,6 +17,8 @@
 #include "support/failure_ledger.h"
 #include "support/scripted_system.h"
 
+#include "util/installed_names.h"
+
 namespace ostrel::test {
 
 namespace {

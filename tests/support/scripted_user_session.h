@@ -35,6 +35,8 @@ class ScriptedUserSession {
   // Makes every call of a function fail with the code.
   void Fail(const std::string& function, DWORD code) { failures_[function] = code; }
 
+  void Succeed(const std::string& function) { failures_.erase(function); }
+
   // One active session, a helper whose pipe is there at once, and its answer to every request.
   void LogOn() { sessions = {{1, WTSActive}}; }
   // The identifier of the n-th call for random bytes: 32 times the same digit.

@@ -109,6 +109,7 @@ struct ScriptedWmi::Fakes {
           current->Enter("services.ExecQuery(" + TextOrNull(language) + ", " + TextOrNull(query) + ", " +
                              Number(flags) + ", " + NullOrNot(context) + ")",
                          current->execQuery);
+      current->position_ = 0;
       if (SUCCEEDED(result) && current->givesEnumerator)
         *enumerator = current->Make<Enumerator>("enumerator");
       return result;

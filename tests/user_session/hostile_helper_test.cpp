@@ -96,6 +96,7 @@ TEST_F(AHelperThat, MakesItsPipeTooLateIsGivenUp) {
   EXPECT_EQ(file.status, "PIPE_NOT_AVAILABLE");
   EXPECT_EQ(file.metaData.sha256Hex, L"");
   EXPECT_THAT(Logs(), ElementsAre(STARTED, NO_PIPE, STARTED, NO_PIPE));
+  EXPECT_TRUE(DoesAHelperRun()) << "whoever is late is left running";
 }
 
 TEST_F(AHelperThat, EndsInsteadOfAnsweringBreaksThePipe) {
@@ -133,6 +134,14 @@ TEST_F(AHelperThat, AnswersTwiceIsHeardOnce) {
   AnswerWith(L"0,{id},0,1,4,Mail");
   EXPECT_EQ(AskForTitles(), (Titles{"TABTITLE_SUCCESS", {"Mail"}}));
   EXPECT_THAT(Errors(), IsEmpty());
+}
+
+TEST_F(AHelperThat, StaysAfterItsAnswerIsNeitherWaitedForNorEnded) {
+  Behave(ANSWER_AND_STAY, L"0,{id},0,1,4,News");
+  EXPECT_EQ(AskForTitles(), (Titles{"TABTITLE_SUCCESS", {"News"}}));
+  EXPECT_TRUE(DoesAHelperRun());
+  EndRequest();
+  EXPECT_TRUE(WaitUntilNoHelperRuns());
 }
 
 TEST_F(AHelperThat, CarriesAnotherIdentifierIsNotBelieved) {
@@ -175,6 +184,20 @@ TEST_F(AHelperThat, FillsTheBufferIsReadToItsEnd) {
   EXPECT_EQ(AskForProxy(), (Answer{std::string(2040, 'x'), std::nullopt}));
   AnswerFilledUp(L"3,{id},0,2040,", 2200);
   EXPECT_EQ(AskForOneDrive(), (Answer{std::string(2040, 'x'), std::nullopt}));
+}
+
+// The host's strings are shorter than the reply's buffer.
+TEST_F(AHelperThat, SaysMoreThanAStringForTheHostHoldsIsCut) {
+  AnswerFilledUp(L"2,{id},0,2046,", 2170);
+  EXPECT_EQ(AskForProxy(), (Answer{std::string(2046, 'x'), std::nullopt}));
+  AnswerFilledUp(L"2,{id},0,2047,", 2170);
+  EXPECT_EQ(AskForProxy(), (Answer{std::string(2046, 'x'), std::nullopt}));
+  AnswerFilledUp(L"2,{id},26,2080,", 2190);
+  EXPECT_EQ(AskForProxy(), (Answer{std::nullopt, std::string(2046, 'x')}));
+  AnswerFilledUp(L"3,{id},0,2080,", 2190);
+  EXPECT_EQ(AskForOneDrive(), (Answer{std::string(2046, 'x'), std::nullopt}));
+  AnswerFilledUp(L"3,{id},17,2080,", 2190);
+  EXPECT_EQ(AskForOneDrive(), (Answer{std::nullopt, std::string(2046, 'x')}));
 }
 
 TEST_F(AHelperThat, SaysMoreThanTheBufferHoldsIsNotHeard) {

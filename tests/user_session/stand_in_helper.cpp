@@ -158,6 +158,7 @@ void Behave(const std::wstring& behaviour, const std::wstring& commandLine) {
   if (behaviour == HEAR_AND_HANG) return HearAndEnd(pipe, LATE_ANSWER_MILLISECONDS);
   if (behaviour == ANSWER_TWICE) return AnswerTwice(pipe);
   Answer(pipe, behaviour == ANSWER_LATE ? LATE_ANSWER_MILLISECONDS : 0);
+  if (behaviour == ANSWER_AND_STAY) WaitUntilOver();
 }
 
 }  // namespace

@@ -34,6 +34,7 @@ constexpr wchar_t HEAR_AND_HANG[] = L"hear and hang";
 constexpr wchar_t ANSWER[] = L"answer";
 constexpr wchar_t ANSWER_LATE[] = L"answer late";
 constexpr wchar_t ANSWER_TWICE[] = L"answer twice";
+constexpr wchar_t ANSWER_AND_STAY[] = L"answer and stay";
 constexpr wchar_t TAKE_THE_NAME[] = L"take the name";
 
 // Early enough for the library, which looks for the pipe for two seconds.

@@ -35,17 +35,6 @@ bool IsHelperOfOurs(const PROCESSENTRY32W& process) {
          _wcsicmp(process.szExeFile, L"OstrelUserHelper.exe") == 0;
 }
 
-bool DoesAHelperRun() {
-  const UniqueFileHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
-  PROCESSENTRY32W process{};
-  process.dwSize = sizeof(process);
-  for (BOOL more = Process32FirstW(snapshot.Get(), &process); more;
-       more = Process32NextW(snapshot.Get(), &process)) {
-    if (IsHelperOfOurs(process)) return true;
-  }
-  return false;
-}
-
 }  // namespace
 
 void PrintTo(const Answer& answer, std::ostream* stream) {
@@ -134,6 +123,17 @@ std::string UserSession::Received() const {
   }
   ADD_FAILURE() << "nothing was received";
   return {};
+}
+
+bool UserSession::DoesAHelperRun() {
+  const UniqueFileHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+  PROCESSENTRY32W process{};
+  process.dwSize = sizeof(process);
+  for (BOOL more = Process32FirstW(snapshot.Get(), &process); more;
+       more = Process32NextW(snapshot.Get(), &process)) {
+    if (IsHelperOfOurs(process)) return true;
+  }
+  return false;
 }
 
 bool UserSession::WaitUntilNoHelperRuns() const {

@@ -65,6 +65,7 @@ class UserSession : public ::testing::Test {
   // What came back over the pipe, as the log has it.
   std::string Received() const;
 
+  static bool DoesAHelperRun();
   bool WaitUntilNoHelperRuns() const;
 
   Transcript transcript_;

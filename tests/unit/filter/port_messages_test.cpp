@@ -8,6 +8,8 @@
 #include <cstring>
 #include <string>
 
+#include "util/installed_names.h"
+
 namespace {
 
 using ostrel::Acknowledgement;

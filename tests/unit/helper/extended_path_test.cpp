@@ -5,6 +5,7 @@
 namespace {
 
 using ostrel::helper::ExtendedPath;
+using ostrel::helper::IsTooLong;
 using ostrel::helper::PlainPath;
 
 const std::wstring LONG_NAME(300, L'a');
@@ -13,6 +14,13 @@ TEST(AnExtendedPath, LeavesAPathOf259UnitsAsItIs) {
   const std::wstring longest = L"C:\\" + std::wstring(256, L'a');
   EXPECT_EQ(ExtendedPath(longest), longest);
   EXPECT_EQ(ExtendedPath(longest + L"a"), L"\\\\?\\" + longest + L"a");
+}
+
+TEST(AnExtendedPath, IsForAPathThatIsTooLongInAnyOtherForm) {
+  EXPECT_FALSE(IsTooLong(std::wstring(259, L'a')));
+  EXPECT_TRUE(IsTooLong(std::wstring(260, L'a')));
+  EXPECT_FALSE(IsTooLong(L"\\\\?\\C:\\" + LONG_NAME));
+  EXPECT_FALSE(IsTooLong(L"\\\\.\\" + LONG_NAME));
 }
 
 TEST(AnExtendedPath, TakesADriveAndAShare) {

@@ -71,6 +71,16 @@ TEST_F(TheMetadataOfAFile, IsReadOfAPathLongerThanWindowsTakesAsItIs) {
   EXPECT_TRUE(RemoveDirectoryW((EXTENDED + inner).c_str()));
 }
 
+// In the form for long paths a slash or a dot would be part of a name.
+TEST_F(TheMetadataOfAFile, IsReadOfALongPathWithDetours) {
+  std::wstring detours;
+  for (int i = 0; i < 100; ++i) detours += L"\\.\\x\\..";
+  for (const std::wstring& path :
+       {folder_.Path() + detours + L"\\file.txt", folder_.Path() + detours + L"/file.txt"}) {
+    EXPECT_EQ(ReadFileMetadata(path, PATIENCE).md5Hex, MD5_OF_ABC);
+  }
+}
+
 TEST_F(TheMetadataOfAFile, HasACodeForAFileThatIsNotThere) {
   ExpectOnly(METADATA_FILE_DOES_NOT_EXIST, folder_.Path() + L"\\none");
   ExpectOnly(METADATA_FILE_DOES_NOT_EXIST, folder_.Path() + L"\\none\\none");
@@ -93,6 +103,58 @@ TEST_F(TheMetadataOfAFile, HasACodeForAFileThatSomebodyElseKeepsToHimself) {
 
 TEST_F(TheMetadataOfAFile, HasACodeForAFileThatTakesTooLong) {
   ExpectOnly(METADATA_CANNOT_READ_FILE, ReadFileMetadata(path_.wstring(), std::chrono::milliseconds(0)));
+}
+
+// What the system would say of a file whose content lies elsewhere.
+DWORD attributesOfTheFile = 0;
+
+BOOL WINAPI GivenAttributes(HANDLE, FILE_INFO_BY_HANDLE_CLASS kind, void* information, DWORD size) {
+  EXPECT_EQ(kind, FileBasicInfo);
+  EXPECT_EQ(size, sizeof(FILE_BASIC_INFO));
+  static_cast<FILE_BASIC_INFO*>(information)->FileAttributes = attributesOfTheFile;
+  return TRUE;
+}
+
+TEST_F(TheMetadataOfAFile, HasACodeForAFileWhoseContentWouldHaveToBeFetched) {
+  const ImportPatch patch(GetModuleHandleW(nullptr), "GetFileInformationByHandleEx",
+                          reinterpret_cast<void*>(&GivenAttributes));
+  // Offline; recalled when opened; recalled when read.
+  for (const DWORD attribute : {0x1000U, 0x40000U, 0x400000U}) {
+    attributesOfTheFile = FILE_ATTRIBUTE_ARCHIVE | attribute;
+    ExpectOnly(METADATA_CANNOT_READ_FILE, Metadata());
+  }
+  attributesOfTheFile = FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_READONLY;
+  EXPECT_EQ(Metadata().md5Hex, MD5_OF_ABC);
+}
+
+BOOL WINAPI NoAttributes(HANDLE, FILE_INFO_BY_HANDLE_CLASS, void*, DWORD) {
+  SetLastError(ERROR_NOT_SUPPORTED);
+  return FALSE;
+}
+
+TEST_F(TheMetadataOfAFile, IsReadWhereTheFileSystemTellsNoAttributes) {
+  const ImportPatch patch(GetModuleHandleW(nullptr), "GetFileInformationByHandleEx",
+                          reinterpret_cast<void*>(&NoAttributes));
+  EXPECT_EQ(Metadata().md5Hex, MD5_OF_ABC);
+}
+
+DWORD flagsOfTheOpening = 0;
+
+HANDLE WINAPI RecordingCreateFileW(const wchar_t*, DWORD access, DWORD share, SECURITY_ATTRIBUTES*, DWORD,
+                                   DWORD flags, HANDLE) {
+  EXPECT_EQ(access, static_cast<DWORD>(FILE_READ_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE));
+  EXPECT_EQ(share, static_cast<DWORD>(FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE));
+  flagsOfTheOpening = flags;
+  SetLastError(ERROR_FILE_NOT_FOUND);
+  return INVALID_HANDLE_VALUE;
+}
+
+TEST_F(TheMetadataOfAFile, IsReadWithoutRecallingTheFileOrLendingTheUsersIdentity) {
+  const ImportPatch patch(GetModuleHandleW(nullptr), "CreateFileW",
+                          reinterpret_cast<void*>(&RecordingCreateFileW));
+  ExpectOnly(METADATA_FILE_DOES_NOT_EXIST, Metadata());
+  EXPECT_EQ(flagsOfTheOpening, static_cast<DWORD>(FILE_FLAG_SEQUENTIAL_SCAN | FILE_FLAG_OPEN_NO_RECALL |
+                                                  SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION));
 }
 
 BOOL WINAPI FailingGetFileSizeEx(HANDLE, LARGE_INTEGER*) {
@@ -123,6 +185,18 @@ LONG WINAPI FailingOpenAlgorithmProvider(void**, const wchar_t*, const wchar_t*,
 TEST_F(TheMetadataOfAFile, HasACodeForAPlatformThatDoesNotDigest) {
   const ImportPatch patch(GetModuleHandleW(nullptr), "BCryptOpenAlgorithmProvider",
                           reinterpret_cast<void*>(&FailingOpenAlgorithmProvider));
+  ExpectOnly(METADATA_CANNOT_READ_FILE, Metadata());
+}
+
+LONG WINAPI FailingHashData(void*, UCHAR*, ULONG, ULONG) {
+  return static_cast<LONG>(0xC0000001);
+}
+
+// More than all buffers hold, so that the reader has to wait for whoever fails.
+TEST_F(TheMetadataOfAFile, HasACodeForAPlatformThatFailsInTheMiddle) {
+  WriteWholeFile(path_, std::string(8 * 1024 * 1024, 'a'));
+  const ImportPatch patch(GetModuleHandleW(nullptr), "BCryptHashData",
+                          reinterpret_cast<void*>(&FailingHashData));
   ExpectOnly(METADATA_CANNOT_READ_FILE, Metadata());
 }
 

@@ -1,6 +1,9 @@
 #include "helper_process.h"
 
 #include <gtest/gtest.h>
+#include <windows.h>
+// Needs windows.h before it.
+#include <tlhelp32.h>
 
 #include <atomic>
 #include <stdexcept>
@@ -78,6 +81,16 @@ ostrel::UniqueFileHandle Connect(const std::wstring& channelName) {
                                               nullptr, OPEN_EXISTING, 0, nullptr));
 }
 
+bool WaitForBytes(HANDLE pipe) {
+  const auto deadline = Clock::now() + PATIENCE;
+  DWORD available = 0;
+  while (PeekNamedPipe(pipe, nullptr, 0, nullptr, &available, nullptr) && available == 0) {
+    if (Clock::now() > deadline) return false;
+    Sleep(1);
+  }
+  return available != 0;
+}
+
 HelperProcess::HelperProcess(const std::wstring& wholeCommandLine) {
   auto [output, outputEnd] = NewPipe();
   auto [errors, errorsEnd] = NewPipe();
@@ -92,7 +105,7 @@ HelperProcess::HelperProcess(const std::wstring& wholeCommandLine) {
                       nullptr, nullptr, &startup, &information)) {
     throw std::runtime_error("the helper cannot be started: " + std::to_string(GetLastError()));
   }
-  CloseHandle(information.hThread);
+  firstThread_.Reset(information.hThread);
   process_.Reset(information.hProcess);
   output_ = std::move(output);
   errors_ = std::move(errors);
@@ -101,6 +114,23 @@ HelperProcess::HelperProcess(const std::wstring& wholeCommandLine) {
 HelperProcess::~HelperProcess() {
   TerminateProcess(process_.Get(), 99);
   WaitForSingleObject(process_.Get(), INFINITE);
+}
+
+std::size_t HelperProcess::ThreadCount() const {
+  const DWORD processId = GetProcessId(process_.Get());
+  const ostrel::UniqueFileHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
+  THREADENTRY32 thread{};
+  thread.dwSize = sizeof(thread);
+  std::size_t count = 0;
+  for (BOOL isThere = Thread32First(snapshot.Get(), &thread); isThere;
+       isThere = Thread32Next(snapshot.Get(), &thread)) {
+    if (thread.th32OwnerProcessID == processId) ++count;
+  }
+  return count;
+}
+
+void HelperProcess::SuspendFirstThread() {
+  EXPECT_NE(SuspendThread(firstThread_.Get()), static_cast<DWORD>(-1));
 }
 
 std::optional<DWORD> HelperProcess::ExitCode() {

@@ -36,6 +36,9 @@ Exchange AskInBytes(const std::wstring& channelName, const void* request, DWORD 
 // A client's end of the pipe, without a word.
 ostrel::UniqueFileHandle Connect(const std::wstring& channelName);
 
+// Waits until the other end has written something, and leaves it there.
+bool WaitForBytes(HANDLE pipe);
+
 // OstrelUserHelper.exe with the whole command line of the test's choosing. Ended with this object if it still
 // runs.
 class HelperProcess {
@@ -44,6 +47,9 @@ class HelperProcess {
   HelperProcess(const HelperProcess&) = delete;
   HelperProcess& operator=(const HelperProcess&) = delete;
   ~HelperProcess();
+
+  std::size_t ThreadCount() const;
+  void SuspendFirstThread();
 
   // Nothing when it still runs at the deadline.
   std::optional<DWORD> ExitCode();
@@ -54,6 +60,7 @@ class HelperProcess {
 
  private:
   ostrel::UniqueKernelHandle process_;
+  ostrel::UniqueKernelHandle firstThread_;
   ostrel::UniqueKernelHandle output_;
   ostrel::UniqueKernelHandle errors_;
 };

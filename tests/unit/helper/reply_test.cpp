@@ -144,9 +144,24 @@ TEST(AMetadataReply, ShortensTheExtraTextToWhatFits) {
 }
 
 TEST(AMetadataReply, HasNothingButItsCodeInCaseOfAnError) {
-  EXPECT_EQ(MetadataReply(L"07c2", {METADATA_CANNOT_READ_FILE, L"a", L"b", 3, L"c"}), L"1,4,07c2,19,,,0,0,");
-  EXPECT_EQ(MetadataFor(MetadataAnswer::Failed(METADATA_FILE_DOES_NOT_EXIST)).responseCode,
-            METADATA_FILE_DOES_NOT_EXIST);
+  EXPECT_EQ(MetadataReply(L"07c2", {METADATA_CANNOT_READ_FILE, L"a", L"b", 3, L"c"}),
+            L"1,4,07c2,19,0000000000000000000000000000000000000000000000000000000000000000,"
+            L"00000000000000000000000000000000,0,0,");
+}
+
+TEST(AMetadataReply, IsWholeAlsoInCaseOfAnError) {
+  const auto message = MetadataFor(MetadataAnswer::Failed(METADATA_FILE_DOES_NOT_EXIST));
+  EXPECT_EQ(message.responseCode, METADATA_FILE_DOES_NOT_EXIST);
+  EXPECT_TRUE(message.isValid);
+}
+
+TEST(AMetadataReply, FillsTheBufferButForTheZeroAtItsEnd) {
+  // The digests, the greatest size and the longest response id.
+  const std::size_t room =
+      5119 - std::wstring(L"1,64,,0,,,18446744073709551615,4923,").size() - ID.size() - 64 - 32;
+  EXPECT_EQ(MetadataFor(AnswerWithExtraText(std::wstring(room, L'x'))).extraText, std::wstring(room, L'x'));
+  EXPECT_EQ(MetadataFor(AnswerWithExtraText(std::wstring(room + 1, L'x'))).extraText,
+            std::wstring(room, L'x'));
 }
 
 TEST(AProxyReply, HasTheUrlOrNone) {
@@ -162,11 +177,20 @@ TEST(AProxyReply, HasTheExplanationOfAnError) {
 }
 
 TEST(AProxyReply, RefusesAUrlThatDoesNotFitRatherThanCutIt) {
-  const std::size_t room = 2199 - std::wstring(L"2,64,,0,2122,").size() - ID.size();
-  EXPECT_EQ(UrlFor({SUCCESS, std::wstring(room, L'u')}).url, std::wstring(room, L'u'));
-  const auto refused = UrlFor({SUCCESS, std::wstring(room + 1, L'u')});
+  // What the library's own strings hold: it would cut the 2047th unit off.
+  EXPECT_EQ(UrlFor({SUCCESS, std::wstring(2046, L'u')}).url, std::wstring(2046, L'u'));
+  for (const std::size_t length : {2047U, 2122U, 2123U, 100'000U}) {
+    const auto refused = UrlFor({SUCCESS, std::wstring(length, L'u')});
+    EXPECT_EQ(refused.responseCode, PROXY_ERROR_GETTING_AUTO_CONFIG_URL);
+    EXPECT_EQ(refused.url,
+              L"The automatic proxy configuration URL is longer than 2046 characters or has a zero inside.");
+  }
+}
+
+TEST(AProxyReply, RefusesAUrlWithAZeroRatherThanEndItThere) {
+  using std::string_literals::operator""s;
+  const auto refused = UrlFor({SUCCESS, L"http://p\0/"s});
   EXPECT_EQ(refused.responseCode, PROXY_ERROR_GETTING_AUTO_CONFIG_URL);
-  EXPECT_EQ(refused.url, L"The automatic proxy configuration URL is too long.");
 }
 
 TEST(ACloudLoginReply, HasTheLogin) {
@@ -177,14 +201,14 @@ TEST(ACloudLoginReply, HasTheLogin) {
 TEST(ACloudLoginReply, ShortensAnExplanation) {
   const auto message = LoginFor({CLOUDLOGIN_ERROR_GETTING_CLOUD_LOGIN, std::wstring(5000, L'x')});
   EXPECT_EQ(message.responseCode, CLOUDLOGIN_ERROR_GETTING_CLOUD_LOGIN);
-  EXPECT_EQ(message.login, std::wstring(message.login.size(), L'x'));
-  EXPECT_GT(message.login.size(), 2000U);
+  EXPECT_EQ(message.login, std::wstring(2046, L'x'));
 }
 
 TEST(ACloudLoginReply, RefusesALoginThatDoesNotFitRatherThanCutIt) {
-  const auto message = LoginFor({SUCCESS, std::wstring(5000, L'x')});
+  EXPECT_EQ(LoginFor({SUCCESS, std::wstring(2046, L'x')}).login, std::wstring(2046, L'x'));
+  const auto message = LoginFor({SUCCESS, std::wstring(2047, L'x')});
   EXPECT_EQ(message.responseCode, CLOUDLOGIN_ERROR_GETTING_CLOUD_LOGIN);
-  EXPECT_EQ(message.login, L"The login name is too long.");
+  EXPECT_EQ(message.login, L"The login name is longer than 2046 characters or has a zero inside.");
 }
 
 }  // namespace

@@ -12,6 +12,11 @@ using namespace ostrel::helper;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
+// Of an error there is nothing but the code.
+std::wstring FailedMetadata(const std::wstring& code) {
+  return L"1,4,07c2," + code + L"," + std::wstring(64, L'0') + L"," + std::wstring(32, L'0') + L",0,0,";
+}
+
 class TheResponder : public ::testing::Test {
  protected:
   std::optional<std::wstring> Reply(const std::wstring& request) { return responder_.Reply(request); }
@@ -57,7 +62,7 @@ TEST_F(TheResponder, PassesOnTheCodesOfTheSession) {
   session_.url = {PROXY_ERROR_GETTING_AUTO_CONFIG_URL, L"why"};
   session_.login = {CLOUDLOGIN_ERROR_GETTING_CLOUD_LOGIN, L"why"};
   EXPECT_EQ(Reply(L"1,0,4,9f3a,4,07c2,1,1,a"), L"0,4,07c2,3,0");
-  EXPECT_EQ(Reply(L"1,1,4,9f3a,4,07c2,1,a"), L"1,4,07c2,20,,,0,0,");
+  EXPECT_EQ(Reply(L"1,1,4,9f3a,4,07c2,1,a"), FailedMetadata(L"20"));
   EXPECT_EQ(Reply(L"1,2,4,9f3a,4,07c2,"), L"2,4,07c2,26,3,why");
   EXPECT_EQ(Reply(L"1,3,4,9f3a,4,07c2,1,a,1,b"), L"3,4,07c2,17,3,why");
 }
@@ -66,7 +71,7 @@ TEST_F(TheResponder, RefusesAnyOtherVersionInTheLayoutOfTheType) {
   const std::wstring explanation = L"54,The user helper speaks version 1 of its protocol only.";
   for (const wchar_t* version : {L"0", L"2", L"4294967295"}) {
     ExpectRefusal(version + std::wstring(L",0,4,9f3a,4,07c2,1,1,a"), L"0,4,07c2,1,0");
-    ExpectRefusal(version + std::wstring(L",1,4,9f3a,4,07c2,1,a"), L"1,4,07c2,1,,,0,0,");
+    ExpectRefusal(version + std::wstring(L",1,4,9f3a,4,07c2,1,a"), FailedMetadata(L"1"));
     ExpectRefusal(version + std::wstring(L",2,4,9f3a,4,07c2,"), L"2,4,07c2,1," + explanation);
     ExpectRefusal(version + std::wstring(L",3,4,9f3a,4,07c2,1,a,1,b"), L"3,4,07c2,1," + explanation);
   }
@@ -75,7 +80,7 @@ TEST_F(TheResponder, RefusesAnyOtherVersionInTheLayoutOfTheType) {
 TEST_F(TheResponder, RefusesAnyOtherCommandIdInTheLayoutOfTheType) {
   const std::wstring explanation = L"61,The request does not carry the command id of the user helper.";
   ExpectRefusal(L"1,0,4,9f3b,4,07c2,1,1,a", L"0,4,07c2,2,0");
-  ExpectRefusal(L"1,1,3,9f3,4,07c2,1,a", L"1,4,07c2,2,,,0,0,");
+  ExpectRefusal(L"1,1,3,9f3,4,07c2,1,a", FailedMetadata(L"2"));
   ExpectRefusal(L"1,2,5,9f3aa,4,07c2,", L"2,4,07c2,2," + explanation);
   ExpectRefusal(L"1,3,4,9F3A,4,07c2,1,a,1,b", L"3,4,07c2,2," + explanation);
 }
@@ -94,9 +99,17 @@ TEST_F(TheResponder, RefusesAnUnknownTypeInTheLayoutOfTitles) {
 TEST_F(TheResponder, RefusesABodyThatIsNotOfTheType) {
   const std::wstring explanation = L"47,The request's body does not belong to its type.";
   ExpectRefusal(L"1,0,4,9f3a,4,07c2,", L"0,4,07c2,5,0");
-  ExpectRefusal(L"1,1,4,9f3a,4,07c2,9,a", L"1,4,07c2,6,,,0,0,");
+  ExpectRefusal(L"1,1,4,9f3a,4,07c2,9,a", FailedMetadata(L"6"));
   ExpectRefusal(L"1,2,4,9f3a,4,07c2,1,a", L"2,4,07c2,22," + explanation);
   ExpectRefusal(L"1,3,4,9f3a,4,07c2,1,a", L"3,4,07c2,7," + explanation);
+}
+
+TEST_F(TheResponder, TakesForTheLauncherWhoeverHasTheCommandId) {
+  EXPECT_TRUE(responder_.IsFromLauncher(L"1,2,4,9f3a,4,07c2,"));
+  EXPECT_TRUE(responder_.IsFromLauncher(L"2,9,4,9f3a,4,07c2,1,a"));
+  for (const wchar_t* request : {L"1,2,4,9f3b,4,07c2,", L"1,2,3,9f3,4,07c2,", L"1,2,4,9f3a,4,07c2", L""}) {
+    EXPECT_FALSE(responder_.IsFromLauncher(request));
+  }
 }
 
 TEST_F(TheResponder, HasNoReplyWithoutAReadableHead) {

@@ -116,6 +116,14 @@ TEST(CommandLineTest, TabTitlesCanBeAskedForInWords) {
   EXPECT_TRUE(Accepted({L"--watch", L"a.exe", L"--tab-titles"}).tabTitles);
 }
 
+TEST(CommandLineTest, TheSelfCheckStandsAlone) {
+  EXPECT_TRUE(Accepted({L"--self-check"}).selfCheck);
+  EXPECT_FALSE(Accepted({L"--watch", L"a.exe"}).selfCheck);
+  EXPECT_EQ(Refused({L"--self-check", L"--watch", L"a.exe"}), "--watch excludes --self-check");
+  EXPECT_EQ(Refused({L"--self-check", L"--log-level", L"7"}), "--log-level excludes --self-check");
+  EXPECT_EQ(Refused({L"--self-check", L"--provider", L"OneDrive"}), "--provider excludes --self-check");
+}
+
 TEST(CommandLineTest, TabTitlesCannotBeBothOnAndOff) {
   EXPECT_EQ(Refused({L"--watch", L"a.exe", L"--tab-titles", L"--no-tab-titles"}),
             "--no-tab-titles excludes --tab-titles");
@@ -230,6 +238,8 @@ TEST(CommandLineTest, HelpNamesEveryOptionAndEveryExitCode) {
                            "\n  9  ",
                            "\n  10 ",
                            "\n  11 ",
+                           "\n  12 ",
+                           "--self-check",
                            "--remote-address-info"}) {
     EXPECT_NE(help.text.find(part), std::string::npos) << part;
   }
@@ -259,6 +269,8 @@ TEST(ExitCodeTest, TheNumbersStayAsTheyAre) {
   EXPECT_EQ(static_cast<int>(ExitCode::UnloadFailed), 8);
   EXPECT_EQ(static_cast<int>(ExitCode::OutputFailed), 9);
   EXPECT_EQ(static_cast<int>(ExitCode::RemoteAddressInfoFailed), 10);
+  EXPECT_EQ(static_cast<int>(ExitCode::QueryFailed), 11);
+  EXPECT_EQ(static_cast<int>(ExitCode::SelfCheckFailed), 12);
 }
 
 }  // namespace

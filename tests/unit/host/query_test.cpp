@@ -71,6 +71,7 @@ TEST(QueryTest, TakesNoOptionOfWatching) {
     EXPECT_EQ(error, std::string(option.begin(), option.end()) + " excludes --query");
   }
   EXPECT_EQ(Refused({L"--query", L"time", L"--no-tab-titles"}), "--no-tab-titles excludes --query");
+  EXPECT_EQ(Refused({L"--query", L"time", L"--self-check"}), "--query excludes --self-check");
 }
 
 TEST(QueryTest, AboutALoginIsAskedWithProviderAndHomeDirectory) {

@@ -1,6 +1,8 @@
 #include "detect/disk_event_thread.h"
 
+#include <atomic>
 #include <ctime>
+#include <stdexcept>
 
 #include "filter/cache_hooks.h"
 #include "platform_test.h"
@@ -108,6 +110,21 @@ TEST_F(TheDiskEventThread, EndsWhenStoppedAndKeepsItsEvent) {
                                    "log 7 Disk Event thread ended", "CloseHandle(thread)"));
   // A thread that did not end in time may still wait on the event, so no stop closes it.
   EXPECT_THAT(system_.OpenHandles(), ElementsAre("event"));
+}
+
+TEST_F(TheDiskEventThread, GoesOnAfterAnExceptionOfTheDirectoryTest) {
+  static std::atomic<int> asked;
+  asked = 0;
+  auto uploads = MakeCache([](std::wstring) -> unsigned char {
+    if (++asked == 1) throw std::runtime_error("a test throws");
+    return 1;
+  });
+  DiskEventWorker worker({uploads, others_, others_, streams_, streams_, sentEvents_}, reporter_);
+  for (int pass = 1; pass <= 2; ++pass) {
+    uploads.AddEvent(L"C:\\a", nullptr, L"chrome.exe", 42, 1, 0, FILE_EVENT_READ, 1);
+    EXPECT_NO_THROW(worker.RunPass(100000));
+    EXPECT_EQ(asked, pass);
+  }
 }
 
 TEST_F(TheDiskEventThread, StartsAgainWithAnEventOfItsOwn) {

@@ -425,6 +425,88 @@ TEST_F(Reporting, ComparesAnUploadFromANetworkDriveWithTheSizeInTheMetadata) {
   EXPECT_THAT(Logs(), Contains("log 7 Uploaded file C:\\a.txt. 1799 of 2000"));
 }
 
+// The answer of a helper that found a file of that size.
+std::wstring MetaDataOf(unsigned long long size) {
+  return L"1,32," + ScriptedUserSession::Identifier(2) + L",0," + std::wstring(64, L'a') + L"," +
+         std::wstring(32, L'b') + L"," + std::to_wstring(size) + L",5,extra";
+}
+
+TEST_F(Reporting, TellsTheHostOfACompleteUploadFromANetworkDrive) {
+  session_.LogOn();
+  session_.answer = [](const std::wstring&) { return MetaDataOf(2000); };
+  reporter_.ReportFileEvent(streams_, Event(0, 1800, {L"Mail"}, 1));
+  ASSERT_EQ(host_.activity.size(), 1U);
+  const Reported& told = host_.activity[0];
+  EXPECT_EQ(told.type, 0U);
+  EXPECT_EQ(told.isNetworkDrive, 1);
+  EXPECT_EQ(told.sha256, std::wstring(64, L'a'));
+  EXPECT_EQ(told.md5, std::wstring(32, L'b'));
+  EXPECT_EQ(told.fileSize, 2000U);
+  EXPECT_EQ(told.metadataStatus, L"METADATA_SUCCESS");
+  EXPECT_EQ(told.extraText, L"extra");
+  EXPECT_THAT(told.hints, ElementsAre(L"Mail"));
+  EXPECT_EQ(told.tabTitleStatus, L"TABTITLE_STATUS");
+}
+
+// The host is told 32 bits of the size, which are all that was read here.
+TEST_F(Reporting, ComparesAnUploadWithAllBitsOfTheSizeInTheMetadata) {
+  session_.LogOn();
+  session_.answer = [](const std::wstring&) { return MetaDataOf(0x1'0000'0064); };
+  reporter_.ReportFileEvent(streams_, Event(0, 100, {}, 1));
+  EXPECT_THAT(host_.activity, IsEmpty());
+  EXPECT_THAT(Logs(), Contains("log 7 Uploaded file C:\\a.txt. 100 of 4294967396"));
+}
+
+// Digests have a fixed length, so an answer without them is one that cannot be read.
+TEST_F(Reporting, TellsTheHostOfAnUploadWhoseDigestsAreMissing) {
+  session_.LogOn();
+  session_.answer = [](const std::wstring&) {
+    return L"1,32," + ScriptedUserSession::Identifier(2) + L",0,,,2000,0";
+  };
+  reporter_.ReportFileEvent(streams_, Event(0, 1, {}, 1));
+  ASSERT_EQ(host_.activity.size(), 1U);
+  EXPECT_EQ(host_.activity[0].sha256, L"");
+  EXPECT_EQ(host_.activity[0].md5, L"");
+  EXPECT_EQ(host_.activity[0].fileSize, 0U);
+  EXPECT_EQ(host_.activity[0].metadataStatus, L"METADATA_DESERIALIZE_FAILURE");
+  EXPECT_EQ(host_.activity[0].extraText, L"");
+}
+
+TEST_F(Reporting, AsksForMetadataAfterTheLookUpsAndUnderTheReportMutex) {
+  AddStream(0x0A000001, 443, 1000);
+  session_.LogOn();
+  system_.transcript.Clear();
+  Lines before;
+  bool isHeld = false;
+  session_.answer = [&](const std::wstring&) {
+    before = Logs();  // so far
+    isHeld = !IsFree(callbacks_.reportMutex);
+    return MetaDataOf(1000);
+  };
+  reporter_.ReportFileEvent(streams_, Event(0, 1000, {}, 1));
+  EXPECT_TRUE(isHeld);
+  ASSERT_GE(before.size(), 2U);
+  EXPECT_THAT(before[0], StartsWith("log 6 Detected file use"));
+  EXPECT_EQ(before[1], "log 7 Possible stream info: 10.0.0.1:443  ");
+  EXPECT_THAT(before, Not(Contains(StartsWith("log 7 Getting metadata"))));
+  EXPECT_THAT(before, Not(Contains(StartsWith("log 7 Uploaded file"))));
+  EXPECT_EQ(host_.activity.size(), 1U);
+}
+
+TEST_F(Reporting, AsksForNoMetadataOfALocalFile) {
+  session_.LogOn();
+  reporter_.ReportFileEvent(streams_, Event(0, 1000));
+  EXPECT_EQ(host_.activity.size(), 1U);
+  EXPECT_THAT(session_.Requests(), IsEmpty());
+}
+
+TEST_F(Reporting, AsksForNoMetadataWithoutACallback) {
+  session_.LogOn();
+  callbacks_.activity = nullptr;
+  reporter_.ReportFileEvent(streams_, Event(0, 1000, {}, 1));
+  EXPECT_THAT(session_.Requests(), IsEmpty());
+}
+
 TEST_F(Reporting, DoesNothingWithoutACallback) {
   callbacks_.activity = nullptr;
   callbacks_.pcd = nullptr;

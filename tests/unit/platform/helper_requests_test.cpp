@@ -1,5 +1,7 @@
 #include "userhelper/helper_requests.h"
 
+#include <new>
+
 #include "filter/cache_hooks.h"
 #include "user_helper_test.h"
 #include "userhelper/helper_channel.h"
@@ -32,6 +34,8 @@ TEST(TheExceptionOfTheUserHelper, SaysWhatItIs) {
   EXPECT_STREQ(ProcUtilException().what(), "A ProcUtil exception occurred");
 }
 
+void (*originalFree)(void*) = nullptr;
+
 class ConnectingToAHelper : public UserHelperTest {
  protected:
   std::wstring Connect(const std::wstring& commandId = L"command") {
@@ -55,6 +59,7 @@ TEST_F(ConnectingToAHelper, LaunchesItAndWaitsForItsPipe) {
 TEST_F(ConnectingToAHelper, SucceedsWhenThePipeAppearsAtThe39thAttempt) {
   session_.pipeAppearsAtAttempt = 39;
   EXPECT_NO_THROW(Connect());
+  EXPECT_EQ(status_, L"BEFORE");
   EXPECT_EQ(Calls(), RANDOM_ID + SpawnedAsUser("command " + Id(1)) + Wait(1, 39));
 }
 
@@ -96,6 +101,67 @@ TEST_F(ConnectingToAHelper, FailsWithoutAUser) {
   EXPECT_EQ(Calls(), RANDOM_ID + ASK_SESSIONS + Lines({"log 6 No one logged in", SPAWN_FAILED}));
 }
 
+TEST_F(ConnectingToAHelper, FailsWithoutAnEnvironmentForTheUser) {
+  session_.Fail("CreateEnvironmentBlock", 8);
+  EXPECT_THROW(Connect(), ProcUtilException);
+  EXPECT_EQ(status_, L"NO_ENV_CREATED");
+  EXPECT_THAT(Logs(), ElementsAre("log 3 No environment could be created.", SPAWN_FAILED));
+}
+
+TEST_F(ConnectingToAHelper, FailsWhenAServiceCannotCreateTheProcess) {
+  session_.Fail("CreateProcessAsUserW", 2);
+  EXPECT_THROW(Connect(), ProcUtilException);
+  EXPECT_EQ(status_, L"PROCCREATE_FAILURE");
+  EXPECT_THAT(Logs(), ElementsAre("log 3 Could not create process when running as a service", SPAWN_FAILED));
+}
+
+TEST_F(ConnectingToAHelper, FailsWhenAnApplicationCannotCreateTheProcess) {
+  session_.Fail("WTSQueryUserToken", 1314);
+  session_.Fail("CreateProcessW", 740);
+  EXPECT_THROW(Connect(), ProcUtilException);
+  EXPECT_EQ(status_, L"PROCCREATE_FAILURE");
+  EXPECT_THAT(Logs(), ElementsAre("log 3 couldn't create proc as non service (lastError=740)", SPAWN_FAILED));
+}
+
+class AnExchange : public UserHelperTest {
+ protected:
+  bool Ask() { return Exchange(L"pipe", std::wstring(1000, L'r'), {2048, 2000}, reply_, error_); }
+
+  std::wstring reply_ = L"BEFORE";
+  ULong32 error_ = 77;
+};
+
+TEST_F(AnExchange, GivesTheReplyUpToItsFirstZero) {
+  session_.answer = [](const std::wstring&) { return std::wstring(L"ab\0cd", 5); };
+  EXPECT_TRUE(Ask());
+  EXPECT_EQ(reply_, L"ab");
+  EXPECT_EQ(error_, 77U);
+}
+
+// Freeing what the exchange took may change the last error.
+TEST_F(AnExchange, KeepsTheCodeOfItsFailureBeforeItFreesAnything) {
+  const auto freeAndForget = [](void* block) {
+    SetLastError(ERROR_SUCCESS);
+    originalFree(block);
+  };
+  const auto fail = [](const wchar_t*, void*, DWORD, void*, DWORD, DWORD*, DWORD) WINAPI -> BOOL {
+    SetLastError(ERROR_SEM_TIMEOUT);
+    return FALSE;
+  };
+  bool isAnswered = true;
+  {
+    const ImportPatch call(GetModuleHandleW(nullptr), "CallNamedPipeW",
+                           reinterpret_cast<void*>(static_cast<decltype(&::CallNamedPipeW)>(fail)));
+    const ImportPatch patch(GetModuleHandleW(nullptr), "free",
+                            reinterpret_cast<void*>(static_cast<void (*)(void*)>(freeAndForget)));
+    originalFree = reinterpret_cast<void (*)(void*)>(patch.Original());
+    isAnswered = Ask();
+  }
+  EXPECT_FALSE(isAnswered);
+  EXPECT_EQ(error_, DWORD{ERROR_SEM_TIMEOUT});
+  EXPECT_EQ(reply_, L"BEFORE");
+}
+
 // The first identifier of a request is the command's, the second the response's, the third the channel's.
 class Requesting : public UserHelperTest {
  protected:
@@ -113,6 +179,11 @@ class Requesting : public UserHelperTest {
   // The helper's answer, with the head that carries the response's identifier.
   void Answer(const std::wstring& type, const std::wstring& rest) {
     reply_ = type + L",32," + ScriptedUserSession::Identifier(2) + L"," + rest;
+  }
+
+  // While the answer is awaited.
+  void RunOutOfMemory() {
+    session_.answer = [](const std::wstring&) -> std::wstring { throw std::bad_alloc(); };
   }
 
   // Everything up to the exchange.
@@ -172,6 +243,38 @@ TEST_F(RequestingTitles, IsWhatTheCachesHookDoes) {
   EXPECT_THAT(GetTabTitlesOfProcess(4512, L"chrome.exe", status_), ElementsAre(L"Mail"));
   EXPECT_EQ(status_, L"TABTITLE_SUCCESS");
   EXPECT_EQ(Narrow(session_.Requests().at(0)), request_);
+}
+
+TEST_F(RequestingTitles, TellsTheCachesHookWhyThereIsNone) {
+  session_.sessions.clear();
+  EXPECT_THAT(GetTabTitlesOfProcess(4512, L"chrome.exe", status_), IsEmpty());
+  EXPECT_EQ(status_, L"NO_LOGGEDIN_USER");
+  session_.LogOn();
+  session_.Fail("CallNamedPipeW", 121);
+  EXPECT_THAT(GetTabTitlesOfProcess(4512, L"chrome.exe", status_), IsEmpty());
+  EXPECT_EQ(status_, L"TABTITLE_CONNECT_PIPE_FAILED");
+}
+
+TEST_F(RequestingTitles, KeepsTheHelpersReasonWhicheverItIs) {
+  Answer(L"0", L"3,0");
+  EXPECT_THAT(GetTabTitlesOfProcess(4512, L"chrome.exe", status_), IsEmpty());
+  EXPECT_EQ(status_, L"TABTITLE_NOAPP_FRAME_HOST");
+}
+
+TEST_F(RequestingTitles, IsEmptyWithoutAStatusWhenMemoryIsShort) {
+  RunOutOfMemory();
+  EXPECT_THAT(Ask(), IsEmpty());
+  EXPECT_EQ(status_, L"");
+}
+
+TEST_F(RequestingTitles, ReportsEachReasonWhyThereIsNoHelper) {
+  session_.Fail("CreateEnvironmentBlock", 8);
+  EXPECT_THAT(Ask(), IsEmpty());
+  EXPECT_EQ(status_, L"NO_ENV_CREATED");
+  session_.Fail("WTSQueryUserToken", 1314);
+  session_.Fail("CreateProcessW", 2);
+  EXPECT_THAT(Ask(), IsEmpty());
+  EXPECT_EQ(status_, L"PROCCREATE_FAILURE");
 }
 
 TEST_F(RequestingTitles, ReportsTheHelpersCode) {
@@ -295,6 +398,52 @@ TEST_F(RequestingMetaData, ReportsTheHelpersCode) {
   EXPECT_THAT(Logs(), Contains("log 3 Couldn't get metadata. Error code: 18"));
 }
 
+// How an error is answered is the helper's choice.
+TEST_F(RequestingMetaData, ReportsTheHelpersCodeWithEmptyDigestsAsWithZeros) {
+  const std::wstring zeros = std::wstring(64, L'0') + L"," + std::wstring(32, L'0');
+  unsigned identifier = 2;
+  for (const std::wstring& digests : {std::wstring(L","), zeros}) {
+    reply_ = L"1,32," + ScriptedUserSession::Identifier(identifier) + L",19," + digests + L",0,0";
+    const FileMetaData metaData = Ask();
+    EXPECT_EQ(status_, L"METADATA_CANNOT_READ_FILE");
+    EXPECT_EQ(metaData.sha256Hex, L"");
+    EXPECT_EQ(metaData.md5Hex, L"");
+    // Of the next request; each makes three.
+    identifier += 3;
+  }
+  EXPECT_THAT(Logs(), Contains("log 3 Couldn't get metadata. Error code: 19").Times(2));
+}
+
+// Digests have a fixed length, so an answer without them is one that is cut short.
+TEST_F(RequestingMetaData, CannotReadASuccessWithoutDigests) {
+  Answer(L"1", L"0,,,10,0");
+  EXPECT_EQ(Ask().fileSize, 0U);
+  EXPECT_EQ(status_, L"METADATA_DESERIALIZE_FAILURE");
+}
+
+TEST_F(RequestingMetaData, IsEmptyWithoutAStatusWhenMemoryIsShort) {
+  RunOutOfMemory();
+  EXPECT_EQ(Ask().fileSize, 0U);
+  EXPECT_EQ(status_, L"");
+}
+
+TEST_F(RequestingMetaData, ReportsEachReasonWhyThereIsNoHelper) {
+  session_.Fail("BCryptGenRandom", 0xC0000001);
+  Ask();
+  EXPECT_EQ(status_, L"INVALID_COMMANDID");
+  session_.sessions.clear();
+  session_.Succeed("BCryptGenRandom");
+  Ask();
+  EXPECT_EQ(status_, L"NO_LOGGEDIN_USER");
+  session_.LogOn();
+  session_.pipeAppearsAtAttempt = 41;
+  Ask();
+  EXPECT_EQ(status_, L"PIPE_NOT_AVAILABLE");
+  session_.Fail("CreateEnvironmentBlock", 8);
+  Ask();
+  EXPECT_EQ(status_, L"NO_ENV_CREATED");
+}
+
 TEST_F(RequestingMetaData, ReportsAnAnswerThatItCannotRead) {
   flaw_ = "unreadable";
   Answer(L"1", L"0," + digests_ + L",10,9,short");
@@ -380,6 +529,13 @@ TEST_F(RequestingTheProxyUrl, ReportsThatThereIsNoHelperAsAnException) {
   EXPECT_EQ(Ask(), error);
 }
 
+TEST_F(RequestingTheProxyUrl, ReportsThatMemoryIsShortAsAnException) {
+  RunOutOfMemory();
+  EXPECT_EQ(
+      Ask(),
+      L"error: PROXY:: Exception occurred while attempting to get Windows auto proxy configuration url.");
+}
+
 class RequestingACloudLogin : public Requesting {
  protected:
   std::wstring Ask() {
@@ -429,6 +585,11 @@ TEST_F(RequestingACloudLogin, ReportsAnAnswerThatItCannotRead) {
 TEST_F(RequestingACloudLogin, ReportsAFailedPipe) {
   session_.Fail("CallNamedPipeW", 121);
   EXPECT_EQ(Ask(), L"error: CLOUDLOGIN:: Couldn't get cloud Login from pipe: 121");
+}
+
+TEST_F(RequestingACloudLogin, ReportsThatMemoryIsShortAsAnException) {
+  RunOutOfMemory();
+  EXPECT_EQ(Ask(), L"error: CLOUDLOGIN:: Exception occurred while attempting to get cloud Login.");
 }
 
 TEST_F(RequestingACloudLogin, ReportsThatThereIsNoHelperAsAnException) {

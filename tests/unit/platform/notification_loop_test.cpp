@@ -86,6 +86,22 @@ TEST_F(TheNotificationLoop, GoesOnAfterAnExceptionAndClosesTheProcess) {
   EXPECT_THAT(system_.OpenHandles(), ::testing::IsEmpty());
 }
 
+TEST_F(TheNotificationLoop, GoesOnAfterAnExceptionOfTheTabTitleLookUp) {
+  static bool throwNext;
+  throwNext = true;
+  UserLookup userLookup = [](void*, std::wstring&) -> unsigned char { return 1; };
+  TabTitleLookup tabTitleLookup = [](ULong32, std::wstring, std::wstring&) -> std::vector<std::wstring> {
+    if (std::exchange(throwNext, false)) throw std::runtime_error("a look-up throws");
+    return {};
+  };
+  DirectoryTest directoryTest = &IsDirectory;
+  ReadEventCache downloads(userLookup, tabTitleLookup, directoryTest);
+  Run({Message(1, 7, u"\\first"), Message(1, 8, u"\\second")}, downloads);
+  EXPECT_THAT(system_.transcript.StartingWith("log 3"), ElementsAre("log 3 Exception caught in filter loop"));
+  EXPECT_EQ(downloads.GetCacheCount(), 1U);
+  EXPECT_THAT(system_.OpenHandles(), ::testing::IsEmpty());
+}
+
 TEST_F(TheNotificationLoop, FilesTheEventAsTheDriverReportedIt) {
   auto downloads = MakeCache([](void*, std::wstring& user) -> unsigned char {
     user = L"ann";

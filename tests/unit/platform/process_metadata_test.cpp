@@ -8,11 +8,16 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
+#include "log/log.h"
+#include "support/heap_watch.h"
 #include "support/import_table.h"
+#include "support/transcript.h"
 
 namespace ostrel::test {
 
@@ -34,6 +39,9 @@ struct Process {
   std::wstring executable;
 };
 
+// Why there is no list of processes.
+constexpr DWORD NO_LIST = ERROR_BAD_LENGTH;
+
 // A desktop and the processes behind it, of the test's choosing. A window handle is the number of the window,
 // counted from 1.
 class ScriptedDesktop {
@@ -46,7 +54,14 @@ class ScriptedDesktop {
   std::vector<Window> windows;
   std::vector<Process> processes;
   bool canSnapshot = true;
+  bool canReadFirst = true;
   int openSnapshots = 0;
+
+  // Done when the system is asked how long a title is.
+  std::function<void()> whenMeasured;
+  // What happened: the windows shown to a search, and the snapshots, by their flags and process id.
+  std::vector<std::wstring> shown;
+  std::vector<std::pair<DWORD, DWORD>> snapshots;
 
   static HWND Handle(std::size_t number) { return reinterpret_cast<HWND>(number); }
 
@@ -57,6 +72,7 @@ class ScriptedDesktop {
 
   static BOOL WINAPI EnumWindows(WNDENUMPROC callback, LPARAM parameter) {
     for (std::size_t i = 1; i <= current->windows.size(); ++i) {
+      current->shown.push_back(Of(Handle(i)).title);
       if (!callback(Handle(i), parameter)) return FALSE;
     }
     return TRUE;
@@ -75,21 +91,34 @@ class ScriptedDesktop {
   // As the system's: some value other than 0.
   static BOOL WINAPI IsWindowVisible(HWND window) { return Of(window).isVisible ? 16 : 0; }
 
-  static int WINAPI GetWindowTextLengthW(HWND window) { return static_cast<int>(Of(window).title.size()); }
+  static int WINAPI GetWindowTextLengthW(HWND window) {
+    const auto length = static_cast<int>(Of(window).title.size());
+    current->measured_ = length;
+    if (current->whenMeasured) current->whenMeasured();
+    return length;
+  }
 
   static int WINAPI GetWindowTextW(HWND window, wchar_t* text, int capacity) {
     const std::wstring& title = Of(window).title;
-    EXPECT_EQ(static_cast<std::size_t>(capacity), title.size() + 1);
+    EXPECT_EQ(capacity, current->measured_ + 1);
     std::copy_n(title.c_str(), title.size() + 1, text);
     return static_cast<int>(title.size());
   }
 
   // The list of processes, or the modules of one: the handle says which.
   static HANDLE WINAPI CreateToolhelp32Snapshot(DWORD flags, DWORD id) {
-    if (!current->canSnapshot) return INVALID_HANDLE_VALUE;
+    current->snapshots.emplace_back(flags, id);
+    if (!current->canSnapshot) {
+      SetLastError(NO_LIST);
+      return INVALID_HANDLE_VALUE;
+    }
     ++current->openSnapshots;
     if (flags == TH32CS_SNAPPROCESS) current->position_ = 0;
     return reinterpret_cast<HANDLE>(flags == TH32CS_SNAPPROCESS ? LIST : LIST + id);
+  }
+
+  static BOOL WINAPI Process32FirstW(HANDLE list, PROCESSENTRY32W* entry) {
+    return current->canReadFirst ? Process32NextW(list, entry) : FALSE;
   }
 
   static BOOL WINAPI Process32NextW(HANDLE, PROCESSENTRY32W* entry) {
@@ -98,6 +127,7 @@ class ScriptedDesktop {
     const Process& process = current->processes[current->position_++];
     entry->th32ProcessID = process.id;
     entry->th32ParentProcessID = process.parentId;
+    std::copy_n(process.executable.c_str(), process.executable.size() + 1, entry->szExeFile);
     return TRUE;
   }
 
@@ -128,6 +158,7 @@ class ScriptedDesktop {
   static constexpr std::size_t LIST = 0x7000000;
 
   std::size_t position_ = 0;
+  int measured_ = 0;
   ImportPatch enumWindows_ = Replace<decltype(::EnumWindows)>("EnumWindows", &EnumWindows);
   ImportPatch getWindowThreadProcessId_ =
       Replace<decltype(::GetWindowThreadProcessId)>("GetWindowThreadProcessId", &GetWindowThreadProcessId);
@@ -138,7 +169,7 @@ class ScriptedDesktop {
   ImportPatch getWindowText_ = Replace<decltype(::GetWindowTextW)>("GetWindowTextW", &GetWindowTextW);
   ImportPatch createSnapshot_ =
       Replace<decltype(::CreateToolhelp32Snapshot)>("CreateToolhelp32Snapshot", &CreateToolhelp32Snapshot);
-  ImportPatch process32First_ = Replace<decltype(::Process32FirstW)>("Process32FirstW", &Process32NextW);
+  ImportPatch process32First_ = Replace<decltype(::Process32FirstW)>("Process32FirstW", &Process32FirstW);
   ImportPatch process32Next_ = Replace<decltype(::Process32NextW)>("Process32NextW", &Process32NextW);
   ImportPatch module32First_ = Replace<decltype(::Module32FirstW)>("Module32FirstW", &Module32FirstW);
   ImportPatch closeHandle_ = Replace<decltype(::CloseHandle)>("CloseHandle", &CloseHandle);
@@ -146,7 +177,12 @@ class ScriptedDesktop {
 
 class TitlesOfAProcess : public ::testing::Test {
  protected:
-  ~TitlesOfAProcess() override { EXPECT_EQ(desktop_.openSnapshots, 0); }
+  TitlesOfAProcess() { SetLogSink(&Transcript::RecordLog, LOG_DETAIL); }
+  ~TitlesOfAProcess() override {
+    SetLogSink(nullptr, 0);
+    EXPECT_EQ(desktop_.openSnapshots, 0);
+    EXPECT_EQ(transcript_.Logs(), expectedLog_);
+  }
 
   std::vector<std::wstring> Find(const wchar_t* name = L"chrome.exe") {
     code_ = PROXY_UNKNOWN;
@@ -155,6 +191,11 @@ class TitlesOfAProcess : public ::testing::Test {
 
   ScriptedDesktop desktop_;
   ResponseCode code_ = PROXY_UNKNOWN;
+  // Looking for titles logs nothing of its own.
+  Lines expectedLog_;
+
+ private:
+  Transcript transcript_;
 };
 
 TEST_F(TitlesOfAProcess, AreThatOfItsMainWindow) {
@@ -166,6 +207,41 @@ TEST_F(TitlesOfAProcess, AreThatOfItsMainWindow) {
 TEST_F(TitlesOfAProcess, AreOnlyTheFirstOfSeveral) {
   desktop_.windows = {{42, L"First"}, {42, L"Second"}};
   EXPECT_THAT(Find(), ElementsAre(L"First"));
+  EXPECT_THAT(desktop_.shown, ElementsAre(L"First"));
+  EXPECT_THAT(desktop_.snapshots, IsEmpty());
+}
+
+TEST_F(TitlesOfAProcess, AreWholeHoweverLong) {
+  const std::wstring title(40'000, L't');
+  desktop_.windows = {{42, title}};
+  EXPECT_THAT(Find(), ElementsAre(title));
+}
+
+// The window changes its title as it likes.
+TEST_F(TitlesOfAProcess, MayBeEmptyByTheTimeTheyAreRead) {
+  desktop_.windows = {{42, L"Gone"}, {42, L"Second"}};
+  desktop_.whenMeasured = [this] { desktop_.windows[0].title.clear(); };
+  EXPECT_THAT(Find(), ElementsAre(L""));
+  EXPECT_EQ(code_, SUCCESS);
+}
+
+// Nothing may be thrown through the system's own code.
+TEST_F(TitlesOfAProcess, AreNoLongerSoughtWhenMemoryIsShort) {
+  desktop_.windows = {{42, L"A title that no short string holds"}, {42, L"Second"}};
+  desktop_.processes = {{42, 40, L"chrome.exe"}};
+  const HeapWatch heap(GetModuleHandleW(nullptr));
+  // The room for the text, the text that is kept, and the room for it in the list.
+  for (const int allocation : {1, 2, 3}) {
+    SCOPED_TRACE(allocation);
+    desktop_.shown.clear();
+    desktop_.shown.reserve(10);
+    desktop_.whenMeasured = [allocation] { HeapWatch::Begin(allocation); };
+    EXPECT_THAT(Find(), IsEmpty());
+    EXPECT_TRUE(HeapWatch::HasRefused());
+    EXPECT_EQ(code_, TABTITLE_MAIN_WINDOWS_NOT_FOUND);
+    // Then both again, for the parent, which owns neither.
+    EXPECT_THAT(desktop_.shown, ElementsAre(desktop_.windows[0].title, desktop_.windows[0].title, L"Second"));
+  }
 }
 
 TEST_F(TitlesOfAProcess, PassOverWindowsWithAnOwnerInvisibleOnesAndThoseWithoutATitle) {
@@ -181,10 +257,12 @@ TEST_F(TitlesOfAProcess, AreNoneWhenItsOnlyMainWindowHasNone) {
 }
 
 TEST_F(TitlesOfAProcess, AreItsParentsWhenItHasNoWindow) {
-  desktop_.windows = {{40, L"Parent"}};
+  desktop_.windows = {{4, L"Wrong"}, {40, L"Parent"}};
   desktop_.processes = {{4, 0, L"System"}, {42, 40, L"chrome.exe"}, {42, 4, L"again"}};
   EXPECT_THAT(Find(), ElementsAre(L"Parent"));
   EXPECT_EQ(code_, SUCCESS);
+  const DWORD processList = TH32CS_SNAPPROCESS;
+  EXPECT_THAT(desktop_.snapshots, ElementsAre(std::pair(processList, DWORD{0})));
 }
 
 TEST_F(TitlesOfAProcess, AreNotItsGrandparents) {
@@ -208,6 +286,14 @@ TEST_F(TitlesOfAProcess, AreNoneWithoutAList) {
   EXPECT_EQ(code_, TABTITLE_MAIN_WINDOWS_NOT_FOUND);
 }
 
+TEST_F(TitlesOfAProcess, AreNoneWhenTheListCannotBeRead) {
+  desktop_.canReadFirst = false;
+  desktop_.windows = {{40, L"Parent"}};
+  desktop_.processes = {{42, 40, L"chrome.exe"}};
+  EXPECT_THAT(Find(), IsEmpty());
+  EXPECT_EQ(code_, TABTITLE_MAIN_WINDOWS_NOT_FOUND);
+}
+
 class TitlesOfAnEdgeProcess : public TitlesOfAProcess {
  protected:
   TitlesOfAnEdgeProcess() {
@@ -215,6 +301,12 @@ class TitlesOfAnEdgeProcess : public TitlesOfAProcess {
                           {50, 4, L"ApplicationFrameHost.exe"},
                           {51, 4, L"APPLICATIONFRAMEHOST.EXE"}};
   }
+
+  // What looking processes up by name says of those found.
+  const Lines added_ = {
+      "log 7 Added process 50 ApplicationFrameHost.exe to list of processes to monitor",
+      "log 7 Added process 51 APPLICATIONFRAMEHOST.EXE to list of processes to monitor",
+  };
 };
 
 TEST_F(TitlesOfAnEdgeProcess, AreThoseOfTheFirstFrameHostThatHasOne) {
@@ -223,7 +315,14 @@ TEST_F(TitlesOfAnEdgeProcess, AreThoseOfTheFirstFrameHostThatHasOne) {
                               L"C:\\MicrosoftEdgeCP.exe\\y"}) {
     EXPECT_THAT(Find(name), ElementsAre(L"Frame"));
     EXPECT_EQ(code_, SUCCESS);
+    expectedLog_.insert(expectedLog_.end(), added_.begin(), added_.end());
   }
+}
+
+TEST_F(TitlesOfAnEdgeProcess, AreOnlyThatOfTheFirstFrameHost) {
+  desktop_.windows = {{51, L"Second host"}, {50, L"First host"}};
+  EXPECT_THAT(Find(L"MicrosoftEdge.exe"), ElementsAre(L"First host"));
+  expectedLog_ = added_;
 }
 
 TEST_F(TitlesOfAnEdgeProcess, GoByItsNameInThisCaseOnly) {
@@ -244,6 +343,16 @@ TEST_F(TitlesOfAnEdgeProcess, AreNoneWhenNoFrameHostHasOne) {
   desktop_.windows = {{42, L"Own"}, {50, L""}};
   EXPECT_THAT(Find(L"MicrosoftEdge.exe"), IsEmpty());
   EXPECT_EQ(code_, TABTITLE_MAIN_WINDOWS_NOT_FOUND);
+  expectedLog_ = added_;
+}
+
+TEST_F(TitlesOfAnEdgeProcess, AreNoneWithoutAList) {
+  desktop_.canSnapshot = false;
+  desktop_.windows = {{50, L"Frame"}};
+  EXPECT_THAT(Find(L"MicrosoftEdge.exe"), IsEmpty());
+  EXPECT_EQ(code_, TABTITLE_NOAPP_FRAME_HOST);
+  ASSERT_EQ(desktop_.snapshots.size(), 1U);
+  expectedLog_ = {"log 3 Could not get system snapshot. " + std::to_string(NO_LIST)};
 }
 
 TEST_F(TitlesOfAnEdgeProcess, AreThoseOfTheFirst32FrameHostsOnly) {
@@ -254,6 +363,13 @@ TEST_F(TitlesOfAnEdgeProcess, AreThoseOfTheFirst32FrameHostsOnly) {
   EXPECT_EQ(code_, TABTITLE_MAIN_WINDOWS_NOT_FOUND);
   desktop_.windows = {{131, L"Frame 32"}};
   EXPECT_THAT(Find(L"MicrosoftEdge.exe"), ElementsAre(L"Frame 32"));
+  for (int search = 0; search < 2; ++search) {
+    for (int id = 100; id < 131; ++id) {
+      expectedLog_.push_back("log 7 Added process " + std::to_string(id) +
+                             " ApplicationFrameHost.exe to list of processes to monitor");
+    }
+    expectedLog_.push_back("log 3 More processes than we have room for.");
+  }
 }
 
 TEST_F(TitlesOfAProcess, ComeFromAWindowWithoutAnOwnerThatIsVisible) {

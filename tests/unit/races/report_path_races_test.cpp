@@ -1,7 +1,6 @@
 // The road from the caches to the host's callbacks with all its threads at once: the notification loop files
 // events, the packet reader files streams, the disk event thread reports, the host switches. What asks
-// Windows on that road, the size of a file, the name of an endpoint and a file's metadata, is answered here,
-// so that it runs under ThreadSanitizer.
+// Windows on that road is answered by the test, so that it runs under ThreadSanitizer.
 
 #include <gtest/gtest.h>
 
@@ -15,30 +14,8 @@
 #include "cache/cache_callbacks.h"
 #include "cache/tab_title_switch.h"
 #include "detect/disk_event_worker.h"
-#include "detect/endpoint_texts.h"
-#include "detect/file_size.h"
 #include "support/log_capture.h"
 #include "support/test_thread.h"
-#include "userhelper/helper_requests.h"
-
-namespace ostrel {
-
-constexpr std::uint64_t FILE_SIZE = 10;
-
-std::uint64_t GetFileSizeOrMax(const std::wstring& /*path*/) {
-  return FILE_SIZE;
-}
-
-void DescribeEndpoint(const IpPort& /*endpoint*/, EndpointTexts& texts) {
-  texts.address[0] = L'1';
-}
-
-FileMetaData GetFileMetaDataFromUserHelper(const std::wstring& /*filePath*/, std::wstring& status) {
-  status = L"METADATA_SUCCESS";
-  return {};
-}
-
-}  // namespace ostrel
 
 namespace {
 

@@ -1,22 +1,21 @@
 // Guards against costs that grow with the square of the cache, or with the cache when nothing is due.
-// Durations are only compared with each other, each as the best of several runs, so that the speed of the
-// machine does not matter.
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "cache/cache_callbacks.h"
 #include "cache/read_event_cache.h"
+#include "speed/growth.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using ostrel::ULong32;
+using ostrel_test::Clock;
+using ostrel_test::CostGrowsBelow;
 
 constexpr unsigned long long NOW = 100001;
 constexpr unsigned long long DUE = 40000;
@@ -26,6 +25,12 @@ std::unique_ptr<ReadEventCache> EmptyCache() {
   ostrel_test::cacheCallbacks = ostrel_test::OrdinaryCallbacks();
   return std::make_unique<ReadEventCache>(ostrel_test::userLookup, ostrel_test::tabTitleLookup,
                                           ostrel_test::directoryTest);
+}
+
+void GiveEveryProcessATitle() {
+  ostrel_test::cacheCallbacks.titles = [](ULong32, const std::wstring&, std::wstring&) {
+    return std::vector<std::wstring>{L"a title"};
+  };
 }
 
 std::wstring Name(std::size_t number) {
@@ -61,25 +66,63 @@ Clock::duration TimeOfIdlePasses(std::size_t cached) {
   return Clock::now() - start;
 }
 
-Clock::duration BestOf(int runs, Clock::duration (*measure)(std::size_t), std::size_t cached) {
-  Clock::duration best = measure(cached);
-  for (int run = 1; run < runs; ++run) best = std::min(best, measure(cached));
-  return best;
+Clock::duration TimeOfTaking(ReadEventCache& cache, std::size_t expected, std::size_t left) {
+  const Clock::time_point start = Clock::now();
+  const std::size_t taken = cache.GetEvents(NOW).size();
+  const Clock::duration duration = Clock::now() - start;
+  EXPECT_EQ(taken, expected);
+  EXPECT_EQ(cache.GetCacheCount(), left);
+  return duration;
 }
 
-// Whether four or a hundred times the events cost less than `limit` times the time, in one of a few attempts.
-bool CostGrowsBelow(double limit, Clock::duration (*measure)(std::size_t), std::size_t few,
-                    std::size_t many) {
-  for (int attempt = 0; attempt < 3; ++attempt) {
-    const auto ofFew = static_cast<double>(BestOf(3, measure, few).count());
-    const auto ofMany = static_cast<double>(BestOf(3, measure, many).count());
-    if (ofMany < limit * std::max(ofFew, 1.0)) return true;
+// Every event is due and of the same file.
+Clock::duration TimeOfTakingOneFile(std::size_t processes) {
+  const std::unique_ptr<ReadEventCache> cache = EmptyCache();
+  for (std::size_t i = 0; i < processes; ++i) Add(*cache, 0, static_cast<ULong32>(i), DUE);
+  return TimeOfTaking(*cache, 1, 0);
+}
+
+Clock::duration TimeOfTakingOneFileWithHints(std::size_t processes) {
+  const std::unique_ptr<ReadEventCache> cache = EmptyCache();
+  GiveEveryProcessATitle();
+  for (std::size_t i = 0; i < processes; ++i) Add(*cache, 0, static_cast<ULong32>(i), DUE);
+  return TimeOfTaking(*cache, 1, 0);
+}
+
+void AddDueAndCached(ReadEventCache& cache, std::size_t files) {
+  for (std::size_t i = 0; i < files; ++i) {
+    Add(cache, i, 1, DUE);
+    Add(cache, i, 2, NOT_DUE);
   }
-  return false;
+}
+
+// Every due event gives way to a cached one.
+Clock::duration TimeOfHoldingBack(std::size_t files) {
+  const std::unique_ptr<ReadEventCache> cache = EmptyCache();
+  AddDueAndCached(*cache, files);
+  return TimeOfTaking(*cache, 0, files);
+}
+
+// Every due event takes a cached one out.
+Clock::duration TimeOfSuperseding(std::size_t files) {
+  const std::unique_ptr<ReadEventCache> cache = EmptyCache();
+  GiveEveryProcessATitle();
+  AddDueAndCached(*cache, files);
+  return TimeOfTaking(*cache, files, 0);
 }
 
 TEST(ReadEventCacheSpeed, FourTimesTheEventsCostFarLessThanSixteenTimesTheTime) {
   EXPECT_TRUE(CostGrowsBelow(10, TimeOfOnePass, 25000, 100000));
+}
+
+TEST(ReadEventCacheSpeed, DroppingAllDueEventsOfAFileButOneDoesNotGrowWithTheirSquare) {
+  EXPECT_TRUE(CostGrowsBelow(10, TimeOfTakingOneFile, 5000, 20000));
+  EXPECT_TRUE(CostGrowsBelow(10, TimeOfTakingOneFileWithHints, 5000, 20000));
+}
+
+TEST(ReadEventCacheSpeed, ComparingDueEventsWithCachedOnesDoesNotGrowWithTheirSquare) {
+  EXPECT_TRUE(CostGrowsBelow(10, TimeOfHoldingBack, 5000, 20000));
+  EXPECT_TRUE(CostGrowsBelow(10, TimeOfSuperseding, 5000, 20000));
 }
 
 TEST(ReadEventCacheSpeed, APassWithNothingDueDoesNotGrowWithTheCache) {

@@ -141,6 +141,29 @@ TEST_F(JudgingMetaData, KeepsTheSizeOfAFileWithoutADigest) {
   }
 }
 
+class JudgingAChannel : public Judging {};
+
+TEST_F(JudgingAChannel, TakesOneWithoutAComplaint) {
+  EXPECT_TRUE(JudgeAutoProxyChannel(L"", &error_));
+  EXPECT_TRUE(JudgeCloudLoginChannel(L"", &error_));
+  EXPECT_EQ(Outcome(), L"");
+}
+
+TEST_F(JudgingAChannel, OfTheProxyRefusesOneWithAComplaint) {
+  EXPECT_FALSE(JudgeAutoProxyChannel(L"WORD_%s", &error_));
+  EXPECT_EQ(
+      Outcome(),
+      L"error: PROXY:: Unable to get auto proxy configuration url, error creating pipe (status=WORD_%s).");
+  EXPECT_THAT(log_.Take(), IsEmpty());
+}
+
+TEST_F(JudgingAChannel, OfACloudLoginRefusesOneWithAComplaint) {
+  EXPECT_FALSE(JudgeCloudLoginChannel(L"WORD_%s", &error_));
+  EXPECT_EQ(Outcome(),
+            L"error: CLOUDLOGIN:: Unable to get cloud login, error creating pipe (status=WORD_%s).");
+  EXPECT_THAT(log_.Take(), IsEmpty());
+}
+
 class JudgingAProxyUrl : public Judging {
  protected:
   std::wstring Judge() {

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <sstream>
+#include <type_traits>
 
 namespace {
 
@@ -60,6 +62,23 @@ TEST(ARequest, OfAnotherTypeEndsBehindTheResponseIdentifier) {
   RequestMessage request(L"a", L"bc", L"provider", L"home");
   request.messageType = 4;
   EXPECT_EQ(TextOf(request), L"1,4,1,a,2,bc,");
+}
+
+TEST(ARequest, IsAPlainRecordOfFieldsInTheirOrder) {
+  EXPECT_FALSE(std::is_polymorphic_v<RequestMessage>);
+  const RequestMessage request(L"a", L"bc");
+  const auto place = [&request](const auto& field) {
+    return static_cast<std::size_t>(reinterpret_cast<const char*>(&field) -
+                                    reinterpret_cast<const char*>(&request));
+  };
+  const std::size_t text = sizeof(std::wstring);
+  EXPECT_EQ(place(request.version), 0U);
+  EXPECT_EQ(place(request.messageType), 4U);
+  EXPECT_EQ(place(request.commandId), 8U);
+  EXPECT_EQ(place(request.responseId), 8U + text);
+  EXPECT_EQ(place(request.processId), 8U + 2 * text);
+  EXPECT_EQ(place(request.firstText), 16U + 2 * text);
+  EXPECT_EQ(place(request.secondText), 16U + 3 * text);
 }
 
 TEST(ARequest, WritesTheLargestProcessIdWithoutASign) {

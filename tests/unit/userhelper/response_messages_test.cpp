@@ -3,8 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
 #include <sstream>
 #include <type_traits>
+#include <vector>
 
 namespace {
 
@@ -501,6 +505,61 @@ TEST(CloudResponse, ReadsWhatItWrites) {
   EXPECT_TRUE(read.isValid);
   EXPECT_EQ(read.responseCode, CLOUDLOGIN_NO_SIGNIN_VALUE_IN_REGISTRY);
   EXPECT_EQ(read.login, L"ann");
+}
+
+// Layout
+
+// Where a record keeps its fields, from its start.
+template <typename Record, typename... Fields>
+std::vector<std::ptrdiff_t> Places(const Record& record, const Fields&... fields) {
+  const auto* const start = reinterpret_cast<const char*>(&record);
+  return {reinterpret_cast<const char*>(&fields) - start...};
+}
+
+template <typename Response>
+void ExpectHeadFirst(const Response& response, std::ptrdiff_t firstExtra) {
+  // Behind the pointer to the virtual functions.
+  const auto places =
+      Places(response, response.messageType, response.responseCode, response.responseId, response.isValid);
+  const auto pointer = static_cast<std::ptrdiff_t>(sizeof(void*));
+  EXPECT_THAT(places, ElementsAre(pointer, pointer + 4, pointer + 8,
+                                  pointer + 8 + static_cast<std::ptrdiff_t>(sizeof(std::wstring))));
+  EXPECT_GT(firstExtra, places.back());
+}
+
+TEST(TheFieldsOfAResponse, StandInTheirOrder) {
+  const ResponseMessageTabTitles titles(ID);
+  ExpectHeadFirst(titles, Places(titles, titles.titles)[0]);
+  const ResponseMessageMetaData metaData(ID);
+  const auto places = Places(metaData, metaData.sha256Hex, metaData.md5Hex, metaData.fileSize,
+                             metaData.extraLength, metaData.extraText);
+  ExpectHeadFirst(metaData, places[0]);
+  EXPECT_TRUE(std::is_sorted(places.begin(), places.end()));
+  const ResponseMessageAutoProxyConfigUrl proxy(ID);
+  ExpectHeadFirst(proxy, Places(proxy, proxy.url)[0]);
+  const ResponseMessageCloudStorageProviderLogin cloud(ID);
+  ExpectHeadFirst(cloud, Places(cloud, cloud.login)[0]);
+}
+
+TEST(TheFieldsOfAResponse, AreInTheSamePlacesForAUrlAsForALogin) {
+  const ResponseMessageAutoProxyConfigUrl proxy(ID);
+  const ResponseMessageCloudStorageProviderLogin cloud(ID);
+  EXPECT_EQ(sizeof(proxy), sizeof(cloud));
+  EXPECT_EQ(Places(proxy, proxy.url), Places(cloud, cloud.login));
+}
+
+// A pointer to a virtual member function holds one more than the place of its slot.
+template <typename Function>
+std::size_t SlotOf(Function function) {
+  std::size_t place = 0;
+  std::memcpy(&place, &function, sizeof(place));
+  EXPECT_EQ(place % sizeof(void*), 1U) << "the function is not virtual";
+  return place / sizeof(void*);
+}
+
+TEST(TheVirtualFunctionsOfAResponse, AreSerializeThenDeserialize) {
+  EXPECT_EQ(SlotOf(&ResponseMessage::Serialize), 0U);
+  EXPECT_EQ(SlotOf(&ResponseMessage::Deserialize), 1U);
 }
 
 // The stream afterwards

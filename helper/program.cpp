@@ -1,0 +1,79 @@
+#include "program.h"
+
+#include <windows.h>
+
+#include <chrono>
+#include <exception>
+#include <string>
+#include <string_view>
+
+#include "command_line.h"
+#include "failure.h"
+#include "pipe_server.h"
+#include "responder.h"
+#include "service.h"
+#include "watched_session.h"
+#include "windows_registry.h"
+#include "windows_session.h"
+
+namespace ostrel::helper {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+// The library looks for the pipe for a few seconds, and asks at once.
+constexpr Service::Patience SERVICE_PATIENCE{.launcher = 20s, .client = 1s, .delivery = 5s};
+// Nothing but the helper's end can free the library of a request that takes longer than it has time for.
+constexpr WatchedSession::Patience ANSWER_PATIENCE{.metadata = 10s, .anythingElse = 2s};
+// Leaves time to say that it was not enough.
+constexpr std::chrono::milliseconds FILE_PATIENCE = 9s;
+
+// Started by the library there is no console, and nobody reads it.
+void Say(DWORD standardHandle, std::string_view text) {
+  DWORD written = 0;
+  WriteFile(GetStdHandle(standardHandle), text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+}
+
+void Complain(const std::string& message) {
+  Say(STD_ERROR_HANDLE, "OstrelUserHelper: " + message + "\n");
+}
+
+// Some call of the system does not return, so nothing is left to be cleaned up in order. Takes no memory:
+// that call may hold the lock.
+void EndAtOnce() {
+  Say(STD_ERROR_HANDLE, "OstrelUserHelper: the answer took too long\n");
+  TerminateProcess(GetCurrentProcess(), static_cast<UINT>(ExitCode::TimeUp));
+}
+
+void Serve(const Launch& launch) {
+  PipeServer pipe(launch.channelName);
+  const WindowsRegistry registry;
+  WindowsSession windows(registry, FILE_PATIENCE);
+  WatchedSession session(windows, ANSWER_PATIENCE, EndAtOnce);
+  const Responder responder(launch.commandId, session);
+  Service(pipe, responder, SERVICE_PATIENCE, Complain).ServeLauncher();
+}
+
+}  // namespace
+
+ExitCode RunProgram(std::wstring_view whole) {
+  try {
+    const CommandLine commandLine = ParseCommandLine(whole);
+    if (!commandLine.launch) {
+      const bool isError = commandLine.exitCode != ExitCode::Answered;
+      Say(isError ? STD_ERROR_HANDLE : STD_OUTPUT_HANDLE, commandLine.text);
+      return commandLine.exitCode;
+    }
+    Serve(*commandLine.launch);
+    return ExitCode::Answered;
+  } catch (const Failure& failure) {
+    Complain(failure.what());
+    return failure.Code();
+  } catch (const std::exception& error) {
+    Complain(std::string("unexpected error: ") + error.what());
+    return ExitCode::Internal;
+  }
+}
+
+}  // namespace ostrel::helper

@@ -1,0 +1,379 @@
+// The library loaded and unloaded at the worst moments: with everything under way, while the helper hangs,
+// while the host's callback blocks, while floods run.
+//
+// OSTREL_TORTURE_CYCLES, where set, says how often it is loaded and unloaded in the test that counts handles.
+
+#include <gmock/gmock.h>
+#include <windows.h>
+// Needs windows.h before it.
+#include <tlhelp32.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cwchar>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "driver_link.h"
+#include "e2e/network_on_lab.h"
+#include "soak/setting.h"
+#include "support/lock.h"
+#include "support/open_handles.h"
+#include "support/private_bytes.h"
+#include "user_session/stand_in_helper.h"
+#include "util/unique_handle.h"
+
+namespace ostrel::test {
+
+namespace {
+
+using lab::DriverLink;
+
+constexpr std::uint64_t A_DAY = 86'400'000;
+constexpr std::int32_t READ = 0;
+constexpr std::int32_t CLOUD = 4;
+
+// Of most lines nothing is kept: what the program takes from the heap is watched.
+struct {
+  std::atomic<std::size_t> filedRecords{0};
+  std::atomic<std::size_t> receivedEvents{0};
+  std::atomic<std::size_t> startedHelpers{0};
+  std::atomic<std::size_t> startedLoops{0};
+  std::atomic<std::size_t> endedLoops{0};
+  std::atomic<std::size_t> endedReaders{0};
+  std::atomic<std::size_t> closedBefore{0};
+  std::atomic<std::size_t> blockedThreads{0};
+} logged;
+
+struct {
+  Lock lock;
+  std::vector<std::wstring> lines;
+} otherErrors;
+
+void ForgetOtherErrors() {
+  const Lock::Holder holder(otherErrors.lock);
+  otherErrors.lines.clear();
+}
+
+std::vector<std::wstring> OtherErrors() {
+  const Lock::Holder holder(otherErrors.lock);
+  return otherErrors.lines;
+}
+
+void CountLine(const wchar_t* text, std::uint32_t level) {
+  const auto has = [text](const wchar_t* part) { return std::wcsstr(text, part) != nullptr; };
+  if (has(L": added ")) ++logged.filedRecords;
+  if (has(L"Received event: ")) ++logged.receivedEvents;
+  if (has(L"Created Ostrel user proc successfully")) ++logged.startedHelpers;
+  if (has(L"Notification procedure started.")) ++logged.startedLoops;
+  if (has(L"GetNWPacketInfo thread ended")) ++logged.endedReaders;
+  const bool portIsGone = has(L"receiving notifications: HResult: 80070006");
+  if (has(L"Driver unloaded.") || portIsGone) ++logged.endedLoops;
+  if (level != 3 || portIsGone) return;
+  if (has(L"Could not close handle to NW driver. Code: 6")) {
+    ++logged.closedBefore;
+  } else if (has(L"Disk Event thread never ended.")) {
+    ++logged.blockedThreads;
+  } else if (!has(L"OpenService failed (1060).")) {
+    const Lock::Holder holder(otherErrors.lock);
+    otherErrors.lines.emplace_back(text);
+  }
+}
+
+// A host's callback for cloud-drive events that blocks while it is told to.
+struct {
+  Lock lock;
+  bool isToBlock = false;
+  bool isBlocking = false;
+  std::size_t reports = 0;
+} callback;
+
+void OnCloud(const wchar_t*, const wchar_t*, const wchar_t*, std::uint64_t, std::uint32_t) {
+  Lock::Holder holder(callback.lock);
+  ++callback.reports;
+  callback.isBlocking = callback.isToBlock;
+  holder.Changed();
+  holder.WaitFor([] { return !callback.isToBlock; }, 6 * PATIENCE);
+  callback.isBlocking = false;
+}
+
+void BlockCallback(bool block) {
+  Lock::Holder holder(callback.lock);
+  callback.isToBlock = block;
+  holder.Changed();
+}
+
+bool WaitUntilCallbackBlocks() {
+  Lock::Holder holder(callback.lock);
+  return holder.WaitFor([] { return callback.isBlocking; });
+}
+
+std::size_t Reports() {
+  const Lock::Holder holder(callback.lock);
+  return callback.reports;
+}
+
+std::size_t ThreadsOfThisProcess() {
+  const UniqueFileHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
+  THREADENTRY32 thread{};
+  thread.dwSize = sizeof(thread);
+  std::size_t count = 0;
+  for (BOOL more = Thread32First(snapshot.Get(), &thread); more;
+       more = Thread32Next(snapshot.Get(), &thread)) {
+    if (thread.th32OwnerProcessID == GetCurrentProcessId()) ++count;
+  }
+  return count;
+}
+
+std::size_t Median(std::vector<std::size_t>::const_iterator begin,
+                   std::vector<std::size_t>::const_iterator end) {
+  std::vector<std::size_t> values(begin, end);
+  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+  std::nth_element(values.begin(), middle, values.end());
+  return *middle;
+}
+
+// By this process, of a file that does not exist.
+OstrelLabEvent Event(std::int32_t type, std::size_t file, std::uint64_t time) {
+  OstrelLabEvent event{};
+  event.processId = GetCurrentProcessId();
+  event.eventTime = time;
+  event.eventType = type;
+  event.streamFlag = 1;
+  event.deviceSourceType = 2;
+  const std::wstring name = L"\\file" + std::to_wstring(file);
+  std::copy(name.begin(), name.end(), event.fileName);
+  return event;
+}
+
+class Torture : public NetworkOnLab {
+ protected:
+  Torture() : NetworkOnLab(CountLine) {
+    ForgetOtherErrors();
+    BlockCallback(false);
+    SetEnvironmentVariableW(BEHAVIOUR_VARIABLE, HANG);
+    ResetEvent(helpersMayEnd_.Get());
+    std::filesystem::current_path(HelperFolder());
+  }
+  ~Torture() override {
+    BlockCallback(false);
+    SetEvent(helpersMayEnd_.Get());
+    SetEnvironmentVariableW(BEHAVIOUR_VARIABLE, nullptr);
+    std::filesystem::current_path(formerFolder_);
+  }
+
+  // Loads the library and switches everything on but tab titles.
+  void LoadAll() {
+    ASSERT_NO_FATAL_FAILURE(Load());
+    SwitchAllOn();
+  }
+
+  static void SwitchAllOn() {
+    const wchar_t* names[] = {L"anything.exe"};
+    ASSERT_EQ(EnablePCDDetection(OnCloud, names, 1, nullptr, 0, nullptr, 0), 1);
+    Enable();
+    DisableTabTitles();
+  }
+
+  // Begins a flood of records and sends file events, of which the library is handling one or another when
+  // this returns.
+  void BeginFloods() {
+    // Few enough for a loaded machine to acknowledge them while the driver waits to unload.
+    constexpr std::size_t FILE_EVENTS = 40;
+    const std::size_t filed = logged.filedRecords;
+    const std::size_t received = logged.receivedEvents;
+    OstrelLabFlood flood{};
+    flood.count = 100'000'000;
+    flood.bytesStep = 1;
+    flood.ports = 8;
+    flood.first = Sent(1);
+    lab::NetworkLink player = Player();
+    player.Flood(flood);
+    SendEvents(FILE_EVENTS);
+    ASSERT_TRUE(WaitFor([&] { return logged.filedRecords > filed && logged.receivedEvents > received; }));
+  }
+
+  // Of both caches, and a day from being due, so that they merge.
+  void SendEvents(std::size_t count) {
+    std::vector<OstrelLabEvent> events;
+    for (std::size_t i = 0; i < count; ++i) {
+      events.push_back(Event(i % 2 == 0 ? READ : CLOUD, i % 20, Sent(1).time + A_DAY));
+    }
+    SendFiles(std::move(events));
+  }
+
+  static void SendFiles(std::vector<OstrelLabEvent> events) {
+    auto driver = DriverLink::TryOpen();
+    ASSERT_TRUE(driver.has_value());
+    driver->Submit(std::move(events));
+  }
+
+  // A cloud-drive event that is due.
+  void SendDue() { SendFiles({Event(CLOUD, ++dueFiles_ + 1000, Sent(1).time - A_DAY)}); }
+
+  void HangTheHelper() {
+    const std::size_t started = logged.startedHelpers;
+    EnableTabTitles();
+    SendFiles({Event(READ, ++hungFiles_ + 2000, Sent(1).time + A_DAY)});
+    ASSERT_TRUE(WaitFor([started] { return logged.startedHelpers > started; })) << "no helper is started";
+  }
+
+  void UnloadInTime() {
+    // The driver waits for its messages for 5 seconds, and the two threads are waited for for 3 each; the
+    // rest is for a loaded machine.
+    constexpr ULONGLONG LONGEST_MILLISECONDS = 5000 + 2 * 3000 + 20'000;
+    const ULONGLONG start = GetTickCount64();
+    ASSERT_EQ(UnloadDriver(), 1);
+    EXPECT_LT(GetTickCount64() - start, LONGEST_MILLISECONDS);
+    DisableRemoteAddressInfo();
+  }
+
+  static bool WaitUntilLoopsEnd() {
+    return WaitFor([] { return logged.endedLoops == logged.startedLoops; });
+  }
+
+  // That a blocked disk event thread is still known keeps the next loading from starting one; the one after
+  // that does.
+  void ExpectThatItWorksAgain() {
+    ASSERT_NO_FATAL_FAILURE(Load());
+    ASSERT_EQ(UnloadDriver(), 1);
+    ASSERT_NO_FATAL_FAILURE(LoadAll());
+    ASSERT_NO_FATAL_FAILURE(BeginFloods());
+    const std::size_t before = Reports();
+    SendDue();
+    EXPECT_TRUE(WaitFor([before] { return Reports() > before; })) << "nothing is reported";
+  }
+
+ private:
+  static std::filesystem::path HelperFolder() {
+    wchar_t path[MAX_PATH] = {};
+    GetModuleFileNameW(nullptr, path, MAX_PATH);
+    return std::filesystem::path(path).parent_path() / OSTREL_HELPER_FROM_STAGE;
+  }
+
+  const std::filesystem::path formerFolder_ = std::filesystem::current_path();
+  const UniqueKernelHandle helpersMayEnd_{CreateEventW(nullptr, TRUE, FALSE, OVER_EVENT)};
+  // Of all tests: the library's caches outlive each.
+  static inline std::size_t dueFiles_ = 0;
+  static inline std::size_t hungFiles_ = 0;
+};
+
+// What is left open, and nothing else: of each packet reader its 63 request events, its stop event and the
+// handle of its thread, and of each disk event thread its stop event. (The filtering session that stays open
+// too is no kernel object in the lab.)
+HandleCounts After(HandleCounts handles, std::size_t readers, std::size_t loads) {
+  handles[L"Event"] += (OSTREL_LAB_NETWORK_READ_REQUESTS + 1) * readers + loads;
+  handles[L"Thread"] += readers;
+  return handles;
+}
+
+TEST_F(Torture, LoadingAndUnloadingWithEverythingUnderWayLeavesNothingButTheThreadsOwnHandles) {
+  constexpr std::size_t WARM_UP = 12;
+  constexpr std::size_t SWITCHING_EVERY = 4;
+  // Fewer than scripts/soak.sh asks for: the test command has little time.
+  const std::size_t cycles = Setting("OSTREL_TORTURE_CYCLES", 60);
+  const std::size_t switchings = cycles / SWITCHING_EVERY;
+  ASSERT_EQ(UnloadDriver(), 1);
+  HandleCounts handlesBefore;
+  std::vector<std::size_t> privateBytes;
+  for (std::size_t cycle = 0; cycle < WARM_UP + cycles; ++cycle) {
+    if (cycle == WARM_UP) {
+      handlesBefore = OpenHandles();
+      privateBytes.clear();
+      logged.endedReaders = 0;
+      logged.closedBefore = 0;
+    }
+    ASSERT_NO_FATAL_FAILURE(LoadAll());
+    ASSERT_NO_FATAL_FAILURE(BeginFloods());
+    if (cycle % SWITCHING_EVERY == 3) {
+      DisableRemoteAddressInfo();
+      Enable();
+      ASSERT_NO_FATAL_FAILURE(BeginFloods());
+    }
+    ASSERT_NO_FATAL_FAILURE(UnloadInTime());
+    ASSERT_TRUE(WaitUntilLoopsEnd());
+    privateBytes.push_back(PrivateBytes());
+  }
+
+  // Unloading ends the reader, and the switching off that follows waits for it once more and finds its device
+  // closed. A stop that took longer than its 3000 milliseconds would be an error line.
+  EXPECT_EQ(logged.endedReaders, 2 * cycles + switchings);
+  EXPECT_EQ(logged.closedBefore, cycles);
+  EXPECT_EQ(logged.blockedThreads, 0U);
+  EXPECT_THAT(OtherErrors(), ::testing::IsEmpty());
+
+  // A notification thread that has said its last word may still be on its way out.
+  const HandleCounts expected = After(handlesBefore, cycles + switchings, cycles);
+  EXPECT_TRUE(WaitFor([&expected] { return AreAsExpected(OpenHandles(), expected); }, PATIENCE))
+      << ::testing::PrintToString(OpenHandles()) << " instead of " << ::testing::PrintToString(expected);
+
+  // The lab's filtering platform keeps half a kilobyte for each session that stays open. What the library
+  // itself would leak, such as its request blocks of 6 KiB, comes on top.
+  const auto quarter = static_cast<std::ptrdiff_t>(cycles / 4);
+  EXPECT_LT(Median(privateBytes.end() - quarter, privateBytes.end()),
+            Median(privateBytes.begin(), privateBytes.begin() + quarter) + cycles * 1024);
+  ASSERT_NO_FATAL_FAILURE(Load());
+}
+
+TEST_F(Torture, UnloadingWhileTheHelperHangsEndsInTimeAndLeavesNoThread) {
+  ASSERT_NO_FATAL_FAILURE(SwitchAllOn());
+  ASSERT_NO_FATAL_FAILURE(UnloadInTime());
+  ASSERT_TRUE(WaitUntilLoopsEnd());
+  const std::size_t threads = ThreadsOfThisProcess();
+  for (const std::size_t waitingBehind : {std::size_t{0}, std::size_t{100}}) {
+    SCOPED_TRACE(waitingBehind);
+    ASSERT_NO_FATAL_FAILURE(LoadAll());
+    ASSERT_NO_FATAL_FAILURE(HangTheHelper());
+    // More than the driver waits for.
+    for (std::size_t i = 0; i < waitingBehind; ++i) {
+      SendFiles({Event(READ, i + 10'000 * waitingBehind, Sent(1).time + A_DAY)});
+    }
+    ASSERT_NO_FATAL_FAILURE(UnloadInTime());
+    ASSERT_TRUE(WaitUntilLoopsEnd());
+    EXPECT_TRUE(WaitFor([threads] { return ThreadsOfThisProcess() <= threads; }))
+        << ThreadsOfThisProcess() << " threads instead of " << threads;
+  }
+  EXPECT_EQ(logged.blockedThreads, 0U);
+  ASSERT_NO_FATAL_FAILURE(ExpectThatItWorksAgain());
+}
+
+TEST_F(Torture, UnloadingWhileTheCallbackBlocksEndsInTimeAndLeavesNoThreadOnceItReturns) {
+  ASSERT_NO_FATAL_FAILURE(SwitchAllOn());
+  ASSERT_NO_FATAL_FAILURE(UnloadInTime());
+  ASSERT_TRUE(WaitUntilLoopsEnd());
+  const std::size_t threads = ThreadsOfThisProcess();
+  const std::size_t blockedBefore = logged.blockedThreads;
+  ASSERT_NO_FATAL_FAILURE(LoadAll());
+  BlockCallback(true);
+  SendDue();
+  ASSERT_TRUE(WaitUntilCallbackBlocks());
+  ASSERT_NO_FATAL_FAILURE(BeginFloods());
+  ASSERT_NO_FATAL_FAILURE(UnloadInTime());
+  EXPECT_EQ(logged.blockedThreads, blockedBefore + 1);
+  ASSERT_TRUE(WaitUntilLoopsEnd());
+  BlockCallback(false);
+  EXPECT_TRUE(WaitFor([threads] { return ThreadsOfThisProcess() <= threads; }))
+      << ThreadsOfThisProcess() << " threads instead of " << threads;
+  ASSERT_NO_FATAL_FAILURE(ExpectThatItWorksAgain());
+}
+
+TEST_F(Torture, UnloadingWhileHelperAndCallbackHangInAFloodEndsInTime) {
+  ASSERT_NO_FATAL_FAILURE(SwitchAllOn());
+  const std::size_t blockedBefore = logged.blockedThreads;
+  BlockCallback(true);
+  SendDue();
+  ASSERT_TRUE(WaitUntilCallbackBlocks());
+  ASSERT_NO_FATAL_FAILURE(BeginFloods());
+  ASSERT_NO_FATAL_FAILURE(HangTheHelper());
+  ASSERT_NO_FATAL_FAILURE(UnloadInTime());
+  EXPECT_EQ(logged.blockedThreads, blockedBefore + 1);
+  BlockCallback(false);
+  ASSERT_TRUE(WaitUntilLoopsEnd());
+  ASSERT_NO_FATAL_FAILURE(ExpectThatItWorksAgain());
+}
+
+}  // namespace
+
+}  // namespace ostrel::test
