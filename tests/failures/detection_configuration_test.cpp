@@ -234,7 +234,7 @@ TEST_F(Configuring, ExcludedPathsAddUpOverCalls) {
 TEST_F(Configuring, ExcludedAndCloudPathsAreKeptOverALaterLoad) {
   ASSERT_EQ(Enable({}, {L"c:\\1"}), 1);
   ASSERT_EQ(EnableCloud({L"cloud.exe"}, {L"c:\\2"}, {L"c:\\3"}), 1);
-  ASSERT_EQ(library_.UnloadDriver(), 1);
+  ASSERT_TRUE(Unload());
   ASSERT_TRUE(Load());
   handles_ = system_.OpenHandles();
   ASSERT_EQ(Enable({}), 1);

@@ -74,6 +74,7 @@ class RefusedMemory {
   static void* Allocate(std::size_t size) {
     if (size < smallest_ || size > largest_) return original_(size);
     ++refusals_;
+    FailureLedger::OfThisProgram().Failed("malloc", ERROR_NOT_ENOUGH_MEMORY);
     return nullptr;
   }
 

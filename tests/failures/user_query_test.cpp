@@ -162,7 +162,7 @@ TEST_P(AUserQuery, SetsItsResultToNullWhenThereIsNoMemoryForIt) {
 }
 
 TEST_P(AUserQuery, AnswersWithoutALogCallback) {
-  ASSERT_EQ(library_.LoadDriver(nullptr, 7), 0);
+  ASSERT_EQ(Returned("LoadDriver", library_.LoadDriver(nullptr, 7)), 0);
   Forget();
   wmi_.objects = {L"VM"};
   EXPECT_EQ(AskIt().second, UNTOUCHED);

@@ -18,6 +18,7 @@ namespace {
 constexpr char VARIABLE[] = "OSTREL_FAILURE_LEDGER";
 constexpr std::string_view LOG_START = "log ";
 constexpr DWORD LARGEST_PLAIN_CODE = 0xFFFF;
+constexpr std::size_t LONGEST_TEXT = 180;
 
 constexpr std::array RELEASING_CALLS = {
     std::string_view("CloseHandle"),       std::string_view("CloseServiceHandle"),
@@ -45,10 +46,10 @@ bool IsError(std::string_view logLine) {
   return logLine.starts_with("log 3 ");
 }
 
-// For one cell of a table.
+// For one cell of a table, where long texts only show that they are long.
 std::string Cell(std::string_view text) {
   std::string cell;
-  for (const char character : text) {
+  for (const char character : text.substr(0, LONGEST_TEXT)) {
     if (character == '|') cell += '\\';
     if (character == '\n') {
       cell += "\\n";
@@ -56,6 +57,7 @@ std::string Cell(std::string_view text) {
       cell += character;
     }
   }
+  if (text.size() > LONGEST_TEXT) cell += "...";
   return cell;
 }
 

@@ -143,6 +143,7 @@ TEST_F(TheDiskEventThread, RefusesASecondStart) {
   Hurry();
   ASSERT_TRUE(Start());
   system_.transcript.Clear();
+  FailureLedger::OfThisProgram().FailedOtherwise("Disk event thread", "runs already");
   EXPECT_FALSE(Start());
   EXPECT_THAT(Calls(), ElementsAre("log 3 Disk Event thread already started!"));
   thread_.Stop();

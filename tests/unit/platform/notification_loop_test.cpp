@@ -102,6 +102,16 @@ TEST_F(TheNotificationLoop, GoesOnAfterAnExceptionOfTheTabTitleLookUp) {
   EXPECT_THAT(system_.OpenHandles(), ::testing::IsEmpty());
 }
 
+TEST_F(TheNotificationLoop, GoesOnAfterAnEventOfATypeThatItDoesNotKnow) {
+  auto downloads = MakeCache(&GetUserOfProcess);
+  FailureLedger::OfThisProgram().FailedOtherwise("Message of the minifilter", "of an unknown type");
+  Run({Message(10, 7, u"\\first"), Message(1, 8, u"\\second")}, downloads);
+  CameTo("The notification loop: goes on with the next message");
+  EXPECT_THAT(Logs(), ::testing::Contains("log 3 Unhandled message from driver: 10"));
+  EXPECT_EQ(downloads.GetCacheCount(), 1U);
+  EXPECT_THAT(system_.OpenHandles(), ::testing::IsEmpty());
+}
+
 TEST_F(TheNotificationLoop, FilesTheEventAsTheDriverReportedIt) {
   auto downloads = MakeCache([](void*, std::wstring& user) -> unsigned char {
     user = L"ann";
