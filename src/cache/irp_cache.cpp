@@ -12,6 +12,13 @@
 
 using ostrel::ULong32;
 
+struct IrpCache::Views {
+  static bool RecordRead(IrpCache& cache, std::wstring_view filePath, ULong32 processId,
+                         unsigned long long time, std::wstring_view processName);
+  static ApplicationType TypeOf(std::wstring_view processName);
+  static bool IsChromiumUpload(IrpCacheMetaData& counts, unsigned long long time, std::wstring_view filePath);
+};
+
 IrpCache::IrpCache() : purgeAge_(10000), lastPurgeTime_(0) {}
 
 IrpCache::IrpCache(const IrpCache& other) = default;
@@ -21,14 +28,14 @@ IrpCache::~IrpCache() = default;
 void IrpCache::AddStdInfoQuery(std::wstring filePath, ULong32 processId, unsigned long long time,
                                std::wstring processName) {
   PurgeEvents(time);
-  const ApplicationType type = GetApplicationType(processName);
+  const ApplicationType type = Views::TypeOf(processName);
   events_[DiskCacheKey(std::move(filePath), GetProcessIdToUse(processId, type))].AddStdInfo(time);
 }
 
 bool IrpCache::AddNetworkInfoQuery(std::wstring filePath, ULong32 processId, unsigned long long time,
                                    std::wstring processName) {
   PurgeEvents(time);
-  const ApplicationType type = GetApplicationType(processName);
+  const ApplicationType type = Views::TypeOf(processName);
   const auto [entry, isNew] =
       events_.try_emplace(DiskCacheKey(std::move(filePath), GetProcessIdToUse(processId, type)));
   IrpCacheMetaData& counts = entry->second;
@@ -43,21 +50,22 @@ bool IrpCache::AddNetworkInfoQuery(std::wstring filePath, ULong32 processId, uns
 
 bool IrpCache::ShouldAllowRead(std::wstring filePath, ULong32 processId, unsigned long long time,
                                std::wstring processName) {
-  return RecordRead(filePath, processId, time, processName);
+  return Views::RecordRead(*this, filePath, processId, time, processName);
 }
 
 bool ostrel::ShouldAllowRead(IrpCache& cache, std::wstring_view filePath, ULong32 processId,
                              unsigned long long time, std::wstring_view processName) {
-  return cache.RecordRead(filePath, processId, time, processName);
+  return IrpCache::Views::RecordRead(cache, filePath, processId, time, processName);
 }
 
-bool IrpCache::RecordRead(std::wstring_view filePath, ULong32 processId, unsigned long long time,
-                          std::wstring_view processName) {
-  PurgeEvents(time);
-  const ApplicationType type = GetApplicationType(processName);
+bool IrpCache::Views::RecordRead(IrpCache& cache, std::wstring_view filePath, ULong32 processId,
+                                 unsigned long long time, std::wstring_view processName) {
+  cache.PurgeEvents(time);
+  const ApplicationType type = TypeOf(processName);
   if (type == Other) return true;
-  const auto entry = events_.find(DiskCacheKey(std::wstring(filePath), GetProcessIdToUse(processId, type)));
-  if (entry == events_.end()) return false;
+  const auto entry =
+      cache.events_.find(DiskCacheKey(std::wstring(filePath), cache.GetProcessIdToUse(processId, type)));
+  if (entry == cache.events_.end()) return false;
 
   IrpCacheMetaData& counts = entry->second;
   counts.AddReadEvent(time);
@@ -68,12 +76,12 @@ bool IrpCache::RecordRead(std::wstring_view filePath, ULong32 processId, unsigne
                        (type == Firefox && counts.GetNetworkInfoCount() >= 1) ||
                        (type == InternetExplorer && counts.GetStdInfoCount() >= 6) ||
                        (type == WinScp && counts.GetStdInfoCount() >= 1);
-  if (!allowed) events_.erase(entry);
+  if (!allowed) cache.events_.erase(entry);
   return allowed;
 }
 
-bool IrpCache::IsChromiumUpload(IrpCacheMetaData& counts, unsigned long long time,
-                                std::wstring_view filePath) {
+bool IrpCache::Views::IsChromiumUpload(IrpCacheMetaData& counts, unsigned long long time,
+                                       std::wstring_view filePath) {
   if (counts.GetNetworkInfoCount() < 2) return false;
   // Unsigned: a query later than the read wraps to a large difference and negates nothing.
   if (counts.GetStdInfoCount() > 0 && time - counts.GetLastStdInfoTime() < 1000) {
@@ -92,7 +100,11 @@ void IrpCache::PurgeEvents(unsigned long long now) {
   }
 }
 
-IrpCache::ApplicationType IrpCache::GetApplicationType(std::wstring_view processName) {
+IrpCache::ApplicationType IrpCache::GetApplicationType(std::wstring processName) {
+  return Views::TypeOf(processName);
+}
+
+IrpCache::ApplicationType IrpCache::Views::TypeOf(std::wstring_view processName) {
   static constexpr std::array<std::pair<std::wstring_view, ApplicationType>, 8> TYPES{{
       {L"chrome.exe", Chromium},
       {L"opera.exe", Chromium},

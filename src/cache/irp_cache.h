@@ -59,12 +59,12 @@ class OSTREL_EXPORT IrpCache {
     Other = 5
   };
 
+  // What needs no copies of the names. Not members: those are exported, and the export table is fixed.
+  struct Views;
+
   void PurgeEvents(unsigned long long now);
-  bool RecordRead(std::wstring_view filePath, ostrel::ULong32 processId, unsigned long long time,
-                  std::wstring_view processName);
-  ApplicationType GetApplicationType(std::wstring_view processName);
+  ApplicationType GetApplicationType(std::wstring processName);
   unsigned long long GetProcessIdToUse(ostrel::ULong32 processId, ApplicationType type);
-  bool IsChromiumUpload(IrpCacheMetaData& counts, unsigned long long time, std::wstring_view filePath);
 
   unsigned long long purgeAge_;
   std::map<DiskCacheKey, IrpCacheMetaData> events_;

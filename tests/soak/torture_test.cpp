@@ -309,11 +309,15 @@ TEST_F(Torture, LoadingAndUnloadingWithEverythingUnderWayLeavesNothingButTheThre
   EXPECT_TRUE(WaitFor([&expected] { return AreAsExpected(OpenHandles(), expected); }, PATIENCE))
       << ::testing::PrintToString(OpenHandles()) << " instead of " << ::testing::PrintToString(expected);
 
-  // The lab's filtering platform keeps half a kilobyte for each session that stays open. What the library
-  // itself would leak, such as its request blocks of 6 KiB, comes on top.
-  const auto quarter = static_cast<std::ptrdiff_t>(cycles / 4);
-  EXPECT_LT(Median(privateBytes.end() - quarter, privateBytes.end()),
-            Median(privateBytes.begin(), privateBytes.begin() + quarter) + cycles * 1024);
+  // The lab's filtering platform keeps half a kilobyte for each session that stays open, and Wine its own
+  // bookkeeping of 80 handles a cycle. What the library would leak, such as its request blocks of 6 KiB,
+  // comes on top; that its own heap is the same after every cycle is among the failure tests.
+  constexpr std::size_t MOST_BYTES_A_CYCLE = 3 * 1024;
+  const std::size_t quarter = cycles / 4;
+  const auto length = static_cast<std::ptrdiff_t>(quarter);
+  EXPECT_LT(
+      Median(privateBytes.end() - length, privateBytes.end()),
+      Median(privateBytes.begin(), privateBytes.begin() + length) + (cycles - quarter) * MOST_BYTES_A_CYCLE);
   ASSERT_NO_FATAL_FAILURE(Load());
 }
 
