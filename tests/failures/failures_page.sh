@@ -60,5 +60,5 @@ TEXT
   sed -n 's/^\([A-Za-z0-9]*\): \(.*\)/| `\1` | \2 |/p' "$reasons"
 } >"$page"
 
-complain "$(diff "$checkout/docs/failures.md" "$page")" "docs/failures.md is not what the tests found; scripts/failures.sh renews it"
+complain "$(diff -N "$checkout/docs/failures.md" "$page")" "docs/failures.md is not what the tests found; scripts/failures.sh renews it"
 exit "$wrong"

@@ -68,7 +68,7 @@ class WmiTest : public LibraryTest {
   // The load fails at once, and leaves the log callback set.
   WmiTest() {
     system_.Fail("OpenProcessToken", 5);
-    Load();
+    EXPECT_FALSE(Load());
     Forget();
   }
   ~WmiTest() override { EXPECT_EQ(wmi_.HeldTexts(), 0); }
