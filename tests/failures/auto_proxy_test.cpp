@@ -45,9 +45,15 @@ class ScriptedSettings {
                           settings->lpszProxy == nullptr && settings->lpszProxyBypass == nullptr;
     current_->transcript_.Add(std::string("WinHttpGetIEProxyConfigForCurrentUser(") +
                               (isZeroed ? "zeroed)" : "not zeroed)"));
-    if (current_->throws) throw std::runtime_error("the settings throw");
+    if (current_->throws) {
+      FailureLedger::OfThisProgram().FailedOtherwise("WinHttpGetIEProxyConfigForCurrentUser", "an exception");
+      throw std::runtime_error("the settings throw");
+    }
     SetLastError(current_->error);
-    if (current_->error != ERROR_SUCCESS) return FALSE;
+    if (current_->error != ERROR_SUCCESS) {
+      FailureLedger::OfThisProgram().Failed("WinHttpGetIEProxyConfigForCurrentUser", current_->error);
+      return FALSE;
+    }
     settings->fAutoDetect = current_->autoDetect;
     settings->lpszProxy = current_->Copy(current_->proxy);
     settings->lpszProxyBypass = current_->Copy(current_->bypass);

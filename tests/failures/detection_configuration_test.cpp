@@ -92,8 +92,9 @@ class Configuring : public LibraryTest {
              std::uint8_t option = 0, bool tabTitles = true) {
     Texts names(processes);
     Texts paths(excluded);
-    return library_.EnableActivityDetection(nullptr, L"ann", names.Get(), names.Count(), paths.Get(),
-                                            paths.Count(), option, 0, tabTitles ? 1 : 0);
+    return Returned("EnableActivityDetection",
+                    library_.EnableActivityDetection(nullptr, L"ann", names.Get(), names.Count(), paths.Get(),
+                                                     paths.Count(), option, 0, tabTitles ? 1 : 0));
   }
 
   int EnableCloud(const std::vector<std::wstring>& processes, const std::vector<std::wstring>& paths = {},
@@ -101,8 +102,9 @@ class Configuring : public LibraryTest {
     Texts names(processes);
     Texts cloud(paths);
     Texts exclusions(excluded);
-    return library_.EnablePCDDetection(nullptr, names.Get(), names.Count(), cloud.Get(), cloud.Count(),
-                                       exclusions.Get(), exclusions.Count());
+    return Returned("EnablePCDDetection",
+                    library_.EnablePCDDetection(nullptr, names.Get(), names.Count(), cloud.Get(),
+                                                cloud.Count(), exclusions.Get(), exclusions.Count()));
   }
 
   Message Sent(std::size_t index) const { return Message(system_.SentMessages().at(index)); }
@@ -232,7 +234,7 @@ TEST_F(Configuring, ExcludedPathsAddUpOverCalls) {
 TEST_F(Configuring, ExcludedAndCloudPathsAreKeptOverALaterLoad) {
   ASSERT_EQ(Enable({}, {L"c:\\1"}), 1);
   ASSERT_EQ(EnableCloud({L"cloud.exe"}, {L"c:\\2"}, {L"c:\\3"}), 1);
-  ASSERT_EQ(library_.UnloadDriver(), 1);
+  ASSERT_TRUE(Unload());
   ASSERT_TRUE(Load());
   handles_ = system_.OpenHandles();
   ASSERT_EQ(Enable({}), 1);
@@ -328,7 +330,7 @@ TEST_F(Configuring, TheSwitchIsNotTakenBackWhenThePortRefuses) {
   Forget();
   EXPECT_EQ(Enable({L"chrome.exe"}), 0);
   EXPECT_THAT(Calls(), ElementsAre("log 6 Application activity already turned on."));
-  EXPECT_EQ(library_.DisableActivityDetection(), 0);
+  EXPECT_EQ(Returned("DisableActivityDetection", library_.DisableActivityDetection()), 0);
   Forget();
   EXPECT_EQ(library_.DisableActivityDetection(), 0);
   EXPECT_THAT(Calls(), ElementsAre("log 6 Application activity already disabled."));
@@ -459,7 +461,7 @@ TEST_F(Configuring, DisablingCloudDetectionThatIsOffSucceeds) {
 TEST_F(Configuring, TheCloudSwitchIsNotTakenBackWhenThePortRefuses) {
   system_.Fail("FilterConnectCommunicationPort", 0x80070002);
   EXPECT_EQ(EnableCloud({L"box.exe"}), 0);
-  EXPECT_EQ(library_.DisablePCDDetection(), 0);
+  EXPECT_EQ(Returned("DisablePCDDetection", library_.DisablePCDDetection()), 0);
   Forget();
   EXPECT_EQ(library_.DisablePCDDetection(), 1);
   EXPECT_THAT(Calls(), ElementsAre("log 6 PCD already turned off."));
@@ -501,6 +503,7 @@ TEST_F(Configuring, UpdatingProcessesWithACountBeyondTheSignedOnesSendsAnEmptyLi
 TEST_F(Configuring, UpdatingProcessesSaysThatItSucceededEvenWhenThePortRefuses) {
   system_.Fail("FilterConnectCommunicationPort", 0x80070002);
   library_.UpdateProcesses(nullptr, 0xFFFFFFFF, 0);
+  CameTo("UpdateProcesses: returns nothing, and says that it succeeded");
   EXPECT_THAT(Logs(),
               ElementsAre("log 3 Could not get first process. 18",
                           "log 3 Error opening port for updating monitored processes: HResult: 80070002",

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/failure_ledger.h"
 #include "support/library_copy.h"
 #include "support/scripted_system.h"
 #include "support/scripted_user_session.h"
@@ -20,7 +21,10 @@ class LibraryTest : public ::testing::Test {
  protected:
   LibraryTest() { system_.imageNames = {{42, L"\\Device\\HarddiskVolume3\\chrome.exe"}}; }
 
-  bool Load(std::uint32_t level = 7) { return library_.LoadDriver(&Transcript::RecordLog, level) == 1; }
+  bool Load(std::uint32_t level = 7) {
+    return Returned("LoadDriver", library_.LoadDriver(&Transcript::RecordLog, level)) == 1;
+  }
+  bool Unload() { return Returned("UnloadDriver", library_.UnloadDriver()) == 1; }
 
   // What this thread's calls of the library came to, with the library's folder as "<library>".
   Lines Calls() const {

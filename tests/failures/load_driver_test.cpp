@@ -177,7 +177,7 @@ TEST_F(LoadingTheDriver, StopsWithThePortOpenWhenThereIsNoNotificationThread) {
   EXPECT_THAT(system_.OpenHandles(), ElementsAre("notification port"));
   Forget();
   // Not started, so there is nothing to unload.
-  EXPECT_EQ(library_.UnloadDriver(), 1);
+  EXPECT_TRUE(Unload());
   EXPECT_THAT(Calls(), ElementsAre("log 6 Ostrel filtering library already unloaded."));
   EXPECT_THAT(system_.OpenHandles(), ElementsAre("notification port"));
 }
@@ -203,7 +203,7 @@ TEST_F(LoadingTheDriver, CanBeTriedAgainAfterAFailure) {
 TEST_F(LoadingTheDriver, AgainAfterUnloadingStartsEverythingAgain) {
   ASSERT_TRUE(Load());
   ASSERT_TRUE(system_.WaitUntilHandled());
-  ASSERT_EQ(library_.UnloadDriver(), 1);
+  ASSERT_TRUE(Unload());
   ASSERT_TRUE(system_.WaitForThreadEnd(0));
   Forget();
   EXPECT_TRUE(Load());
@@ -218,7 +218,7 @@ TEST_F(LoadingTheDriver, AgainAfterTheDriverLeftByItselfLeaksNothing) {
   ASSERT_TRUE(Load());
   SendUnloadNotice();
   ASSERT_TRUE(system_.WaitForThreadEnd(0));
-  ASSERT_EQ(library_.UnloadDriver(), 1);
+  ASSERT_TRUE(Unload());
   EXPECT_THAT(system_.OpenHandles(), ElementsAre("event", "notification port"));
   ASSERT_TRUE(Load());
   // Only the stop event of the first load remains, as after every load.
@@ -239,7 +239,7 @@ TEST_F(LoadingTheDriver, AgainAfterThereWasNoNotificationThreadLeaksNothing) {
 TEST_F(LoadingTheDriver, AgainAfterUnloadingWithoutThePrivilegeLeaksNothing) {
   ASSERT_TRUE(Load());
   system_.Fail("OpenProcessToken", 5);
-  ASSERT_EQ(library_.UnloadDriver(), 0);
+  ASSERT_FALSE(Unload());
   system_.Succeed("OpenProcessToken");
   ASSERT_THAT(system_.OpenHandles(), ElementsAre("event", "notification port"));
   ASSERT_TRUE(Load());

@@ -29,11 +29,19 @@ class NetworkTest : public LibraryTest {
   }
 
   bool EnableActivity(bool remoteAddressInfo, const wchar_t* user = L"ann") {
-    return library_.EnableActivityDetection(nullptr, user, names_, 2, nullptr, 0, 9,
-                                            remoteAddressInfo ? 1 : 0, 1) == 1;
+    return Returned("EnableActivityDetection",
+                    library_.EnableActivityDetection(nullptr, user, names_, 2, nullptr, 0, 9,
+                                                     remoteAddressInfo ? 1 : 0, 1)) == 1;
   }
 
-  void EnableRemote() { library_.EnableRemoteAddressInfo(names_, 2); }
+  void EnableRemote() {
+    library_.EnableRemoteAddressInfo(names_, 2);
+    CameTo("EnableRemoteAddressInfo: the other steps are taken, and it is on");
+  }
+  void DisableRemote() {
+    library_.DisableRemoteAddressInfo();
+    CameTo("DisableRemoteAddressInfo: the other steps are taken, and it is off");
+  }
 
   // `reader` counts the packet readers from 1.
   bool WaitUntilReading(std::size_t reader = 1) const {

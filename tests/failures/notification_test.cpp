@@ -66,6 +66,7 @@ class TheDriverSends : public LibraryTest {
     EXPECT_EQ(system_.OpenHandles(), handles_);
     Lines lines = Loop();
     EXPECT_THAT(lines, Contains(GET));
+    CameTo("The notification loop: asks for the next message");
     if (!lines.empty()) lines.pop_back();
     return lines;
   }
@@ -146,6 +147,7 @@ TEST_F(TheDriverSends, AStreamOfAFileOfNoInterestThatIsDropped) {
 }
 
 TEST_F(TheDriverSends, AnEventOfAProcessThatHasGoneWhichIsDroppedSilently) {
+  FailureLedger::OfThisProgram().Concerns("OpenProcess");
   EventMessage message = Event(1, u"\\a.txt");
   message.processId = 43;
   EXPECT_THAT(Handle(message), ElementsAre(ACKNOWLEDGE, "OpenProcess(0x1000, not inherited, 43)"));
@@ -287,6 +289,7 @@ TEST_F(TheDriverSends, AnUnloadNoticeThatCannotBeAcknowledgedAndEndsTheLoopAllTh
   notice.unloadNotice = 1;
   system_.Send(notice);
   ASSERT_TRUE(system_.WaitForThreadEnd(0));
+  CameTo("The notification loop: ends, and leaves the port open");
   EXPECT_THAT(Loop(), ElementsAre(ACKNOWLEDGE, "log 3 Error sending ACK message: HResult: 80070001",
                                   "log 6 Driver unloaded."));
 }
@@ -295,6 +298,7 @@ TEST_F(TheDriverSends, NothingForSomeReasonAndTheLoopAsksAgain) {
   system_.FailReceive(static_cast<HRESULT>(0x800703E3));
   system_.FailReceive(static_cast<HRESULT>(0x80070057));
   ASSERT_TRUE(system_.WaitUntilHandled());
+  CameTo("The notification loop: asks for the next message");
   EXPECT_THAT(
       Loop(),
       ElementsAre("log 3 Error getting message while receiving notifications: HResult: 800703e3", GET,
@@ -331,13 +335,14 @@ TEST_F(TheDriverSends, AnEventWhoseAcknowledgementFindsThePortInvalidAndIsHandle
 TEST_F(TheDriverSends, AnInvalidPortWhichEndsTheLoopAndIsClosed) {
   system_.FailReceive(static_cast<HRESULT>(0x80070006));
   ASSERT_TRUE(system_.WaitForThreadEnd(0));
+  CameTo("The notification loop: closes the port and ends");
   EXPECT_THAT(Loop(),
               ElementsAre("log 3 Error getting message while receiving notifications: HResult: 80070006",
                           "CloseHandle(notification port)"));
   EXPECT_THAT(system_.OpenHandles(), IsEmpty());
   Forget();
   // No longer connected, so there is nothing to unload or to close.
-  EXPECT_EQ(library_.UnloadDriver(), 1);
+  EXPECT_TRUE(Unload());
   EXPECT_THAT(Calls(), ElementsAre("SetEvent(null)", "log 3 Disk Event thread is null, and can't be ended."));
 }
 

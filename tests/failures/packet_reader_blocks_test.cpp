@@ -23,7 +23,7 @@ class ThePacketReadersBlocks : public NetworkTest {
   }
 
   void StopAndWait() {
-    library_.DisableRemoteAddressInfo();
+    DisableRemote();
     ASSERT_TRUE(system_.WaitForThreadEnd(0));
   }
 
@@ -101,6 +101,7 @@ TEST_P(ThePacketReadersFirstBlocks, StayWhenThereIsNoMemoryForTheNextOne) {
   ASSERT_NO_FATAL_FAILURE(Start(GetParam()));
   ASSERT_TRUE(system_.WaitForThreadEnd(0));
   EXPECT_EQ(ExitCode(), 0xFFFFFFFFU);
+  CameTo("The packet reader: ends with exit code 4294967295");
   EXPECT_EQ(Reader().front(), "log 7 GetNWPacketInfo thread started");
   EXPECT_EQ(Reader().back(), "log 3 Could not allocate buffer. Ending thread.");
   EXPECT_EQ(Reader().size(), 2 + 2 * GetParam());
@@ -108,7 +109,7 @@ TEST_P(ThePacketReadersFirstBlocks, StayWhenThereIsNoMemoryForTheNextOne) {
   EXPECT_EQ(network_.PendingCount(), GetParam());
   EXPECT_THAT(Freed(), IsEmpty());
   Forget();
-  library_.DisableRemoteAddressInfo();
+  DisableRemote();
   EXPECT_THAT(Logs(), Contains("log 7 GetNWPacketInfo thread ended"));
 }
 

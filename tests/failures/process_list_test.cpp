@@ -91,6 +91,7 @@ TEST_F(ForwardingTheProcessList, DoesNotHappenWhenTheMinifiltersPortCannotBeOpen
   ASSERT_NO_FATAL_FAILURE(SwitchOn());
   system_.Fail("FilterConnectCommunicationPort", 0x80070002);
   library_.UpdateProcesses(names_, 2, 0);
+  CameTo("UpdateProcesses: returns nothing, and says that it succeeded");
   EXPECT_EQ(Forwarded(), 0U);
 }
 
@@ -111,7 +112,7 @@ TEST_F(ForwardingTheProcessList, ThatTheNetworkDriverRefusesChangesNoResult) {
   EXPECT_TRUE(EnableActivity(false));
   EXPECT_THAT(Sending(), ElementsAre(OPEN, SEND, SEND_LIST,
                                      "log 6 Failed to send proc names to nw filter: 1117", CLOSE));
-  EXPECT_EQ(library_.DisableActivityDetection(), 1);
+  EXPECT_EQ(Returned("DisableActivityDetection", library_.DisableActivityDetection()), 1);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <utility>
 
+#include "support/failure_ledger.h"
 #include "support/import_table.h"
 #include "support/library_copy.h"
 #include "support/transcript.h"
@@ -19,6 +20,10 @@ const std::string UNTOUCHED = "(untouched)";
 
 inline Answer Result(const std::string& text) {
   return {text, UNTOUCHED};
+}
+
+inline std::string Quoted(const std::string& text) {
+  return text.starts_with("(") ? text : "\"" + text + "\"";
 }
 
 inline Answer Error(const std::string& text) {
@@ -47,7 +52,9 @@ inline Answer Ask(const LibraryCopy& library, std::string_view getter) {
     library.DeallocStringPointer(&text);
     return taken;
   };
-  return {take(result), take(error)};
+  const Answer answer{take(result), take(error)};
+  CameTo(std::string(getter) + ": result " + Quoted(answer.first) + ", error " + Quoted(answer.second));
+  return answer;
 }
 
 // Refuses the module memory in blocks of some sizes.
@@ -67,6 +74,7 @@ class RefusedMemory {
   static void* Allocate(std::size_t size) {
     if (size < smallest_ || size > largest_) return original_(size);
     ++refusals_;
+    FailureLedger::OfThisProgram().Failed("malloc", ERROR_NOT_ENOUGH_MEMORY);
     return nullptr;
   }
 

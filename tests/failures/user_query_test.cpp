@@ -68,7 +68,7 @@ class WmiTest : public LibraryTest {
   // The load fails at once, and leaves the log callback set.
   WmiTest() {
     system_.Fail("OpenProcessToken", 5);
-    Load();
+    EXPECT_FALSE(Load());
     Forget();
   }
   ~WmiTest() override { EXPECT_EQ(wmi_.HeldTexts(), 0); }
@@ -119,6 +119,16 @@ TEST_P(AUserQuery, ReleasesServicesAndLocatorWhenTheQueryFails) {
   EXPECT_THAT(wmi_.HeldObjects(), IsEmpty());
 }
 
+// What asks for the namespace without a name is refused.
+TEST_P(AUserQuery, IsRefusedWhenThereIsNoMemoryForTheTextsThatItPasses) {
+  wmi_.refusesTexts = true;
+  wmi_.connectServer = E_INVALIDARG;
+  EXPECT_EQ(AskIt(), ErrorOf("Failed to connect to the root\\cimv2 namespace. -2147024809"));
+  EXPECT_THAT(Calls(),
+              ElementsAre(INITIALIZE, CREATE, "locator.ConnectServer(null, null, null, null, 0, null, null)",
+                          RELEASE_LOCATOR, UNINITIALIZE));
+}
+
 // A thread that has COM in the multithreaded apartment already counts as initialised once more.
 TEST_P(AUserQuery, GoesOnWhenComWasInitialisedBefore) {
   wmi_.initialize = S_FALSE;
@@ -152,7 +162,7 @@ TEST_P(AUserQuery, SetsItsResultToNullWhenThereIsNoMemoryForIt) {
 }
 
 TEST_P(AUserQuery, AnswersWithoutALogCallback) {
-  ASSERT_EQ(library_.LoadDriver(nullptr, 7), 0);
+  ASSERT_EQ(Returned("LoadDriver", library_.LoadDriver(nullptr, 7)), 0);
   Forget();
   wmi_.objects = {L"VM"};
   EXPECT_EQ(AskIt().second, UNTOUCHED);
@@ -174,6 +184,7 @@ TEST_F(CurrentUserName, IsThatOfTheFirstObject) {
 
 // By design: the caller learns of a machine that is out of order, and keeps what was made.
 TEST_F(CurrentUserName, LeavesEverythingHeldWhenThereIsNoObject) {
+  FailureLedger::OfThisProgram().Concerns("enumerator.Next");
   EXPECT_EQ(AskIt(), Error("GetCurrentUserNameAndDomain. Failed to find next object. 1"));
   EXPECT_THAT(Calls(), UpToTheQuery(USER_NAME) + Lines({NEXT}));
   EXPECT_THAT(wmi_.HeldObjects(), ElementsAre("enumerator", "locator", "services"));
@@ -187,6 +198,7 @@ TEST_F(CurrentUserName, LeavesEverythingHeldWhenTheObjectCannotBeFetched) {
 }
 
 TEST_F(CurrentUserName, IsCutTo255Characters) {
+  FailureLedger::OfThisProgram().Concerns("VariantToString");
   wmi_.objects = {std::wstring(255, L'u')};
   EXPECT_EQ(AskIt(), Result(std::string(255, 'u')));
   Forget();

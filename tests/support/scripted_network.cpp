@@ -11,6 +11,8 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "support/failure_ledger.h"
+
 namespace ostrel::test {
 
 namespace {
@@ -149,7 +151,7 @@ struct ScriptedNetwork::Fakes {
                                Excess(callout->providerData.size != 0, "data") +
                                Excess(callout->providerData.data != nullptr, "data") +
                                Excess(callout->calloutId != 0, "callout id"));
-    return failure ? *failure : current->AddKey(engine, Text(callout->calloutKey));
+    return failure ? *failure : current->AddKey("FwpmCalloutAdd0", engine, Text(callout->calloutKey));
   }
 
   static DWORD WINAPI FwpmSubLayerAdd0(HANDLE engine, const FWPM_SUBLAYER0* subLayer,
@@ -161,7 +163,7 @@ struct ScriptedNetwork::Fakes {
                                 Excess(subLayer->providerKey != nullptr, "provider") +
                                 Excess(subLayer->providerData.size != 0, "data") +
                                 Excess(subLayer->providerData.data != nullptr, "data"));
-    return failure ? *failure : current->AddKey(engine, Text(subLayer->subLayerKey));
+    return failure ? *failure : current->AddKey("FwpmSubLayerAdd0", engine, Text(subLayer->subLayerKey));
   }
 
   static std::string Describe(const FWPM_FILTER_CONDITION0& condition) {
@@ -214,7 +216,10 @@ struct ScriptedNetwork::Fakes {
         NullOr(owner, "owner") + ", " + NullOr(group, "group") + ", " + Number(accessCount) + " for name " +
             Text(access->Trustee.ptstrName) + " with " + Hex(access->grfAccessPermissions) + ", " +
             Number(auditCount) + ", " + NullOr(audit, "audit") + ", " + NullOr(old, "old"));
-    if (!failure && current->users.count(access->Trustee.ptstrName) == 0) failure = USER_UNKNOWN;
+    if (!failure && current->users.count(access->Trustee.ptstrName) == 0) {
+      failure = USER_UNKNOWN;
+      FailureLedger::OfThisProgram().FailedByTheWay("BuildSecurityDescriptorW", *failure);
+    }
     if (failure && !current->leavesADescriptor) return *failure;
     *size = DESCRIPTOR_SIZE;
     *descriptor = LocalAlloc(LPTR, DESCRIPTOR_SIZE);
@@ -283,7 +288,10 @@ struct ScriptedNetwork::Fakes {
               Excess(request.isPending, "second request");
     }
     auto failure = current->Enter("DeviceIoControl", start + ", " + where + end + ", overlapped");
-    if (!failure) failure = current->readError;
+    if (!failure && current->readError) {
+      failure = current->readError;
+      FailureLedger::OfThisProgram().Failed("DeviceIoControl", *failure);
+    }
     if (!failure && !current->system_.IsOpen(device)) failure = ERROR_INVALID_HANDLE;
     if (failure) return FailedWith(*failure);
     const Lock::Holder holder(current->lock_);
@@ -329,7 +337,10 @@ struct ScriptedNetwork::Fakes {
       current->system_.transcript.Add("waits for a request that nobody cancels");
       return FailedWith(ERROR_IO_INCOMPLETE);
     }
-    if (overlapped->Internal != 0) return FailedWith(ERROR_OPERATION_ABORTED);
+    if (overlapped->Internal != 0) {
+      FailureLedger::OfThisProgram().FailedByTheWay("GetOverlappedResult", ERROR_OPERATION_ABORTED);
+      return FailedWith(ERROR_OPERATION_ABORTED);
+    }
     return TRUE;
   }
 
@@ -346,7 +357,10 @@ struct ScriptedNetwork::Fakes {
     }
     if (failure) SetLastError(*failure);
     if (failure) return WAIT_FAILED;
-    if (current->waitResult) return *current->waitResult;
+    if (current->waitResult) {
+      FailureLedger::OfThisProgram().Failed("WaitForMultipleObjects", *current->waitResult);
+      return *current->waitResult;
+    }
     // A wait that nothing ends must not outlast the test.
     const DWORD result = original(count, handles, all, static_cast<DWORD>(PATIENCE.count()));
     if (result != WAIT_TIMEOUT) return result;
@@ -358,8 +372,12 @@ struct ScriptedNetwork::Fakes {
 
   static void* Malloc(std::size_t size) {
     if (GetCurrentThreadId() != current->testThread_) {
-      if (size == BLOCK_SIZE && current->blocks_++ == current->refusedBlock_) return nullptr;
-      if (current->untilRefusal_ > 0 && --current->untilRefusal_ == 0) return nullptr;
+      const bool isRefused = (size == BLOCK_SIZE && current->blocks_++ == current->refusedBlock_) ||
+                             (current->untilRefusal_ > 0 && --current->untilRefusal_ == 0);
+      if (isRefused) {
+        FailureLedger::OfThisProgram().Failed("malloc", ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+      }
     }
     return current->Original<decltype(&::malloc)>("malloc")(size);
   }
@@ -468,12 +486,13 @@ std::string ScriptedNetwork::NameOf(HANDLE handle) const {
   return handle == INVALID_HANDLE_VALUE ? "invalid" : system_.NameOf(handle);
 }
 
-DWORD ScriptedNetwork::AddKey(HANDLE engine, const std::string& key) {
+DWORD ScriptedNetwork::AddKey(const std::string& function, HANDLE engine, const std::string& key) {
   const Lock::Holder holder(lock_);
   const auto transaction = transactions_.find(engine);
   if (transaction == transactions_.end()) return NO_TRANSACTION;
-  if (keys_.count(key) != 0) return KEY_IS_TAKEN;
-  return transaction->second.insert(key).second ? ERROR_SUCCESS : KEY_IS_TAKEN;
+  if (keys_.count(key) == 0 && transaction->second.insert(key).second) return ERROR_SUCCESS;
+  FailureLedger::OfThisProgram().FailedByTheWay(function, KEY_IS_TAKEN);
+  return KEY_IS_TAKEN;
 }
 
 std::size_t ScriptedNetwork::IndexOf(OVERLAPPED* overlapped, void* buffer) {

@@ -90,7 +90,7 @@ class ScriptedNetwork {
 
   std::optional<DWORD> Enter(const std::string& function, const std::string& arguments);
   std::string NameOf(HANDLE handle) const;
-  DWORD AddKey(HANDLE engine, const std::string& key);
+  DWORD AddKey(const std::string& function, HANDLE engine, const std::string& key);
   // The request that uses the block; a new one at the end when there is none.
   std::size_t IndexOf(OVERLAPPED* overlapped, void* buffer);
   void End(Request& request, const PacketBytes* record);

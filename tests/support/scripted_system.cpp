@@ -14,6 +14,7 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "support/failure_ledger.h"
 #include "support/scripted_system.h"
 
 #include "util/installed_names.h"
@@ -83,6 +84,9 @@ struct ScriptedSystem::Fakes {
                            Number(privileges->Privileges[0].Luid.LowPart) + ", attributes " +
                            Number(privileges->Privileges[0].Attributes));
     if (failure) return FailedWith(*failure);
+    if (current->adjustPrivilegesLastError != ERROR_SUCCESS) {
+      FailureLedger::OfThisProgram().Failed("AdjustTokenPrivileges", current->adjustPrivilegesLastError);
+    }
     SetLastError(current->adjustPrivilegesLastError);
     return TRUE;
   }
@@ -132,8 +136,13 @@ struct ScriptedSystem::Fakes {
     const auto original = current->Original<decltype(&::GetModuleFileNameW)>("GetModuleFileNameW");
     // A program that asks for its own path by the name of none is the test, not the code under test.
     if (module == nullptr) return original(module, buffer, capacity);
-    current->Enter("GetModuleFileNameW",
-                   (module == current->module_ ? "own module, " : "another module, ") + Number(capacity));
+    const auto failure =
+        current->Enter("GetModuleFileNameW",
+                       (module == current->module_ ? "own module, " : "another module, ") + Number(capacity));
+    if (failure) {
+      SetLastError(*failure);
+      return 0;
+    }
     if (current->modulePath.empty()) return original(module, buffer, capacity);
     return CopyOut(current->modulePath, buffer, capacity);
   }
@@ -144,7 +153,11 @@ struct ScriptedSystem::Fakes {
   }
 
   static UINT WINAPI GetSystemDirectoryW(wchar_t* buffer, UINT capacity) {
-    current->Enter("GetSystemDirectoryW", Number(capacity));
+    const auto failure = current->Enter("GetSystemDirectoryW", Number(capacity));
+    if (failure) {
+      SetLastError(*failure);
+      return 0;
+    }
     return CopyOut(current->systemDirectory, buffer, capacity);
   }
 
@@ -235,7 +248,11 @@ struct ScriptedSystem::Fakes {
     if (!isOpen() || current->received_.empty()) return INVALID_PORT_HANDLE;
     const Received received = current->received_.front();
     current->received_.pop_front();
-    if (received.result == S_OK) std::memcpy(buffer, &received.message, sizeof(received.message));
+    if (received.result == S_OK) {
+      std::memcpy(buffer, &received.message, sizeof(received.message));
+    } else {
+      FailureLedger::OfThisProgram().Failed("FilterGetMessage", static_cast<DWORD>(received.result));
+    }
     return received.result;
   }
 
@@ -377,14 +394,19 @@ struct ScriptedSystem::Fakes {
 
   static BOOL WINAPI SetEvent(HANDLE event) {
     if (event == nullptr || current->IsOpen(event)) current->Enter("SetEvent", current->NameOf(event));
-    return current->Original<decltype(&::SetEvent)>("SetEvent")(event);
+    const BOOL isSet = current->Original<decltype(&::SetEvent)>("SetEvent")(event);
+    if (!isSet) FailureLedger::OfThisProgram().FailedByTheWay("SetEvent", GetLastError());
+    return isSet;
   }
 
   static DWORD WINAPI WaitForSingleObject(HANDLE handle, DWORD milliseconds) {
     const auto original = current->Original<decltype(&::WaitForSingleObject)>("WaitForSingleObject");
     if (!current->IsOpen(handle)) return original(handle, milliseconds);
     current->Enter("WaitForSingleObject", current->NameOf(handle) + ", " + Number(milliseconds));
-    return original(handle, milliseconds / current->waitDivisor);
+    const DWORD result = original(handle, milliseconds / current->waitDivisor);
+    if (result == WAIT_TIMEOUT && current->NameOf(handle) == "thread")
+      FailureLedger::OfThisProgram().FailedByTheWay("WaitForSingleObject", result);
+    return result;
   }
 
   static int WINAPI WSAStartup(WORD version, WSADATA* data) {
@@ -398,7 +420,10 @@ struct ScriptedSystem::Fakes {
   static HANDLE WINAPI OpenProcess(DWORD access, BOOL inherit, DWORD id) {
     auto failure = current->Enter(
         "OpenProcess", Hex(access) + (inherit ? ", inherited, " : ", not inherited, ") + Number(id));
-    if (!failure && current->imageNames.count(id) == 0) failure = ERROR_INVALID_PARAMETER;
+    if (!failure && current->imageNames.count(id) == 0) {
+      failure = ERROR_INVALID_PARAMETER;
+      FailureLedger::OfThisProgram().FailedByTheWay("OpenProcess", *failure);
+    }
     if (!failure) return current->Open("process " + Number(id));
     SetLastError(*failure);
     return nullptr;
@@ -422,7 +447,10 @@ struct ScriptedSystem::Fakes {
       if (!failure) return current->Open("process snapshot");
     } else {
       const ScriptedProcess& process = Find(id);
-      if (!failure && process.snapshotError != 0) failure = process.snapshotError;
+      if (!failure && process.snapshotError != 0) {
+        failure = process.snapshotError;
+        FailureLedger::OfThisProgram().Failed("CreateToolhelp32Snapshot", *failure);
+      }
       if (!failure) return current->Open("modules of " + Number(id));
     }
     SetLastError(*failure);
@@ -466,7 +494,10 @@ struct ScriptedSystem::Fakes {
     const auto failure = current->Enter("Module32FirstW", name);
     if (failure) return FailedWith(*failure);
     const ScriptedProcess& process = Find(static_cast<DWORD>(std::stoul(name.substr(11))));
-    if (process.moduleError != 0) return FailedWith(process.moduleError);
+    if (process.moduleError != 0) {
+      FailureLedger::OfThisProgram().Failed("Module32FirstW", process.moduleError);
+      return FailedWith(process.moduleError);
+    }
     if (entry->dwSize != sizeof(*entry)) return FailedWith(ERROR_INVALID_PARAMETER);
     CopyOut(process.module, entry->szModule, MAX_MODULE_NAME32 + 1);
     return TRUE;
@@ -489,6 +520,9 @@ struct ScriptedSystem::Fakes {
     const auto failure = current->Enter("QueryDosDeviceW", Narrow(drive) + ", " + Number(capacity));
     const auto found = std::find_if(current->drives.begin(), current->drives.end(),
                                     [drive](const auto& entry) { return entry.first == drive; });
+    if (!failure && found == current->drives.end()) {
+      FailureLedger::OfThisProgram().FailedByTheWay("QueryDosDeviceW", ERROR_FILE_NOT_FOUND);
+    }
     if (failure || found == current->drives.end()) {
       SetLastError(failure.value_or(ERROR_FILE_NOT_FOUND));
       return 0;
@@ -497,22 +531,23 @@ struct ScriptedSystem::Fakes {
     return CopyOut(found->second + L'\0' + L"\\Device\\Earlier" + L'\0', target, capacity);
   }
 
-  static DWORD Translate(const std::map<std::wstring, std::wstring>& names, const wchar_t* path,
-                         wchar_t* buffer, DWORD capacity) {
+  static DWORD Translate(const std::string& function, const std::map<std::wstring, std::wstring>& names,
+                         const wchar_t* path, wchar_t* buffer, DWORD capacity) {
     const auto found = names.find(path);
     if (found != names.end()) return CopyOut(found->second, buffer, capacity);
+    FailureLedger::OfThisProgram().FailedByTheWay(function, ERROR_FILE_NOT_FOUND);
     SetLastError(ERROR_FILE_NOT_FOUND);
     return 0;
   }
 
   static DWORD WINAPI GetShortPathNameW(const wchar_t* path, wchar_t* buffer, DWORD capacity) {
     current->Enter("GetShortPathNameW", Narrow(path) + ", " + Number(capacity));
-    return Translate(current->shortPaths, path, buffer, capacity);
+    return Translate("GetShortPathNameW", current->shortPaths, path, buffer, capacity);
   }
 
   static DWORD WINAPI GetLongPathNameW(const wchar_t* path, wchar_t* buffer, DWORD capacity) {
     current->Enter("GetLongPathNameW", Narrow(path) + ", " + Number(capacity));
-    return Translate(current->longPaths, path, buffer, capacity);
+    return Translate("GetLongPathNameW", current->longPaths, path, buffer, capacity);
   }
 
   static BOOL WINAPI PathIsDirectoryW(const wchar_t* path) {
@@ -526,7 +561,10 @@ struct ScriptedSystem::Fakes {
     auto failure =
         current->Enter("CreateFileW", Narrow(path) + ", " + Hex(access) + ", share " + Number(share) +
                                           ", disposition " + Number(disposition) + ", " + Hex(flags));
-    if (!failure && current->fileSizes.count(path) == 0) failure = ERROR_FILE_NOT_FOUND;
+    if (!failure && current->fileSizes.count(path) == 0) {
+      failure = ERROR_FILE_NOT_FOUND;
+      FailureLedger::OfThisProgram().FailedByTheWay("CreateFileW", *failure);
+    }
     if (!failure) return current->Open("file " + Narrow(path));
     SetLastError(*failure);
     return INVALID_HANDLE_VALUE;
@@ -553,8 +591,10 @@ struct ScriptedSystem::Fakes {
 
   static INT WINAPI InetPtonW(INT family, const wchar_t* text, void* address) {
     current->Enter("InetPtonW", Number(static_cast<unsigned>(family)) + ", " + Narrow(text));
-    return current->Original<decltype(&::InetPtonW)>("InetPtonW")(family, const_cast<wchar_t*>(text),
-                                                                  address);
+    const INT result =
+        current->Original<decltype(&::InetPtonW)>("InetPtonW")(family, const_cast<wchar_t*>(text), address);
+    if (result != 1) FailureLedger::OfThisProgram().FailedByTheWay("InetPtonW", "no address");
+    return result;
   }
 
   static INT WINAPI GetNameInfoW(const SOCKADDR* address, socklen_t length, wchar_t* host, DWORD capacity,
@@ -573,10 +613,15 @@ struct ScriptedSystem::Fakes {
                             ", flags " + Number(static_cast<unsigned>(flags)));
     if (failure) return static_cast<INT>(*failure);
     // An address of the other family does not fit into this length.
-    if (address->sa_family == AF_INET6 && length < static_cast<socklen_t>(sizeof(sockaddr_in6)))
+    if (address->sa_family == AF_INET6 && length < static_cast<socklen_t>(sizeof(sockaddr_in6))) {
+      FailureLedger::OfThisProgram().FailedByTheWay("GetNameInfoW", WSAEFAULT);
       return WSAEFAULT;
+    }
     const auto found = current->hostNames.find(text);
-    if (found == current->hostNames.end()) return WSAHOST_NOT_FOUND;
+    if (found == current->hostNames.end()) {
+      FailureLedger::OfThisProgram().FailedByTheWay("GetNameInfoW", WSAHOST_NOT_FOUND);
+      return WSAHOST_NOT_FOUND;
+    }
     CopyOut(found->second, host, capacity);
     return 0;
   }
@@ -712,6 +757,7 @@ std::optional<DWORD> ScriptedSystem::Enter(const std::string& function, const st
     if (failure == failures_.end()) continue;
     if (failure->second.call == 0 || failure->second.call == number) code = failure->second.code;
   }
+  if (code) FailureLedger::OfThisProgram().Failed(function, *code);
   return code;
 }
 

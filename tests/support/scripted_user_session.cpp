@@ -9,6 +9,8 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "support/failure_ledger.h"
+
 namespace ostrel::test {
 
 namespace {
@@ -80,6 +82,10 @@ struct ScriptedUserSession::Fakes {
     for (std::size_t i = 0; i < current->sessions.size(); ++i) {
       sessions[i].SessionId = current->sessions[i].first;
       sessions[i].State = current->sessions[i].second;
+    }
+    if (std::none_of(current->sessions.begin(), current->sessions.end(),
+                     [](const auto& session) { return session.second == WTSActive && session.first != 0; })) {
+      FailureLedger::OfThisProgram().FailedByTheWay("WTSEnumerateSessionsW", "no session of a user");
     }
     *list = sessions;
     *count = static_cast<DWORD>(current->sessions.size());
@@ -177,8 +183,9 @@ struct ScriptedUserSession::Fakes {
     const auto failure = current->Enter("WaitNamedPipeW", Narrow(name) + ", " + Number(timeOut));
     if (failure) return FailedWith(*failure);
     const Lock::Holder holder(current->lock_);
-    return ++current->pipeAttempts_ >= current->pipeAppearsAtAttempt ? TRUE
-                                                                     : FailedWith(ERROR_FILE_NOT_FOUND);
+    if (++current->pipeAttempts_ >= current->pipeAppearsAtAttempt) return TRUE;
+    FailureLedger::OfThisProgram().Failed("WaitNamedPipeW", ERROR_FILE_NOT_FOUND);
+    return FailedWith(ERROR_FILE_NOT_FOUND);
   }
 
   // The pauses between attempts take no time here.
@@ -207,7 +214,9 @@ struct ScriptedUserSession::Fakes {
     const auto size = static_cast<DWORD>(answered.size() * sizeof(wchar_t));
     *received = std::min(size, replySize);
     std::memcpy(reply, answered.data(), *received);
-    return size <= replySize ? TRUE : FailedWith(ERROR_MORE_DATA);
+    if (size <= replySize) return TRUE;
+    FailureLedger::OfThisProgram().Failed("CallNamedPipeW", ERROR_MORE_DATA);
+    return FailedWith(ERROR_MORE_DATA);
   }
 };
 
@@ -296,6 +305,7 @@ std::optional<DWORD> ScriptedUserSession::Enter(const std::string& function, con
   const Lock::Holder holder(lock_);
   const auto failure = failures_.find(function);
   if (failure == failures_.end()) return {};
+  FailureLedger::OfThisProgram().Failed(function, failure->second);
   return failure->second;
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "support/failure_ledger.h"
 #include "support/wmi_objects.h"
 
 namespace ostrel::test {
@@ -90,7 +91,7 @@ struct ScriptedWmi::Fakes {
     HRESULT WINAPI Next(LONG timeout, ULONG count, IWbemClassObject** objects, ULONG* returned) override {
       current->Enter("enumerator.Next(" + Number(timeout) + ", " + Number(count) + ")", S_OK);
       *returned = 0;
-      if (current->position_ == current->objects.size()) return current->next;
+      if (current->position_ == current->objects.size()) return current->EndOfObjects();
       auto* const object = current->Make<ClassObject>("object " + Number(current->position_ + 1LL));
       object->text = current->objects[current->position_++];
       *objects = object;
@@ -165,7 +166,9 @@ struct ScriptedWmi::Fakes {
     const std::size_t copied = std::min<std::size_t>(source.size(), capacity - 1);
     std::copy_n(source.begin(), copied, text);
     text[copied] = L'\0';
-    return copied == source.size() ? S_OK : TEXT_WAS_CUT;
+    if (copied == source.size()) return S_OK;
+    FailureLedger::OfThisProgram().FailedByTheWay("VariantToString", static_cast<DWORD>(TEXT_WAS_CUT));
+    return TEXT_WAS_CUT;
   }
 
   static HRESULT WINAPI VariantClear(VARIANT* value) {
@@ -175,12 +178,16 @@ struct ScriptedWmi::Fakes {
   }
 
   static BSTR WINAPI SysAllocString(const wchar_t* text) {
+    if (current->refusesTexts) {
+      FailureLedger::OfThisProgram().Failed("SysAllocString", ERROR_NOT_ENOUGH_MEMORY);
+      return nullptr;
+    }
     ++current->heldTexts_;
     return ::SysAllocString(text);
   }
 
   static void WINAPI SysFreeString(BSTR text) {
-    --current->heldTexts_;
+    if (text != nullptr) --current->heldTexts_;
     ::SysFreeString(text);
   }
 };
@@ -216,7 +223,24 @@ Lines ScriptedWmi::HeldObjects() const {
 
 HRESULT ScriptedWmi::Enter(const std::string& call, HRESULT result) {
   transcript_.Add(call);
+  if (FAILED(result)) {
+    const std::string function = call.substr(0, call.find('('));
+    // Objects are numbered.
+    const std::string name =
+        function.starts_with("object ") ? "object" + function.substr(function.find('.')) : function;
+    FailureLedger::OfThisProgram().Failed(name, static_cast<DWORD>(result));
+  }
   return result;
+}
+
+HRESULT ScriptedWmi::EndOfObjects() const {
+  FailureLedger& ledger = FailureLedger::OfThisProgram();
+  if (FAILED(next)) {
+    ledger.Failed("enumerator.Next", static_cast<DWORD>(next));
+  } else {
+    ledger.FailedByTheWay("enumerator.Next", static_cast<DWORD>(next));
+  }
+  return next;
 }
 
 template <typename Made>

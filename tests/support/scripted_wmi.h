@@ -33,7 +33,8 @@ class ScriptedWmi {
   HRESULT setProxyBlanket = S_OK;
   HRESULT execQuery = S_OK;
   bool givesEnumerator = true;
-  HRESULT next = S_FALSE;  // when there is no further object
+  bool refusesTexts = false;  // there is no memory for those of COM's kind
+  HRESULT next = S_FALSE;     // when there is no further object
   HRESULT get = S_OK;
 
   // The one property of each object that the query yields; none is a null value.
@@ -49,6 +50,7 @@ class ScriptedWmi {
 
  private:
   HRESULT Enter(const std::string& call, HRESULT result);
+  HRESULT EndOfObjects() const;
   template <typename Made>
   Made* Make(const std::string& name);
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "support/failure_ledger.h"
+
 namespace ostrel::test {
 
 namespace {
@@ -36,6 +38,7 @@ Transcript::~Transcript() {
 
 void Transcript::Add(std::string line) {
   const DWORD error = GetLastError();
+  FailureLedger::OfThisProgram().Happened(line);
   {
     Lock::Holder holder(lock_);
     entries_.push_back({GetCurrentThreadId(), std::move(line)});

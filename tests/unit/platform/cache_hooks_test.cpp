@@ -21,7 +21,7 @@ class UserOfAProcess : public PlatformTest {
  protected:
   ~UserOfAProcess() override { EXPECT_THAT(system_.OpenHandles(), IsEmpty()); }
 
-  bool Look() { return GetUserOfProcess(nullptr, user_) != 0; }
+  bool Look() { return Returned("The look-up of the user", GetUserOfProcess(nullptr, user_) != 0); }
 
   std::wstring user_ = L"before";
 };

@@ -76,6 +76,8 @@ class TheDiskEventThread : public PlatformTest {
     thread_.Stop();
   }
 
+  bool Start() { return Returned("Starting the disk event thread", thread_.Start()); }
+
   // Real seconds are not needed to see what is asked for.
   void Hurry() { system_.waitDivisor = 50; }
 
@@ -93,7 +95,7 @@ class TheDiskEventThread : public PlatformTest {
 
 TEST_F(TheDiskEventThread, StartsItsEventItsThreadAndWinsock) {
   Hurry();
-  EXPECT_TRUE(thread_.Start());
+  EXPECT_TRUE(Start());
   EXPECT_THAT(Calls(), ElementsAre(MAKE_EVENT, MAKE_THREAD, "WSAStartup(0x202)"));
   EXPECT_THAT(system_.OpenHandles(), ElementsAre("event", "thread"));
   thread_.Stop();
@@ -101,7 +103,7 @@ TEST_F(TheDiskEventThread, StartsItsEventItsThreadAndWinsock) {
 
 TEST_F(TheDiskEventThread, EndsWhenStoppedAndKeepsItsEvent) {
   Hurry();
-  ASSERT_TRUE(thread_.Start());
+  ASSERT_TRUE(Start());
   system_.transcript.Clear();
   thread_.Stop();
   EXPECT_THAT(Calls(), ElementsAre("SetEvent(event)", "WaitForSingleObject(thread, 3000)",
@@ -127,9 +129,9 @@ TEST_F(TheDiskEventThread, GoesOnAfterAnExceptionOfTheDirectoryTest) {
 
 TEST_F(TheDiskEventThread, StartsAgainWithAnEventOfItsOwn) {
   Hurry();
-  ASSERT_TRUE(thread_.Start());
+  ASSERT_TRUE(Start());
   thread_.Stop();
-  EXPECT_TRUE(thread_.Start());
+  EXPECT_TRUE(Start());
   EXPECT_THAT(system_.OpenHandles(), ElementsAre("event", "event", "thread"));
   AddOldUpload();
   EXPECT_TRUE(Gate::WaitUntilReached());
@@ -139,16 +141,17 @@ TEST_F(TheDiskEventThread, StartsAgainWithAnEventOfItsOwn) {
 
 TEST_F(TheDiskEventThread, RefusesASecondStart) {
   Hurry();
-  ASSERT_TRUE(thread_.Start());
+  ASSERT_TRUE(Start());
   system_.transcript.Clear();
-  EXPECT_FALSE(thread_.Start());
+  FailureLedger::OfThisProgram().FailedOtherwise("Disk event thread", "runs already");
+  EXPECT_FALSE(Start());
   EXPECT_THAT(Calls(), ElementsAre("log 3 Disk Event thread already started!"));
   thread_.Stop();
 }
 
 TEST_F(TheDiskEventThread, ReportsThatItsThreadCannotBeMadeAndReleasesTheEvent) {
   system_.Fail("CreateThread", 8);
-  EXPECT_FALSE(thread_.Start());
+  EXPECT_FALSE(Start());
   EXPECT_THAT(Calls(), ElementsAre(MAKE_EVENT, MAKE_THREAD,
                                    "log 3 Could not start Disk Event thread. Code: 8", "CloseHandle(event)"));
   EXPECT_THAT(system_.OpenHandles(), IsEmpty());
@@ -156,7 +159,8 @@ TEST_F(TheDiskEventThread, ReportsThatItsThreadCannotBeMadeAndReleasesTheEvent) 
 
 TEST_F(TheDiskEventThread, ReportsThatItsEventCannotBeMadeAndStartsNoThread) {
   system_.Fail("CreateEventW", 1450);
-  EXPECT_FALSE(thread_.Start());
+  FailureLedger::OfThisProgram().Chosen("CreateEventW", "without its stop event the thread is not started");
+  EXPECT_FALSE(Start());
   EXPECT_THAT(Calls(), ElementsAre(MAKE_EVENT, "log 3 Could not start Disk Event thread. Code: 1450"));
   EXPECT_THAT(system_.OpenHandles(), IsEmpty());
 }
@@ -164,28 +168,30 @@ TEST_F(TheDiskEventThread, ReportsThatItsEventCannotBeMadeAndStartsNoThread) {
 TEST_F(TheDiskEventThread, CanBeStartedAfterAFailedStart) {
   Hurry();
   system_.Fail("CreateThread", 8, 1);
-  EXPECT_FALSE(thread_.Start());
-  EXPECT_TRUE(thread_.Start());
+  EXPECT_FALSE(Start());
+  EXPECT_TRUE(Start());
   thread_.Stop();
 }
 
 TEST_F(TheDiskEventThread, StartsWithoutWinsock) {
   Hurry();
   system_.Fail("WSAStartup", 10091);
-  EXPECT_TRUE(thread_.Start());
+  EXPECT_TRUE(Start());
   EXPECT_THAT(Calls(), ElementsAre(MAKE_EVENT, MAKE_THREAD, "WSAStartup(0x202)",
                                    "log 3 WSAStartup failed. Code: 10091"));
   thread_.Stop();
 }
 
 TEST_F(TheDiskEventThread, CannotBeStoppedBeforeItWasStarted) {
+  FailureLedger::OfThisProgram().Concerns("SetEvent");
   thread_.Stop();
+  CameTo("Stopping the disk event thread: nothing to wait for");
   EXPECT_THAT(Calls(), ElementsAre("SetEvent(null)", "log 3 Disk Event thread is null, and can't be ended."));
 }
 
 TEST_F(TheDiskEventThread, CannotBeStoppedTwice) {
   Hurry();
-  ASSERT_TRUE(thread_.Start());
+  ASSERT_TRUE(Start());
   thread_.Stop();
   system_.transcript.Clear();
   thread_.Stop();
@@ -197,7 +203,7 @@ TEST_F(TheDiskEventThread, CannotBeStoppedTwice) {
 TEST_F(TheDiskEventThread, MakesItsFirstPassAfterASecond) {
   AddOldUpload();
   const ULONGLONG start = GetTickCount64();
-  ASSERT_TRUE(thread_.Start());
+  ASSERT_TRUE(Start());
   ASSERT_TRUE(Gate::WaitUntilReached());
   EXPECT_GE(GetTickCount64() - start, 900U);
   thread_.Stop();
@@ -208,7 +214,7 @@ TEST_F(TheDiskEventThread, MakesItsFirstPassAfterASecond) {
 // In real time: an event that has been quiet for a minute and less than a second waits for the next second.
 TEST_F(TheDiskEventThread, TellsTheTimeInWholeSeconds) {
   Hurry();
-  ASSERT_TRUE(thread_.Start());
+  ASSERT_TRUE(Start());
   const std::time_t before = std::time(nullptr);
   std::time_t now = before;
   for (int tries = 0; now == before && tries < 20000; ++tries) {
@@ -225,14 +231,16 @@ TEST_F(TheDiskEventThread, TellsTheTimeInWholeSeconds) {
 
 // In real time: a pass that is held up, as by a host's callback, is waited for three seconds and then kept.
 TEST_F(TheDiskEventThread, StaysHeldWhenItDoesNotEndInThreeSeconds) {
+  FailureLedger::OfThisProgram().Concerns("WaitForSingleObject");
   Gate::Close();
   AddOldUpload();
-  ASSERT_TRUE(thread_.Start());
+  ASSERT_TRUE(Start());
   ASSERT_TRUE(Gate::WaitUntilReached());
   const ULONGLONG start = GetTickCount64();
   thread_.Stop();
   EXPECT_GE(GetTickCount64() - start, 2900U);
-  EXPECT_FALSE(thread_.Start());
+  CameTo("Stopping the disk event thread: the thread stays held");
+  EXPECT_FALSE(Start());
   EXPECT_THAT(Logs(), ElementsAre("log 3 Disk Event thread never ended.",
                                   "log 3 Disk Event thread already started!"));
 }
@@ -241,13 +249,13 @@ TEST_F(TheDiskEventThread, CanBeStoppedForGoodOnceTheHeldPassEnds) {
   Hurry();
   Gate::Close();
   AddOldUpload();
-  ASSERT_TRUE(thread_.Start());
+  ASSERT_TRUE(Start());
   ASSERT_TRUE(Gate::WaitUntilReached());
   thread_.Stop();
   Gate::Open();
   ASSERT_TRUE(system_.WaitForThreadEnd(0));
   thread_.Stop();
-  EXPECT_TRUE(thread_.Start());
+  EXPECT_TRUE(Start());
   thread_.Stop();
   EXPECT_THAT(Logs(), ElementsAre("log 3 Disk Event thread never ended.",
                                   "log 7 Event suppressed. Filename is a directory.",

@@ -22,10 +22,13 @@ std::string OwnDirectory() {
   return Narrow(std::filesystem::path(OwnPath()).parent_path().wstring());
 }
 
-class LoadDriverPrivilege : public PlatformTest {};
+class LoadDriverPrivilege : public PlatformTest {
+ protected:
+  static std::uint32_t Enable() { return Returned("EnableLoadDriverPrivilege", EnableLoadDriverPrivilege()); }
+};
 
 TEST_F(LoadDriverPrivilege, IsEnabledInTheTokenOfThisProcess) {
-  EXPECT_EQ(EnableLoadDriverPrivilege(), 0U);
+  EXPECT_EQ(Enable(), 0U);
   EXPECT_THAT(Calls(),
               ElementsAre("OpenProcessToken(current process, 0x28)",
                           "LookupPrivilegeValueW(null, SeLoadDriverPrivilege)",
@@ -35,21 +38,21 @@ TEST_F(LoadDriverPrivilege, IsEnabledInTheTokenOfThisProcess) {
 
 TEST_F(LoadDriverPrivilege, CountsAsEnabledWhenTheAccountDoesNotHoldIt) {
   system_.adjustPrivilegesLastError = ERROR_NOT_ALL_ASSIGNED;
-  EXPECT_EQ(EnableLoadDriverPrivilege(), 0U);
+  EXPECT_EQ(Enable(), 0U);
   EXPECT_THAT(Logs(), IsEmpty());
   EXPECT_THAT(system_.OpenHandles(), IsEmpty());
 }
 
 TEST_F(LoadDriverPrivilege, FailsWithTheCodeOfAnUnopenableToken) {
   system_.Fail("OpenProcessToken", 5);
-  EXPECT_EQ(EnableLoadDriverPrivilege(), 5U);
+  EXPECT_EQ(Enable(), 5U);
   EXPECT_THAT(Calls(), ElementsAre("OpenProcessToken(current process, 0x28)",
                                    "log 3 Could not open current process. 5"));
 }
 
 TEST_F(LoadDriverPrivilege, FailsWithTheCodeOfAnUnknownPrivilegeAndClosesTheToken) {
   system_.Fail("LookupPrivilegeValueW", 1313);
-  EXPECT_EQ(EnableLoadDriverPrivilege(), 1313U);
+  EXPECT_EQ(Enable(), 1313U);
   EXPECT_THAT(Calls(), ElementsAre("OpenProcessToken(current process, 0x28)",
                                    "LookupPrivilegeValueW(null, SeLoadDriverPrivilege)",
                                    "log 3 Could not look up privilege. 1313", "CloseHandle(token)"));
@@ -57,7 +60,7 @@ TEST_F(LoadDriverPrivilege, FailsWithTheCodeOfAnUnknownPrivilegeAndClosesTheToke
 
 TEST_F(LoadDriverPrivilege, FailsWithTheCodeOfARefusedAdjustmentAndClosesTheToken) {
   system_.Fail("AdjustTokenPrivileges", 87);
-  EXPECT_EQ(EnableLoadDriverPrivilege(), 87U);
+  EXPECT_EQ(Enable(), 87U);
   EXPECT_THAT(Logs(), ElementsAre("log 3 Could not adjust token privilege. 87"));
   EXPECT_EQ(Calls().back(), "CloseHandle(token)");
   EXPECT_THAT(system_.OpenHandles(), IsEmpty());
@@ -65,7 +68,9 @@ TEST_F(LoadDriverPrivilege, FailsWithTheCodeOfARefusedAdjustmentAndClosesTheToke
 
 class InstallingADriver : public PlatformTest {
  protected:
-  static bool Install() { return InstallDriver(L"OstrelNWFilter.inf", L"OstrelNWFilter.sys"); }
+  static bool Install() {
+    return Returned("InstallDriver", InstallDriver(L"OstrelNWFilter.inf", L"OstrelNWFilter.sys"));
+  }
 
   // The calls behind those that enable the privilege.
   Lines CallsAfterThePrivilege() const {
@@ -163,6 +168,23 @@ TEST_F(InstallingADriver, SucceedsAlthoughTheServiceCannotBeSetUp) {
   EXPECT_TRUE(Install());
   EXPECT_THAT(Logs(), ElementsAre(begin_, "log 3 Could not setup service. 1072"));
   EXPECT_THAT(system_.OpenHandles(), IsEmpty());
+}
+
+// The next step then says what is missing.
+TEST_F(InstallingADriver, SeeksTheInfWithoutAFolderWhenItsOwnPathIsNotTold) {
+  system_.Fail("GetModuleFileNameW", 8);
+  system_.Fail("SetupOpenInfFileW", 2);
+  EXPECT_FALSE(Install());
+  EXPECT_THAT(CallsAfterThePrivilege(),
+              ElementsAre(begin_, "FilterUnload(OstrelFilter)", ownPath_, "PathRemoveFileSpecW()",
+                          "GetSystemDirectoryW(512)", "SetupOpenInfFileW(\\OstrelNWFilter.inf, null, 2)",
+                          "log 3 Could not open INF file. Error on line 0"));
+}
+
+TEST_F(InstallingADriver, CopiesTheFileOutsideOfTheSystemsFolderWhenThatIsNotTold) {
+  system_.Fail("GetSystemDirectoryW", 8);
+  EXPECT_TRUE(Install());
+  EXPECT_THAT(Calls(), ::testing::Contains("PathFileExistsW(\\drivers\\OstrelNWFilter.sys)"));
 }
 
 TEST_F(InstallingADriver, CutsATargetPathThatExceeds511Characters) {

@@ -20,6 +20,11 @@ const std::string CLOSE_MANAGER = "CloseServiceHandle(manager)";
 class NetworkDriverService : public PlatformTest {
  protected:
   ~NetworkDriverService() override { EXPECT_THAT(system_.OpenHandles(), IsEmpty()); }
+
+  static bool Stop() { return Returned("Stopping the network driver's service", StopNetworkDriverService()); }
+  static bool Start() {
+    return Returned("Starting the network driver's service", StartNetworkDriverService());
+  }
 };
 
 TEST_F(NetworkDriverService, IsStoppedWhateverItsState) {
@@ -27,7 +32,7 @@ TEST_F(NetworkDriverService, IsStoppedWhateverItsState) {
     SCOPED_TRACE(state);
     system_.serviceState = state;
     system_.transcript.Clear();
-    EXPECT_TRUE(StopNetworkDriverService());
+    EXPECT_TRUE(Stop());
     EXPECT_THAT(Calls(), ElementsAre(OPEN_MANAGER, OPEN_SERVICE, QUERY, STOP, CLOSE_SERVICE, CLOSE_MANAGER,
                                      "log 6 Stopped nw filter driver successfully."));
   }
@@ -39,7 +44,7 @@ TEST_F(NetworkDriverService, ReportsAFailedStopWhateverItsState) {
     SCOPED_TRACE(state);
     system_.serviceState = state;
     system_.transcript.Clear();
-    EXPECT_FALSE(StopNetworkDriverService());
+    EXPECT_FALSE(Stop());
     EXPECT_THAT(Logs(),
                 ElementsAre("log 6 ControlService failed to stop network filter or it wasn't running. 1062"));
   }
@@ -47,13 +52,13 @@ TEST_F(NetworkDriverService, ReportsAFailedStopWhateverItsState) {
 
 TEST_F(NetworkDriverService, CannotBeStoppedWithoutTheManager) {
   system_.Fail("OpenSCManagerW", 5);
-  EXPECT_FALSE(StopNetworkDriverService());
+  EXPECT_FALSE(Stop());
   EXPECT_THAT(Calls(), ElementsAre(OPEN_MANAGER, "log 3 OpenSCManager failed (5)."));
 }
 
 TEST_F(NetworkDriverService, CannotBeStoppedWhenItCannotBeOpened) {
   system_.Fail("OpenServiceW", 1060);
-  EXPECT_FALSE(StopNetworkDriverService());
+  EXPECT_FALSE(Stop());
   EXPECT_THAT(Calls(),
               ElementsAre(OPEN_MANAGER, OPEN_SERVICE, "log 3 OpenService failed (1060).", CLOSE_MANAGER));
 }
@@ -62,21 +67,21 @@ TEST_F(NetworkDriverService, CannotBeStoppedWhenItCannotBeOpened) {
 TEST_F(NetworkDriverService, ReportsAFailedQueryWithTheCodeThatIsLeftAfterClosing) {
   system_.Fail("QueryServiceStatusEx", 6);
   system_.closeServiceHandleError = 777;
-  EXPECT_FALSE(StopNetworkDriverService());
+  EXPECT_FALSE(Stop());
   EXPECT_THAT(Calls(), ElementsAre(OPEN_MANAGER, OPEN_SERVICE, QUERY, CLOSE_SERVICE, CLOSE_MANAGER,
                                    "log 3 QueryServiceStatusEx failed. 777"));
 }
 
 TEST_F(NetworkDriverService, ReportsAFailedQueryWithItsOwnCodeWhenClosingLeavesIt) {
   system_.Fail("QueryServiceStatusEx", 6);
-  EXPECT_FALSE(StopNetworkDriverService());
+  EXPECT_FALSE(Stop());
   EXPECT_THAT(Logs(), ElementsAre("log 3 QueryServiceStatusEx failed. 6"));
 }
 
 TEST_F(NetworkDriverService, ReportsAFailedStopAsNotableWithTheCodeThatIsLeftAfterClosing) {
   system_.Fail("ControlService", 1062);
   system_.closeServiceHandleError = 777;
-  EXPECT_FALSE(StopNetworkDriverService());
+  EXPECT_FALSE(Stop());
   EXPECT_THAT(Calls(),
               ElementsAre(OPEN_MANAGER, OPEN_SERVICE, QUERY, STOP, CLOSE_SERVICE, CLOSE_MANAGER,
                           "log 6 ControlService failed to stop network filter or it wasn't running. 777"));
@@ -84,13 +89,13 @@ TEST_F(NetworkDriverService, ReportsAFailedStopAsNotableWithTheCodeThatIsLeftAft
 
 TEST_F(NetworkDriverService, ReportsAFailedStopWithItsOwnCodeWhenClosingLeavesIt) {
   system_.Fail("ControlService", 1062);
-  EXPECT_FALSE(StopNetworkDriverService());
+  EXPECT_FALSE(Stop());
   EXPECT_THAT(Logs(),
               ElementsAre("log 6 ControlService failed to stop network filter or it wasn't running. 1062"));
 }
 
 TEST_F(NetworkDriverService, IsStoppedBeforeItIsStarted) {
-  EXPECT_TRUE(StartNetworkDriverService());
+  EXPECT_TRUE(Start());
   EXPECT_THAT(Calls(),
               ElementsAre(OPEN_MANAGER, OPEN_SERVICE, QUERY, STOP, CLOSE_SERVICE, CLOSE_MANAGER,
                           "log 6 Stopped nw filter driver successfully.", OPEN_MANAGER, OPEN_SERVICE, START,
@@ -99,7 +104,7 @@ TEST_F(NetworkDriverService, IsStoppedBeforeItIsStarted) {
 
 TEST_F(NetworkDriverService, IsStartedAlthoughItCouldNotBeStopped) {
   system_.Fail("ControlService", 1062);
-  EXPECT_TRUE(StartNetworkDriverService());
+  EXPECT_TRUE(Start());
   EXPECT_THAT(Logs(),
               ElementsAre("log 6 ControlService failed to stop network filter or it wasn't running. 1062",
                           "log 6 Started nw filter driver successfully."));
@@ -107,14 +112,14 @@ TEST_F(NetworkDriverService, IsStartedAlthoughItCouldNotBeStopped) {
 
 TEST_F(NetworkDriverService, CannotBeStartedWithoutTheManager) {
   system_.Fail("OpenSCManagerW", 5, 2);
-  EXPECT_FALSE(StartNetworkDriverService());
+  EXPECT_FALSE(Start());
   EXPECT_THAT(Logs(),
               ElementsAre("log 6 Stopped nw filter driver successfully.", "log 3 OpenSCManager failed (5)."));
 }
 
 TEST_F(NetworkDriverService, CannotBeStartedWhenItCannotBeOpened) {
   system_.Fail("OpenServiceW", 1060);
-  EXPECT_FALSE(StartNetworkDriverService());
+  EXPECT_FALSE(Start());
   EXPECT_THAT(Calls(),
               ElementsAre(OPEN_MANAGER, OPEN_SERVICE, "log 3 OpenService failed (1060).", CLOSE_MANAGER,
                           OPEN_MANAGER, OPEN_SERVICE, "log 3 OpenService failed (1060).", CLOSE_MANAGER));
@@ -124,7 +129,7 @@ TEST_F(NetworkDriverService, CannotBeStartedWhenItCannotBeOpened) {
 TEST_F(NetworkDriverService, ReportsAFailedStartWithItsOwnCode) {
   system_.Fail("StartServiceW", 1058);
   system_.closeServiceHandleError = 777;
-  EXPECT_FALSE(StartNetworkDriverService());
+  EXPECT_FALSE(Start());
   EXPECT_THAT(Calls(), ElementsAre(OPEN_MANAGER, OPEN_SERVICE, QUERY, STOP, CLOSE_SERVICE, CLOSE_MANAGER,
                                    "log 6 Stopped nw filter driver successfully.", OPEN_MANAGER, OPEN_SERVICE,
                                    START, "log 3 StartService failed (1058).", CLOSE_SERVICE, CLOSE_MANAGER));

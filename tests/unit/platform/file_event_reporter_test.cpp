@@ -265,6 +265,7 @@ TEST_F(Reporting, LeavesTheHostNameEmptyWhenTheLookUpFailsHalfWay) {
   const auto failHalfWay = [](const SOCKADDR*, socklen_t, wchar_t* hostName, DWORD, wchar_t*, DWORD, INT)
                                WINAPI -> INT {
     std::wcscpy(hostName, L"half a na");
+    FailureLedger::OfThisProgram().Failed("GetNameInfoW", WSATRY_AGAIN);
     return WSATRY_AGAIN;
   };
   const ImportPatch patch(GetModuleHandleW(nullptr), "GetNameInfoW",
@@ -273,31 +274,40 @@ TEST_F(Reporting, LeavesTheHostNameEmptyWhenTheLookUpFailsHalfWay) {
   reporter_.ReportFileEvent(streams_, Event(1, 1));
   ASSERT_EQ(host_.activity.size(), 1U);
   EXPECT_THAT(host_.activity[0].hostNames, ElementsAre(L""));
+  CameTo("ReportFileEvent: reported, the host name empty");
   EXPECT_THAT(Logs(), Contains("log 7 Possible stream info: 10.0.0.1:443  "));
 }
 
 TEST_F(Reporting, LeavesAnAddressThatCannotBeFormattedEmpty) {
-  const auto fail = [](INT, const void*, wchar_t*, std::size_t) WINAPI -> const wchar_t* { return nullptr; };
+  FailureLedger::OfThisProgram().Concerns("InetPtonW");
+  const auto fail = [](INT, const void*, wchar_t*, std::size_t) WINAPI -> const wchar_t* {
+    FailureLedger::OfThisProgram().Failed("InetNtopW", WSAEINVAL);
+    return nullptr;
+  };
   const ImportPatch patch(GetModuleHandleW(nullptr), "InetNtopW",
                           reinterpret_cast<void*>(static_cast<decltype(&::InetNtopW)>(fail)));
   AddStream(0x0A000001, 443, 1000);
   reporter_.ReportFileEvent(streams_, Event(1, 1));
   ASSERT_EQ(host_.activity.size(), 1U);
   EXPECT_THAT(host_.activity[0].addresses, ElementsAre(L""));
+  CameTo("ReportFileEvent: reported, address and host name empty");
   EXPECT_THAT(host_.activity[0].ports, ElementsAre(443));
   EXPECT_THAT(Logs(), Contains("log 7 Possible stream info: :443  "));
 }
 
 TEST_F(Reporting, LeavesTheHostNameEmptyWhenItCannotBeFound) {
+  FailureLedger::OfThisProgram().Concerns("GetNameInfoW");
   AddStream(0x0A000001, 443, 1000);
   reporter_.ReportFileEvent(streams_, Event(1, 1));
   ASSERT_EQ(host_.activity.size(), 1U);
   EXPECT_THAT(host_.activity[0].hostNames, ElementsAre(L""));
+  CameTo("ReportFileEvent: reported, the host name empty");
   EXPECT_THAT(Logs(), Contains("log 7 Possible stream info: 10.0.0.1:443  "));
 }
 
 // The length is that of the other family's address, so the look-up is bound to fail.
 TEST_F(Reporting, GivesIpV6StreamsNoHostName) {
+  FailureLedger::OfThisProgram().Concerns("GetNameInfoW");
   unsigned char address[16] = {0x20, 0x01, 0x0D, 0xB8};
   address[15] = 1;
   streams_.AddEvent(PROCESS_NAME, 0, address, IPV6, 8443, 1500, 1000);
@@ -307,6 +317,7 @@ TEST_F(Reporting, GivesIpV6StreamsNoHostName) {
   EXPECT_THAT(host_.activity[0].addresses, ElementsAre(L"2001:db8::1"));
   EXPECT_THAT(host_.activity[0].ports, ElementsAre(8443));
   EXPECT_THAT(host_.activity[0].hostNames, ElementsAre(L""));
+  CameTo("ReportFileEvent: reported, the host name empty");
   EXPECT_THAT(Calls(), Contains("InetPtonW(23, 2001:db8::1)"));
   EXPECT_THAT(Calls(),
               Contains("GetNameInfoW(family 23, 2001:db8::1, length 16, 1025, no service 0, flags 4)"));
@@ -350,9 +361,11 @@ TEST_F(Reporting, DropsAnUploadOfOneByteLess) {
 }
 
 TEST_F(Reporting, NeverReportsAnUploadOfADeletedFile) {
+  FailureLedger::OfThisProgram().Concerns("CreateFileW");
   system_.fileSizes.clear();
   reporter_.ReportFileEvent(streams_, Event(0, 0xFFFFFFFF));
   EXPECT_THAT(host_.activity, IsEmpty());
+  CameTo("ReportFileEvent: an upload is not reported");
   EXPECT_THAT(Logs(), Contains("log 7 Uploaded file C:\\a.txt. 4294967295 of 18446744073709551615"));
 }
 
@@ -360,12 +373,15 @@ TEST_F(Reporting, NeverReportsAnUploadOfAFileThatCannotBeSized) {
   system_.Fail("GetFileSizeEx", 5);
   reporter_.ReportFileEvent(streams_, Event(0, 1000));
   EXPECT_THAT(host_.activity, IsEmpty());
+  CameTo("ReportFileEvent: an upload is not reported");
 }
 
 TEST_F(Reporting, ReportsADownloadWhateverItsSize) {
+  FailureLedger::OfThisProgram().Concerns("CreateFileW");
   system_.fileSizes.clear();
   reporter_.ReportFileEvent(streams_, Event(1, 0));
   EXPECT_EQ(host_.activity.size(), 1U);
+  CameTo("ReportFileEvent: a download is reported");
 }
 
 TEST_F(Reporting, AsksForTheMetadataOfAFileOnANetworkDrive) {

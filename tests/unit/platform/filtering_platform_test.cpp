@@ -98,7 +98,9 @@ class AddingCallouts : public FilteringPlatformTest {
  protected:
   ~AddingCallouts() override { EXPECT_THAT(system_.OpenHandles(), IsEmpty()); }
 
-  std::uint32_t Add() const { return AddCallouts(Expectation().callouts); }
+  std::uint32_t Add() const {
+    return Returned("Adding" + Expectation().v6 + " callouts", AddCallouts(Expectation().callouts));
+  }
 
   std::string Session() const { return "Monitor Sample Non-Dynamic Session" + Expectation().v6; }
   std::string Opening() const { return "log 7 Opening filtering engine" + Expectation().v6 + "."; }
@@ -141,6 +143,7 @@ TEST_P(AddingCallouts, AbortsWhenNoTransactionCanBeStarted) {
 }
 
 TEST_P(AddingCallouts, TakesBothToExistWhenTheFirstDoes) {
+  FailureLedger::OfThisProgram().Concerns("FwpmCalloutAdd0");
   ASSERT_EQ(Add(), 0U);
   system_.transcript.Clear();
   EXPECT_EQ(Add(), 0U);
@@ -213,7 +216,10 @@ class AddingFilters : public FilteringPlatformTest {
   // The session is never closed.
   ~AddingFilters() override { EXPECT_THAT(system_.OpenHandles(), ElementsAre("Monitor Sample Session")); }
 
-  std::uint32_t Add(const wchar_t* user = L"ann") { return AddFilters(engine_, Expectation().filters, user); }
+  std::uint32_t Add(const wchar_t* user = L"ann") {
+    return Returned("Adding" + Expectation().v6 + " filters",
+                    AddFilters(engine_, Expectation().filters, user));
+  }
 
   std::string AddSubLayer() const {
     const std::string name = "'" + Expectation().subLayerName + "'";
@@ -302,6 +308,9 @@ TEST_P(AddingFilters, ReturnsTheStatusOfAFailedCommitWithoutAborting) {
 }
 
 TEST_P(AddingFilters, AddsTheFlowFilterAlsoForAUserThatIsNotKnown) {
+  FailureLedger::OfThisProgram().Concerns("BuildSecurityDescriptorW");
+  FailureLedger::OfThisProgram().Chosen("BuildSecurityDescriptorW",
+                                        "the condition on the user stays, with an empty descriptor");
   EXPECT_EQ(Add(L"bob"), 0U);
   EXPECT_THAT(Calls(), ElementsAre(begin_, AddSubLayer(), NameUser("bob"), Describe("bob"),
                                    "log 3 Couldn't resolve user. 1332\n", AddFlow(UNKNOWN_USER_CONDITIONS),
@@ -322,6 +331,11 @@ INSTANTIATE_TEST_SUITE_P(OfBothIpVersions, AddingFilters, ::testing::Values(&EXP
 
 class TheMonitoringSession : public PlatformTest {
  protected:
+  std::uint32_t Open() { return Returned("Opening the monitoring session", OpenMonitoringSession(engine_)); }
+  std::uint32_t AddV6Filters() {
+    return Returned("Adding V6 filters", AddFilters(engine_, IPV6_FILTERS, L"ann"));
+  }
+
   const std::string open_ =
       "FwpmEngineOpen0(null, 10, null, 'Monitor Sample Session', 'Monitors traffic at the Stream layer.', "
       "flags 0x1)";
@@ -331,29 +345,36 @@ class TheMonitoringSession : public PlatformTest {
 };
 
 TEST_F(TheMonitoringSession, IsDynamicAndStaysOpen) {
-  EXPECT_EQ(OpenMonitoringSession(engine_), 0U);
+  EXPECT_EQ(Open(), 0U);
   EXPECT_THAT(Calls(), ElementsAre(open_));
   EXPECT_THAT(system_.OpenHandles(), ElementsAre("Monitor Sample Session"));
 }
 
 TEST_F(TheMonitoringSession, ReturnsTheStatusOfAnEngineThatCannotBeOpened) {
   system_.Fail("FwpmEngineOpen0", FAILURE);
-  EXPECT_EQ(OpenMonitoringSession(engine_), FAILURE);
+  EXPECT_EQ(Open(), FAILURE);
   EXPECT_THAT(Calls(), ElementsAre(open_, "log 3 Could not open filtering engine. " + FAILURE_TEXT));
 }
 
 // Both IP versions use one sub-layer key.
 TEST_F(TheMonitoringSession, RefusesTheSubLayerOfTheSecondIpVersionAndSucceeds) {
-  ASSERT_EQ(OpenMonitoringSession(engine_), 0U);
+  FailureLedger::OfThisProgram().Concerns("FwpmSubLayerAdd0");
+  ASSERT_EQ(Open(), 0U);
   EXPECT_EQ(AddFilters(engine_, IPV4_FILTERS, L"ann"), 0U);
   system_.transcript.Clear();
-  EXPECT_EQ(AddFilters(engine_, IPV6_FILTERS, L"ann"), 0U);
+  EXPECT_EQ(AddV6Filters(), 0U);
   EXPECT_THAT(Calls(),
               ElementsAre("FwpmTransactionBegin0(Monitor Sample Session, 0)",
                           "FwpmSubLayerAdd0(Monitor Sample Session, " + SUB_LAYER +
                               ", 'V6 Monitor Sample Sub layer', 'V6 Monitor Sample Sub layer', flags 0x0, "
                               "weight 0, null)",
                           "FwpmTransactionAbort0(Monitor Sample Session)"));
+}
+
+TEST_F(TheMonitoringSession, DoesNotMatterWhereThatOfTheCalloutsCannotBeClosed) {
+  system_.Fail("FwpmEngineClose0", FAILURE);
+  EXPECT_EQ(Returned("Adding callouts", AddCallouts(IPV4_CALLOUTS)), 0U);
+  EXPECT_EQ(Calls().back(), "FwpmEngineClose0(Monitor Sample Non-Dynamic Session)");
 }
 
 }  // namespace

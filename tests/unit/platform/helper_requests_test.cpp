@@ -39,7 +39,12 @@ void (*originalFree)(void*) = nullptr;
 class ConnectingToAHelper : public UserHelperTest {
  protected:
   std::wstring Connect(const std::wstring& commandId = L"command") {
-    return ConnectToUserHelper(commandId, L"response", status_);
+    try {
+      return Returned("ConnectToUserHelper", ConnectToUserHelper(commandId, L"response", status_));
+    } catch (const ProcUtilException&) {
+      CameTo("ConnectToUserHelper: throws, status " + Narrow(status_));
+      throw;
+    }
   }
 
   std::wstring status_ = L"BEFORE";
@@ -89,6 +94,7 @@ TEST_F(ConnectingToAHelper, FailsWithoutAChannelName) {
 }
 
 TEST_F(ConnectingToAHelper, FailsWithoutAUser) {
+  FailureLedger::OfThisProgram().Concerns("WTSEnumerateSessionsW");
   session_.sessions.clear();
   EXPECT_THROW(Connect(), ProcUtilException);
   EXPECT_EQ(status_, L"NO_LOGGEDIN_USER");
@@ -160,7 +166,10 @@ TEST_F(AnExchange, KeepsTheCodeOfItsFailureBeforeItFreesAnything) {
 class Requesting : public UserHelperTest {
  protected:
   Requesting() {
-    session_.answer = [this](const std::wstring&) { return reply_; };
+    session_.answer = [this](const std::wstring&) {
+      if (!flaw_.empty()) FailureLedger::OfThisProgram().FailedOtherwise("Answer of the user helper", flaw_);
+      return reply_;
+    };
   }
   ~Requesting() override {
     OstrelFilterLibUtil::DeallocStringPointer(&result_);
@@ -199,6 +208,7 @@ class Requesting : public UserHelperTest {
   }
 
   std::wstring reply_;
+  std::string flaw_;  // of the answer, for the ledger
   std::wstring status_ = L"BEFORE";
   wchar_t* result_ = nullptr;
   wchar_t* error_ = nullptr;
@@ -206,7 +216,12 @@ class Requesting : public UserHelperTest {
 
 class RequestingTitles : public Requesting {
  protected:
-  std::vector<std::wstring> Ask() { return GetTabTitlesFromUserHelper(4512, L"chrome.exe", status_); }
+  std::vector<std::wstring> Ask() {
+    auto titles = GetTabTitlesFromUserHelper(4512, L"chrome.exe", status_);
+    CameTo("GetTabTitlesFromUserHelper: " + std::to_string(titles.size()) + " titles, status " +
+           Narrow(status_));
+    return titles;
+  }
 
   const std::string request_ = Request("0", "4512,10,chrome.exe");
 };
@@ -263,6 +278,7 @@ TEST_F(RequestingTitles, ReportsEachReasonWhyThereIsNoHelper) {
 }
 
 TEST_F(RequestingTitles, ReportsTheHelpersCode) {
+  flaw_ = "code 4";
   Answer(L"0", L"4,0");
   EXPECT_THAT(Ask(), IsEmpty());
   EXPECT_EQ(status_, L"TABTITLE_MAIN_WINDOWS_NOT_FOUND");
@@ -270,6 +286,7 @@ TEST_F(RequestingTitles, ReportsTheHelpersCode) {
 }
 
 TEST_F(RequestingTitles, ReportsThatThereIsNone) {
+  flaw_ = "no title";
   Answer(L"0", L"0,0");
   EXPECT_THAT(Ask(), IsEmpty());
   EXPECT_EQ(status_, L"TABTITLE_NO_TITLE_FOUND");
@@ -277,6 +294,7 @@ TEST_F(RequestingTitles, ReportsThatThereIsNone) {
 }
 
 TEST_F(RequestingTitles, ReportsAnAnswerThatItCannotRead) {
+  flaw_ = "unreadable";
   for (const std::wstring& reply : {std::wstring(), std::wstring(L"0,"), std::wstring(L"0,65,x")}) {
     reply_ = reply;
     EXPECT_THAT(Ask(), IsEmpty());
@@ -286,6 +304,7 @@ TEST_F(RequestingTitles, ReportsAnAnswerThatItCannotRead) {
 }
 
 TEST_F(RequestingTitles, ReportsAnAnswerToSomebodyElse) {
+  flaw_ = "of another identifier";
   reply_ = L"0,4,9f3a,0,0";
   EXPECT_THAT(Ask(), IsEmpty());
   EXPECT_EQ(status_, L"TABTITLE_COMMAND_ID");
@@ -345,7 +364,11 @@ TEST_F(RequestingTitles, ReadsAnAnswerUpToItsFirstZero) {
 
 class RequestingMetaData : public Requesting {
  protected:
-  FileMetaData Ask() { return GetFileMetaDataFromUserHelper(L"\\\\s\\a,b", status_); }
+  FileMetaData Ask() {
+    const FileMetaData metaData = GetFileMetaDataFromUserHelper(L"\\\\s\\a,b", status_);
+    CameTo("GetFileMetaDataFromUserHelper: status " + Narrow(status_));
+    return metaData;
+  }
 
   const std::string request_ = Request("1", "7,\\\\s\\a,b");
   const std::wstring digests_ = std::wstring(64, L'a') + L"," + std::wstring(32, L'b');
@@ -368,6 +391,7 @@ TEST_F(RequestingMetaData, TakesItsStepsInOrder) {
 }
 
 TEST_F(RequestingMetaData, ReportsTheHelpersCode) {
+  flaw_ = "code 18";
   Answer(L"1", L"18," + digests_ + L",10,0");
   EXPECT_EQ(Ask().fileSize, 0U);
   EXPECT_EQ(status_, L"METADATA_FILE_DOES_NOT_EXIST");
@@ -421,6 +445,7 @@ TEST_F(RequestingMetaData, ReportsEachReasonWhyThereIsNoHelper) {
 }
 
 TEST_F(RequestingMetaData, ReportsAnAnswerThatItCannotRead) {
+  flaw_ = "unreadable";
   Answer(L"1", L"0," + digests_ + L",10,9,short");
   EXPECT_EQ(Ask().fileSize, 0U);
   EXPECT_EQ(status_, L"METADATA_DESERIALIZE_FAILURE");
@@ -428,6 +453,7 @@ TEST_F(RequestingMetaData, ReportsAnAnswerThatItCannotRead) {
 }
 
 TEST_F(RequestingMetaData, ReportsAnAnswerToAnotherQuestion) {
+  flaw_ = "of another type";
   reply_.clear();
   EXPECT_EQ(Ask().fileSize, 0U);
   EXPECT_EQ(status_, L"METADATA_INCORRECT_MESSAGE_TYPE");
@@ -452,7 +478,7 @@ class RequestingTheProxyUrl : public Requesting {
  protected:
   std::wstring Ask() {
     GetAutoProxyConfigUrlFromUserHelper(&result_, &error_);
-    return Outcome();
+    return Returned("GetAutoProxyConfigUrlFromUserHelper", Outcome());
   }
 
   const std::string request_ = Request("2", "");
@@ -476,11 +502,13 @@ TEST_F(RequestingTheProxyUrl, SetsNothingForAnEmptyUrl) {
 }
 
 TEST_F(RequestingTheProxyUrl, ReturnsTheHelpersExplanation) {
+  flaw_ = "code 26";
   Answer(L"2", L"26,3,why");
   EXPECT_EQ(Ask(), L"error: why");
 }
 
 TEST_F(RequestingTheProxyUrl, ReportsAnAnswerThatItCannotRead) {
+  flaw_ = "unreadable";
   reply_ = L"2;%s";
   EXPECT_EQ(Ask(), L"error: PROXY:: Couldn't deserialize AutoProxyConfigUrl message: 2;%s");
 }
@@ -512,7 +540,7 @@ class RequestingACloudLogin : public Requesting {
  protected:
   std::wstring Ask() {
     GetCloudStorageProviderLoginFromUserHelper(L"OneDrive", L"C:\\Users\\ann", &result_, &error_);
-    return Outcome();
+    return Returned("GetCloudStorageProviderLoginFromUserHelper", Outcome());
   }
 
   const std::string request_ = Request("3", "8,OneDrive,12,C:\\Users\\ann");
@@ -537,16 +565,19 @@ TEST_F(RequestingACloudLogin, SetsNothingForAnEmptyLogin) {
 }
 
 TEST_F(RequestingACloudLogin, ReturnsTheTextOfItsCode) {
+  flaw_ = "code 8";
   Answer(L"3", L"8,3,own");
   EXPECT_EQ(Ask(), L"error: CLOUDLOGIN:: Incorrect CloudStorageProvider Type");
 }
 
 TEST_F(RequestingACloudLogin, ReturnsTheHelpersExplanation) {
+  flaw_ = "code 17";
   Answer(L"3", L"17,3,own");
   EXPECT_EQ(Ask(), L"error: own");
 }
 
 TEST_F(RequestingACloudLogin, ReportsAnAnswerThatItCannotRead) {
+  flaw_ = "unreadable";
   reply_ = L"3;%s";
   EXPECT_EQ(Ask(), L"error: CLOUDLOGIN:: Couldn't deserialize cloud Login message: 3;%s");
 }

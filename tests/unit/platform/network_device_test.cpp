@@ -22,8 +22,10 @@ const std::string SEND = "DeviceIoControl(device, 0x222008, 138176 bytes, null o
 
 class TheNetworkDevice : public PlatformTest {
  protected:
+  std::uint32_t Open() { return Returned("Opening the device", device_.Open()); }
+  std::uint32_t EnableMonitoring() { return Returned("Enabling monitoring", device_.EnableMonitoring()); }
   void OpenAndForget() {
-    ASSERT_EQ(device_.Open(), 0U);
+    ASSERT_EQ(Open(), 0U);
     system_.transcript.Clear();
   }
 
@@ -32,7 +34,7 @@ class TheNetworkDevice : public PlatformTest {
 };
 
 TEST_F(TheNetworkDevice, IsOpenedForOverlappedRequestsAndClosed) {
-  EXPECT_EQ(device_.Open(), 0U);
+  EXPECT_EQ(Open(), 0U);
   EXPECT_THAT(system_.OpenHandles(), ElementsAre("device"));
   device_.Close();
   EXPECT_THAT(Calls(), ElementsAre(OPEN, "CloseHandle(device)", "log 7 Closed handle to NW driver."));
@@ -41,39 +43,39 @@ TEST_F(TheNetworkDevice, IsOpenedForOverlappedRequestsAndClosed) {
 
 TEST_F(TheNetworkDevice, SaysWhyItCannotBeOpened) {
   system_.Fail("CreateFileW", 2);
-  EXPECT_EQ(device_.Open(), 2U);
+  EXPECT_EQ(Open(), 2U);
   EXPECT_THAT(Calls(), ElementsAre(OPEN, "log 3 Could not open monitoring. 2"));
 }
 
 TEST_F(TheNetworkDevice, CountsAsOpenedWhenFailingLeavesNoCode) {
   system_.Fail("CreateFileW", 0);
-  EXPECT_EQ(device_.Open(), 0U);
+  EXPECT_EQ(Open(), 0U);
   EXPECT_THAT(Calls(), ElementsAre(OPEN));
   EXPECT_EQ(device_.Get(), INVALID_HANDLE_VALUE);
 }
 
 TEST_F(TheNetworkDevice, IsToldToMonitor) {
   OpenAndForget();
-  EXPECT_EQ(device_.EnableMonitoring(), 0U);
+  EXPECT_EQ(EnableMonitoring(), 0U);
   EXPECT_THAT(Calls(), ElementsAre(ENABLE, "log 6 Ostrel NW monitoring enabled."));
 }
 
 TEST_F(TheNetworkDevice, SaysWhyItDoesNotMonitor) {
   OpenAndForget();
   system_.Fail("DeviceIoControl", 31);
-  EXPECT_EQ(device_.EnableMonitoring(), 31U);
+  EXPECT_EQ(EnableMonitoring(), 31U);
   EXPECT_THAT(Calls(), ElementsAre(ENABLE, "log 3 Could not enable monitoring. 31"));
 }
 
 TEST_F(TheNetworkDevice, CountsAsMonitoringWhenFailingLeavesNoCode) {
   OpenAndForget();
   system_.Fail("DeviceIoControl", 0);
-  EXPECT_EQ(device_.EnableMonitoring(), 0U);
+  EXPECT_EQ(EnableMonitoring(), 0U);
   EXPECT_THAT(Calls(), ElementsAre(ENABLE, "log 6 Ostrel NW monitoring enabled."));
 }
 
 TEST_F(TheNetworkDevice, CannotMonitorWithoutAHandle) {
-  EXPECT_EQ(device_.EnableMonitoring(), 87U);
+  EXPECT_EQ(EnableMonitoring(), 87U);
   EXPECT_THAT(Calls(), ElementsAre("log 3 Could not enable monitoring. 87"));
 }
 
@@ -102,6 +104,7 @@ TEST_F(TheNetworkDevice, SaysAsNotableThatTheMessageWasRefused) {
   OpenAndForget();
   system_.Fail("DeviceIoControl", 1117);
   device_.SendProcessList(*std::make_unique<DetectionMessage>());
+  CameTo("Sending the process list: gives nothing back");
   EXPECT_THAT(Calls(), ElementsAre(SEND, "log 6 Failed to send proc names to nw filter: 1117"));
 }
 
@@ -109,6 +112,7 @@ TEST_F(TheNetworkDevice, SaysWhyItCannotBeClosed) {
   OpenAndForget();
   system_.Fail("CloseHandle(device)", 6);
   device_.Close();
+  CameTo("Closing the device: counts as closed");
   EXPECT_THAT(Calls(),
               ElementsAre("CloseHandle(device)", "log 3 Could not close handle to NW driver. Code: 6"));
 }

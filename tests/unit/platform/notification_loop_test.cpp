@@ -66,6 +66,7 @@ class TheNotificationLoop : public PlatformTest {
 };
 
 TEST_F(TheNotificationLoop, GoesOnAfterAnExceptionAndClosesTheProcess) {
+  FailureLedger::OfThisProgram().FailedOtherwise("Handling a message", "an exception");
   static bool throwNext;
   throwNext = true;
   auto downloads = MakeCache([](void*, std::wstring& user) -> unsigned char {
@@ -74,6 +75,7 @@ TEST_F(TheNotificationLoop, GoesOnAfterAnExceptionAndClosesTheProcess) {
     return 1;
   });
   Run({Message(1, 7, u"\\first"), Message(1, 8, u"\\second")}, downloads);
+  CameTo("The notification loop: goes on with the next message");
   EXPECT_THAT(Logs(),
               ElementsAre("log 6 Notification procedure started.",
                           "log 7 Received event: 42 \\first \\Device\\HarddiskVolume3\\app.exe 1 0 0 10",
@@ -96,6 +98,16 @@ TEST_F(TheNotificationLoop, GoesOnAfterAnExceptionOfTheTabTitleLookUp) {
   ReadEventCache downloads(userLookup, tabTitleLookup, directoryTest);
   Run({Message(1, 7, u"\\first"), Message(1, 8, u"\\second")}, downloads);
   EXPECT_THAT(system_.transcript.StartingWith("log 3"), ElementsAre("log 3 Exception caught in filter loop"));
+  EXPECT_EQ(downloads.GetCacheCount(), 1U);
+  EXPECT_THAT(system_.OpenHandles(), ::testing::IsEmpty());
+}
+
+TEST_F(TheNotificationLoop, GoesOnAfterAnEventOfATypeThatItDoesNotKnow) {
+  auto downloads = MakeCache(&GetUserOfProcess);
+  FailureLedger::OfThisProgram().FailedOtherwise("Message of the minifilter", "of an unknown type");
+  Run({Message(10, 7, u"\\first"), Message(1, 8, u"\\second")}, downloads);
+  CameTo("The notification loop: goes on with the next message");
+  EXPECT_THAT(Logs(), ::testing::Contains("log 3 Unhandled message from driver: 10"));
   EXPECT_EQ(downloads.GetCacheCount(), 1U);
   EXPECT_THAT(system_.OpenHandles(), ::testing::IsEmpty());
 }

@@ -78,7 +78,9 @@ class ThePacketReader : public PlatformTest {
   DWORD Run(std::deque<Step> steps) {
     network_.onWaits = std::move(steps);
     network_.onWaits.push_back([this] { SetEvent(stop_); });
-    return PacketReader(device_.Get(), stop_, givenUp_, uploads_, downloads_).Run();
+    const DWORD exitCode = PacketReader(device_.Get(), stop_, givenUp_, uploads_, downloads_).Run();
+    CameTo("The packet reader: exit code " + std::to_string(exitCode));
+    return exitCode;
   }
 
   Step Report(const Packet& packet, std::size_t block = 0) {
@@ -255,6 +257,7 @@ TEST_F(ThePacketReader, AddsUpWhatOneStreamReports) {
 }
 
 TEST_F(ThePacketReader, DropsTheRecordOfAProcessThatIsGoneWithoutAWord) {
+  FailureLedger::OfThisProgram().Concerns("OpenProcess");
   Packet gone;
   gone.processId = 44;
   EXPECT_EQ(Run({Report(gone, 3)}), 0U);
@@ -271,6 +274,7 @@ TEST_F(ThePacketReader, DropsTheRecordOfAProcessWhoseNameCannotBeRead) {
 }
 
 TEST_F(ThePacketReader, FilesNothingForARequestThatEndsWithoutARecord) {
+  FailureLedger::OfThisProgram().Concerns("GetOverlappedResult");
   EXPECT_EQ(Run({Report({}, 3), [this] { network_.CompleteWithoutRecord(3); }}), 0U);
   EXPECT_THAT(Logs(), Not(Contains(::testing::HasSubstr("added to existing"))));
   EXPECT_EQ(uploads_.PurgeEvents(5000 + 70001), 1);
@@ -322,6 +326,9 @@ TEST_F(ThePacketReader, WaitsAtItsEndForAllButTheRequestThatWasRefused) {
 
 // Nothing may be waited for that nobody cancels.
 TEST_F(ThePacketReader, SaysThatItsRequestsCannotBeCancelledAndEnds) {
+  FailureLedger::OfThisProgram().Chosen(
+      "CancelIo",
+      "nothing is waited for that nobody cancels, and blocks that the driver still has are not freed");
   system_.Fail("CancelIo", 6);
   EXPECT_EQ(Run({}), 0U);
   EXPECT_EQ(Calls(), Started() + Lines({WAIT, STOP, CANCEL,
@@ -329,6 +336,7 @@ TEST_F(ThePacketReader, SaysThatItsRequestsCannotBeCancelledAndEnds) {
 }
 
 TEST_F(ThePacketReader, EndsWhenItCannotWait) {
+  FailureLedger::OfThisProgram().Chosen("WaitForMultipleObjects", "a wait that fails ends the reader");
   system_.Fail("WaitForMultipleObjects", 87, 2);
   EXPECT_EQ(Run({Report({}), [] {}, [] {}}), 0xFFFFFFFFU);
   Lines calls = Calls();
@@ -341,6 +349,7 @@ TEST_F(ThePacketReader, EndsWhenItCannotWait) {
 }
 
 TEST_F(ThePacketReader, EndsWhenAWaitIsAbandoned) {
+  FailureLedger::OfThisProgram().Chosen("WaitForMultipleObjects", "an abandoned wait ends the reader");
   for (const DWORD result : {WAIT_ABANDONED_0, WAIT_ABANDONED_0 + 63}) {
     network_.waitResult = result;
     EXPECT_EQ(Run({}), 0xFFFFFFFFU);
@@ -375,6 +384,7 @@ class ThePacketReaderThread : public PlatformTest {
     return code;
   }
 
+  bool Start() { return Returned("Starting the packet reader", thread_.Start(device_.Get())); }
   bool WaitUntilReading() const { return system_.transcript.WaitFor(WAIT); }
 
   // Keeps the reader at a completed request until it is let go.
@@ -392,7 +402,7 @@ class ThePacketReaderThread : public PlatformTest {
 };
 
 TEST_F(ThePacketReaderThread, StartsAndStops) {
-  EXPECT_TRUE(thread_.Start(device_.Get()));
+  EXPECT_TRUE(Start());
   ASSERT_TRUE(WaitUntilReading());
   thread_.Stop();
   EXPECT_THAT(Calls(),
@@ -409,7 +419,7 @@ TEST_F(ThePacketReaderThread, StartsAndStops) {
 
 TEST_F(ThePacketReaderThread, LeavesItsEventsAndItsHandleOpenAndNothingElse) {
   for (std::size_t round = 1; round <= 3; ++round) {
-    ASSERT_TRUE(thread_.Start(device_.Get()));
+    ASSERT_TRUE(Start());
     ASSERT_TRUE(system_.transcript.WaitFor(WAIT, round));
     thread_.Stop();
     ASSERT_TRUE(system_.WaitForThreadEnd(round - 1));
@@ -419,7 +429,7 @@ TEST_F(ThePacketReaderThread, LeavesItsEventsAndItsHandleOpenAndNothingElse) {
 }
 
 TEST_F(ThePacketReaderThread, FilesRecordsIntoTheTwoCaches) {
-  ASSERT_TRUE(thread_.Start(device_.Get()));
+  ASSERT_TRUE(Start());
   ASSERT_TRUE(WaitUntilReading());
   Packet download;
   download.direction = 0;
@@ -433,12 +443,12 @@ TEST_F(ThePacketReaderThread, FilesRecordsIntoTheTwoCaches) {
 }
 
 TEST_F(ThePacketReaderThread, ReadsAgainAfterAStop) {
-  ASSERT_TRUE(thread_.Start(device_.Get()));
+  ASSERT_TRUE(Start());
   ASSERT_TRUE(WaitUntilReading());
   thread_.Stop();
   ASSERT_TRUE(system_.WaitForThreadEnd(0));
   system_.transcript.Clear();
-  ASSERT_TRUE(thread_.Start(device_.Get()));
+  ASSERT_TRUE(Start());
   ASSERT_TRUE(WaitUntilReading());
   network_.Complete(62, Packet());
   EXPECT_TRUE(system_.transcript.WaitFor("log 7 added network event: upload"));
@@ -447,7 +457,7 @@ TEST_F(ThePacketReaderThread, ReadsAgainAfterAStop) {
 
 TEST_F(ThePacketReaderThread, SaysWhyItCannotBeStarted) {
   system_.Fail("CreateThread", 8);
-  EXPECT_FALSE(thread_.Start(device_.Get()));
+  EXPECT_FALSE(Start());
   EXPECT_THAT(Calls(),
               ElementsAre("CreateEventW(manual reset, not set, null)", "CreateThread(null, stack 0, flags 0)",
                           "log 3 Could not start receive notification thread. Code: 8"));
@@ -455,7 +465,7 @@ TEST_F(ThePacketReaderThread, SaysWhyItCannotBeStarted) {
 
 TEST_F(ThePacketReaderThread, SaysWhyItHasNoStopEvent) {
   system_.Fail("CreateEventW", 1450);
-  EXPECT_FALSE(thread_.Start(device_.Get()));
+  EXPECT_FALSE(Start());
   EXPECT_THAT(Calls(), ElementsAre("CreateEventW(manual reset, not set, null)",
                                    "log 3 Could not start receive notification thread. Code: 1450"));
 }
@@ -463,7 +473,7 @@ TEST_F(ThePacketReaderThread, SaysWhyItHasNoStopEvent) {
 // Only a wait that times out says that it goes on.
 TEST_F(ThePacketReaderThread, CountsAsEndedWhenItNeverStarted) {
   system_.Fail("CreateThread", 8);
-  ASSERT_FALSE(thread_.Start(device_.Get()));
+  ASSERT_FALSE(Start());
   system_.transcript.Clear();
   thread_.Stop();
   EXPECT_THAT(Logs(), ElementsAre("log 7 GetNWPacketInfo thread ended"));
@@ -471,26 +481,29 @@ TEST_F(ThePacketReaderThread, CountsAsEndedWhenItNeverStarted) {
 
 // A stop that follows would otherwise reach for the reader of before.
 TEST_F(ThePacketReaderThread, ForgetsTheReaderBeforeWhenItCannotBeStartedAgain) {
-  ASSERT_TRUE(thread_.Start(device_.Get()));
+  ASSERT_TRUE(Start());
   ASSERT_TRUE(WaitUntilReading());
   thread_.Stop();
   ASSERT_TRUE(system_.WaitForThreadEnd(0));
   system_.Fail("CreateEventW", 1450);
-  ASSERT_FALSE(thread_.Start(device_.Get()));
+  ASSERT_FALSE(Start());
   system_.transcript.Clear();
   thread_.Stop();
   EXPECT_THAT(Calls(), ElementsAre("SetEvent(null)", "log 7 GetNWPacketInfo thread ended"));
 }
 
 TEST_F(ThePacketReaderThread, IsGivenUpOnAfterThreeSeconds) {
+  FailureLedger::OfThisProgram().Concerns("WaitForSingleObject");
+  FailureLedger::OfThisProgram().Chosen("WaitForSingleObject", "what the reader files afterwards is dropped");
   system_.waitDivisor = 50;
-  ASSERT_TRUE(thread_.Start(device_.Get()));
+  ASSERT_TRUE(Start());
   ASSERT_TRUE(WaitUntilReading());
   ASSERT_NO_FATAL_FAILURE(Hold());
   system_.transcript.Clear();
   thread_.Stop();
   EXPECT_THAT(Calls(), ElementsAre("SetEvent(event)", "WaitForSingleObject(thread, 3000)",
                                    "log 3 GetNWPacketInfo thread never ended."));
+  CameTo("Stopping the packet reader: goes on without it");
   network_.LetGo();
   ASSERT_TRUE(system_.WaitForThreadEnd(0));
   EXPECT_EQ(network_.PendingCount(), 0U) << "it ends by itself once it can";
@@ -500,11 +513,11 @@ TEST_F(ThePacketReaderThread, IsGivenUpOnAfterThreeSeconds) {
 // Its handles and blocks are not the new reader's.
 TEST_F(ThePacketReaderThread, MayStillBeEndingWhenTheNextOneStarts) {
   system_.waitDivisor = 50;
-  ASSERT_TRUE(thread_.Start(device_.Get()));
+  ASSERT_TRUE(Start());
   ASSERT_TRUE(WaitUntilReading());
   ASSERT_NO_FATAL_FAILURE(Hold());
   thread_.Stop();
-  ASSERT_TRUE(thread_.Start(device_.Get()));
+  ASSERT_TRUE(Start());
   ASSERT_TRUE(system_.transcript.WaitFor(WAIT, 2));
   network_.LetGo();
   ASSERT_TRUE(system_.WaitForThreadEnd(0));

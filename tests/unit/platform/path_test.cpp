@@ -14,11 +14,11 @@ std::wstring Convert(std::uint32_t type, std::wstring source) {
   destination[512] = L'#';
   OstrelFilterLibUtil::ConvertFileName(static_cast<DEVICE_SOURCE_TYPE>(type), source.data(), destination);
   EXPECT_EQ(destination[512], L'#');
-  return destination;
+  return Returned("ConvertFileName", std::wstring(destination));
 }
 
 std::wstring Raw(std::wstring directory) {
-  return OstrelFilterLibUtil::GetRawDirectoryName(directory.data());
+  return Returned("GetRawDirectoryName", OstrelFilterLibUtil::GetRawDirectoryName(directory.data()));
 }
 
 class ConvertingALocalName : public PlatformTest {
@@ -95,12 +95,14 @@ TEST_F(RawDirectoryName, IsTheDeviceAndThePathSpelledAsOnDisk) {
 }
 
 TEST_F(RawDirectoryName, OfADirectoryThatDoesNotExistIsTheDirectory) {
+  FailureLedger::OfThisProgram().Concerns("GetShortPathNameW");
   EXPECT_EQ(Raw(L"c:\\none"), L"c:\\none");
   EXPECT_THAT(Calls(),
               ElementsAre("GetShortPathNameW(c:\\none, 300)", "log 7 Could not find directory: c:\\none"));
 }
 
 TEST_F(RawDirectoryName, WithoutALongFormIsTheDirectoryAndSaysNothing) {
+  FailureLedger::OfThisProgram().Concerns("GetLongPathNameW");
   system_.longPaths.clear();
   EXPECT_EQ(Raw(L"c:\\users\\ANN"), L"c:\\users\\ANN");
   EXPECT_THAT(Logs(), IsEmpty());
@@ -114,12 +116,16 @@ TEST_F(RawDirectoryName, WithoutAColonIsTheDirectory) {
 
 // The line shows the path from the colon on and not the letter.
 TEST_F(RawDirectoryName, OfAnUnknownDriveIsTheDirectory) {
+  FailureLedger::OfThisProgram().Concerns("QueryDosDeviceW");
   system_.drives.clear();
   EXPECT_EQ(Raw(L"c:\\users\\ANN"), L"c:\\users\\ANN");
   EXPECT_THAT(Logs(), ElementsAre("log 7 Could not look up drive letter :\\Users\\ann"));
 }
 
 TEST_F(RawDirectoryName, WithMoreThanALetterBeforeTheColonIsTheDirectory) {
+  FailureLedger::OfThisProgram().Concerns("QueryDosDeviceW");
+  FailureLedger::OfThisProgram().Chosen(
+      "QueryDosDeviceW", "what stands before the colon is cut to one letter and a colon, and looked up");
   system_.longPaths = {{L"C:\\USERS\\ANN~1", L"\\\\?\\C:\\Users\\ann"}};
   EXPECT_EQ(Raw(L"c:\\users\\ANN"), L"c:\\users\\ANN");
   EXPECT_THAT(Logs(), ElementsAre("log 7 Could not look up drive letter :\\Users\\ann"));

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "log/log.h"
+#include "support/failure_ledger.h"
 #include "support/scripted_system.h"
 
 namespace ostrel::test {

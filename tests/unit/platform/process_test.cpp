@@ -13,13 +13,17 @@ using ::testing::IsEmpty;
 
 class NameOfAProcess : public PlatformTest {
  protected:
+  bool Get() {
+    return Returned("GetProcessName", OstrelFilterLibUtil::GetProcessName(42, name_, &handle_) != 0);
+  }
+
   wchar_t name_[512] = {};
   void* handle_ = this;
 };
 
 TEST_F(NameOfAProcess, ComesWithAHandleThatTheCallerCloses) {
   system_.imageNames = {{42, L"\\Device\\HarddiskVolume3\\chrome.exe"}};
-  EXPECT_TRUE(OstrelFilterLibUtil::GetProcessName(42, name_, &handle_));
+  EXPECT_TRUE(Get());
   EXPECT_STREQ(name_, L"\\Device\\HarddiskVolume3\\chrome.exe");
   EXPECT_THAT(Calls(), ElementsAre("OpenProcess(0x1000, not inherited, 42)",
                                    "K32GetProcessImageFileNameW(process 42, 512)"));
@@ -28,7 +32,8 @@ TEST_F(NameOfAProcess, ComesWithAHandleThatTheCallerCloses) {
 }
 
 TEST_F(NameOfAProcess, IsMissingSilentlyForAProcessThatHasGone) {
-  EXPECT_FALSE(OstrelFilterLibUtil::GetProcessName(42, name_, &handle_));
+  FailureLedger::OfThisProgram().Concerns("OpenProcess");
+  EXPECT_FALSE(Get());
   EXPECT_EQ(handle_, nullptr);
   EXPECT_THAT(Calls(), ElementsAre("OpenProcess(0x1000, not inherited, 42)"));
 }
@@ -36,7 +41,7 @@ TEST_F(NameOfAProcess, IsMissingSilentlyForAProcessThatHasGone) {
 TEST_F(NameOfAProcess, IsMissingWithALineWhenItCannotBeReadAndTheHandleStaysTheCallers) {
   system_.imageNames = {{42, L"x"}};
   system_.Fail("K32GetProcessImageFileNameW", 31);
-  EXPECT_FALSE(OstrelFilterLibUtil::GetProcessName(42, name_, &handle_));
+  EXPECT_FALSE(Get());
   EXPECT_THAT(Logs(), ElementsAre("log 3 Could not get process name. 31"));
   EXPECT_THAT(system_.OpenHandles(), ElementsAre("process 42"));
   EXPECT_TRUE(CloseHandle(handle_));
@@ -55,6 +60,7 @@ class WatchedProcessIds : public PlatformTest {
     EXPECT_LE(count, capacity);
     EXPECT_TRUE(std::all_of(ids.begin() + count, ids.end(), [](ULong32 id) { return id == untouched; }));
     ids.resize(static_cast<std::size_t>(count));
+    CameTo("GetCurrentProcessIDsToWatch: " + std::to_string(count) + " ids");
     return ids;
   }
 
@@ -94,6 +100,7 @@ TEST_F(WatchedProcessIds, StopAtCapacityOneAfterTheFirstMatch) {
 
 // The array is full, though nothing is lost, and the process that filled it gets no line of its own.
 TEST_F(WatchedProcessIds, SayThatThereIsNoRoomAsSoonAsTheArrayIsFull) {
+  FailureLedger::OfThisProgram().FailedOtherwise("List of watched processes", "full");
   system_.processes = {{4, L"chrome.exe", L"chrome.exe"}, {8, L"firefox.exe", L"firefox.exe"}};
   EXPECT_THAT(Find(2, names_), ElementsAre(4, 8));
   EXPECT_THAT(Logs(), ElementsAre("log 7 Added process 4 chrome.exe to list of processes to monitor",
@@ -125,6 +132,14 @@ TEST_F(WatchedProcessIds, AreNoneWithoutAFirstProcess) {
   EXPECT_THAT(Find(3, names_), IsEmpty());
   EXPECT_THAT(Calls(), ElementsAre("CreateToolhelp32Snapshot(0x2, 0)", "Process32FirstW(process snapshot)",
                                    "log 3 Could not get first process. 24", "CloseHandle(process snapshot)"));
+}
+
+// Whether the list is at its end or cannot be read on is not told apart.
+TEST_F(WatchedProcessIds, EndWhereTheNextProcessCannotBeRead) {
+  system_.processes = {{4, L"chrome.exe", L"chrome.exe"}, {8, L"firefox.exe", L"firefox.exe"}};
+  system_.Fail("Process32NextW", 24);
+  EXPECT_THAT(Find(3, names_), ElementsAre(4));
+  EXPECT_THAT(Logs(), ElementsAre("log 7 Added process 4 chrome.exe to list of processes to monitor"));
 }
 
 TEST_F(WatchedProcessIds, AreNoneForAnEmptyWatchList) {

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "log/log.h"
+#include "support/failure_ledger.h"
 #include "support/scripted_user_session.h"
 
 namespace ostrel::test {

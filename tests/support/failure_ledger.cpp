@@ -1,0 +1,251 @@
+#include "support/failure_ledger.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+
+#include "support/transcript.h"
+
+namespace ostrel::test {
+
+namespace {
+
+constexpr char VARIABLE[] = "OSTREL_FAILURE_LEDGER";
+constexpr std::string_view LOG_START = "log ";
+constexpr DWORD LARGEST_PLAIN_CODE = 0xFFFF;
+constexpr std::size_t LONGEST_TEXT = 180;
+
+constexpr std::array RELEASING_CALLS = {
+    std::string_view("CloseHandle"),       std::string_view("CloseServiceHandle"),
+    std::string_view("CoUninitialize"),    std::string_view("DestroyEnvironmentBlock"),
+    std::string_view("FwpmEngineClose0"),  std::string_view("FwpmTransactionAbort0"),
+    std::string_view("HeapFree"),          std::string_view("LocalFree"),
+    std::string_view("SetupCloseInfFile"), std::string_view("VariantClear"),
+    std::string_view("WTSFreeMemory"),     std::string_view("locator.Release"),
+    std::string_view("services.Release"),  std::string_view("enumerator.Release"),
+};
+
+// Unlike the system's, never given to a second thread.
+int ThisThread() {
+  static std::atomic<int> last = 0;
+  thread_local const int number = ++last;
+  return number;
+}
+
+bool OnlyReleases(std::string_view call) {
+  return std::find(RELEASING_CALLS.begin(), RELEASING_CALLS.end(), call.substr(0, call.find('('))) !=
+         RELEASING_CALLS.end();
+}
+
+bool IsError(std::string_view logLine) {
+  return logLine.starts_with("log 3 ");
+}
+
+// For one cell of a table, where long texts only show that they are long.
+std::string Cell(std::string_view text) {
+  std::string cell;
+  for (const char character : text.substr(0, LONGEST_TEXT)) {
+    if (character == '|') cell += '\\';
+    if (character == '\n') {
+      cell += "\\n";
+    } else {
+      cell += character;
+    }
+  }
+  if (text.size() > LONGEST_TEXT) cell += "...";
+  return cell;
+}
+
+std::string LogCell(std::string_view logLine) {
+  const std::size_t levelEnd = logLine.find(' ', LOG_START.size());
+  return "`" + Cell(logLine.substr(levelEnd + 1)) + "` (" +
+         std::string(logLine.substr(LOG_START.size(), levelEnd - LOG_START.size())) + ")";
+}
+
+}  // namespace
+
+class FailureLedger::Listener : public ::testing::EmptyTestEventListener {
+ public:
+  explicit Listener(FailureLedger& ledger) : ledger_(ledger) {}
+
+  void OnTestStart(const ::testing::TestInfo& test) override {
+    ledger_.BeginTest(std::string(test.test_suite_name()) + "." + test.name());
+  }
+  void OnTestEnd(const ::testing::TestInfo&) override { ledger_.EndTest(); }
+  void OnTestProgramEnd(const ::testing::UnitTest&) override { ledger_.Write(); }
+
+ private:
+  FailureLedger& ledger_;
+};
+
+namespace {
+
+// The framework must know of the ledger before the first test starts.
+[[maybe_unused]] const FailureLedger& listening = FailureLedger::OfThisProgram();
+
+}  // namespace
+
+FailureLedger& FailureLedger::OfThisProgram() {
+  // Never destroyed: a thread that outlives its test may still report to it.
+  static FailureLedger& ledger = *new FailureLedger;
+  return ledger;
+}
+
+FailureLedger::FailureLedger() {
+  ::testing::UnitTest::GetInstance()->listeners().Append(new Listener(*this));
+}
+
+void FailureLedger::Failed(const std::string& function, DWORD code) {
+  Begin(function, code == 0 ? "without a code" : CodeText(code));
+}
+
+void FailureLedger::FailedByTheWay(const std::string& function, DWORD code) {
+  FailedByTheWay(function, CodeText(code));
+}
+
+void FailureLedger::FailedByTheWay(const std::string& function, const std::string& how) {
+  {
+    const Lock::Holder holder(lock_);
+    if (concerns_.count(function) == 0) return;
+    // Once is enough: it may come again while the test tidies up.
+    if (std::any_of(rows_.begin(), rows_.end(),
+                    [&](const Row& row) { return row.call == function && row.failure == how; })) {
+      return;
+    }
+  }
+  Begin(function, how);
+}
+
+void FailureLedger::FailedOtherwise(const std::string& what, const std::string& how) {
+  Begin(what, how);
+}
+
+void FailureLedger::Begin(const std::string& call, const std::string& failure) {
+  const int thread = ThisThread();
+  const Lock::Holder holder(lock_);
+  for (Row& row : rows_) {
+    if (row.thread != thread || !row.isOpen) continue;
+    row.isOpen = row.call == call && row.failure == failure;
+    row.isDirect = true;
+    if (row.isOpen) return;
+  }
+  Row row;
+  row.call = call;
+  row.failure = failure;
+  row.thread = thread;
+  rows_.push_back(row);
+}
+
+void FailureLedger::Happened(std::string_view line) {
+  const bool isLog = line.starts_with(LOG_START);
+  if (!isLog && (line.find('(') == std::string_view::npos || OnlyReleases(line))) return;
+  const int thread = ThisThread();
+  const Lock::Holder holder(lock_);
+  for (Row& row : rows_) {
+    if (row.thread != thread || !row.isOpen) continue;
+    if (!isLog) {
+      row.isDirect = false;
+    } else if ((row.isDirect || (thread == testThread_ && IsError(line))) &&
+               std::find(row.log.begin(), row.log.end(), line) == row.log.end()) {
+      row.log.emplace_back(line);
+    }
+  }
+}
+
+void FailureLedger::Concerns(const std::string& function) {
+  const Lock::Holder holder(lock_);
+  concerns_.insert(function);
+}
+
+void FailureLedger::CameTo(const std::string& result) {
+  const Lock::Holder holder(lock_);
+  for (Row& row : rows_) {
+    if (row.result.empty()) row.result = result;
+    // A thread that still runs may be about to write its line.
+    if (row.thread == testThread_) row.isOpen = false;
+  }
+}
+
+void FailureLedger::Chosen(const std::string& function, const std::string& reading) {
+  const Lock::Holder holder(lock_);
+  readings_[function] = reading;
+}
+
+void FailureLedger::BeginTest(const std::string& name) {
+  const Lock::Holder holder(lock_);
+  test_ = name;
+  testThread_ = ThisThread();
+  rows_.clear();
+  concerns_.clear();
+  readings_.clear();
+}
+
+void FailureLedger::EndTest() {
+  const Lock::Holder holder(lock_);
+  std::set<std::string> texts;
+  for (const Row& row : rows_) {
+    const auto reading = readings_.find(row.call);
+    texts.insert(Text(row, reading == readings_.end() ? std::string() : reading->second));
+  }
+  for (const std::string& text : texts) tests_[text].insert(test_);
+  rowCounts_[test_] = texts.size();
+  rows_.clear();
+}
+
+std::string FailureLedger::Text(const Row& row, const std::string& reading) {
+  std::string log;
+  for (const std::string& line : row.log) log += (log.empty() ? "" : "<br>") + LogCell(line);
+  std::string text = "| `" + Cell(row.call) + "` | " + Cell(row.failure) + " | " +
+                     (log.empty() ? "none" : log) + " | " + (row.result.empty() ? "none" : Cell(row.result));
+  if (!reading.empty()) text += "<br>Chosen: " + Cell(reading);
+  return text + " | ";
+}
+
+// Of several tests a row names the one that is about the least else.
+void FailureLedger::Write() const {
+  const char* const path = std::getenv(VARIABLE);
+  if (path == nullptr) return;
+  const Lock::Holder holder(lock_);
+  std::ofstream file(path, std::ios::binary);
+  for (const auto& [row, tests] : tests_) {
+    const auto test = std::min_element(tests.begin(), tests.end(),
+                                       [this](const std::string& left, const std::string& right) {
+                                         const std::size_t leftRows = rowCounts_.at(left);
+                                         const std::size_t rightRows = rowCounts_.at(right);
+                                         return leftRows != rightRows ? leftRows < rightRows : left < right;
+                                       });
+    file << row << *test << " |\n";
+  }
+  file.close();
+  if (file) return;
+  std::fprintf(stderr, "the ledger of failures cannot be written to %s\n", path);
+  std::abort();
+}
+
+std::string CodeText(DWORD code) {
+  if (code <= LARGEST_PLAIN_CODE) return std::to_string(code);
+  char text[16];
+  std::snprintf(text, sizeof(text), "0x%08lx", code);
+  return text;
+}
+
+std::string Returned(const std::string& call, const std::string& result) {
+  CameTo(call + ": \"" + result + "\"");
+  return result;
+}
+
+std::wstring Returned(const std::string& call, const std::wstring& result) {
+  Returned(call, Narrow(result));
+  return result;
+}
+
+void CameTo(const std::string& result) {
+  FailureLedger::OfThisProgram().CameTo(result);
+}
+
+}  // namespace ostrel::test
