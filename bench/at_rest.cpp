@@ -26,7 +26,19 @@ Function Find(HMODULE library, const char* name) {
   return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
 }
 
+// What the library imports. Windows shares the pages of its own libraries among all processes, Wine copies
+// many of them: they are there from the start, so that they do not count.
+void LoadSystemLibraries() {
+  for (const wchar_t* name :
+       {L"fltlib.dll", L"setupapi.dll", L"shlwapi.dll", L"psapi.dll", L"ws2_32.dll", L"advapi32.dll",
+        L"fwpuclnt.dll", L"ole32.dll", L"oleaut32.dll", L"propsys.dll", L"winhttp.dll", L"bcrypt.dll",
+        L"user32.dll", L"userenv.dll", L"wtsapi32.dll", L"msvcrt.dll"}) {
+    LoadLibraryW(name);
+  }
+}
+
 int Run() {
+  LoadSystemLibraries();
   Pause("without the library");
   const HMODULE library = LoadLibraryW(L"OstrelFilterLib.dll");
   if (library == nullptr) return 1;

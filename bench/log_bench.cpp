@@ -22,7 +22,7 @@ void LineAboveTheLevel(benchmark::State& state) {
   }
   ostrel::SetLogSink(nullptr, 0);
 }
-BENCHMARK(LineAboveTheLevel)->Name("log/library")->UseRealTime();
+BENCHMARK(LineAboveTheLevel)->Name("log/library")->Iterations(10'000'000)->UseRealTime();
 
 std::atomic<std::int32_t> wantedLevel{ostrel::LOG_NOTABLE};
 
@@ -33,6 +33,6 @@ void Comparison(benchmark::State& state) {
     if (ostrel::LOG_DETAIL <= wantedLevel.load(std::memory_order_relaxed)) benchmark::ClobberMemory();
   }
 }
-BENCHMARK(Comparison)->Name("log/alternative")->UseRealTime();
+BENCHMARK(Comparison)->Name("log/alternative")->Iterations(10'000'000)->UseRealTime();
 
 }  // namespace

@@ -93,8 +93,8 @@ void Grow(benchmark::State& state) {
   std::size_t i = 0;
   for (auto _ : state) Add(cache, processName, i++ * 7919 % STREAMS, NOW);
 }
-BENCHMARK_TEMPLATE(Grow, NetworkEventCache)->Name("stream_grow/library")->UseRealTime();
-BENCHMARK_TEMPLATE(Grow, BareMap)->Name("stream_grow/alternative")->UseRealTime();
+BENCHMARK_TEMPLATE(Grow, NetworkEventCache)->Name("stream_grow/library")->Iterations(300'000)->UseRealTime();
+BENCHMARK_TEMPLATE(Grow, BareMap)->Name("stream_grow/alternative")->Iterations(300'000)->UseRealTime();
 
 // Streams of 1000 to 10,999 bytes.
 std::unique_ptr<NetworkEventCache> CacheOfSizes() {
@@ -111,7 +111,7 @@ void FindLikely(benchmark::State& state) {
     if (likely.size() != 1) state.SkipWithError("wrong number of streams");
   }
 }
-BENCHMARK(FindLikely)->Name("likely/library")->UseRealTime();
+BENCHMARK(FindLikely)->Name("likely/library")->Iterations(300)->UseRealTime();
 
 void ScanForNearest(benchmark::State& state) {
   static const BareStreams streams = [] {
@@ -132,7 +132,7 @@ void ScanForNearest(benchmark::State& state) {
     benchmark::DoNotOptimize(best);
   }
 }
-BENCHMARK(ScanForNearest)->Name("likely/alternative")->UseRealTime();
+BENCHMARK(ScanForNearest)->Name("likely/alternative")->Iterations(300)->UseRealTime();
 
 constexpr std::size_t PURGED_STREAMS = 100'000;
 constexpr std::size_t PROCESSES = 10;

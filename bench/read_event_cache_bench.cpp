@@ -64,8 +64,8 @@ void Merge(benchmark::State& state) {
   unsigned long long time = FRESH;
   for (auto _ : state) Add(cache, names[i++ % BATCH], processName, 100, ++time);
 }
-BENCHMARK_TEMPLATE(Merge, ReadEventCache)->Name("merge/library")->UseRealTime();
-BENCHMARK_TEMPLATE(Merge, BareMap)->Name("merge/alternative")->UseRealTime();
+BENCHMARK_TEMPLATE(Merge, ReadEventCache)->Name("merge/library")->Iterations(100'000)->UseRealTime();
+BENCHMARK_TEMPLATE(Merge, BareMap)->Name("merge/alternative")->Iterations(100'000)->UseRealTime();
 
 // The time is that of a batch, without what takes the new events out again.
 template <typename Cache>
@@ -159,7 +159,7 @@ void TakeNothing(benchmark::State& state) {
     benchmark::DoNotOptimize(events);
   }
 }
-BENCHMARK_TEMPLATE(TakeNothing, 1'000'000)->Name("idle/library")->UseRealTime();
-BENCHMARK_TEMPLATE(TakeNothing, 1'000)->Name("idle/alternative")->UseRealTime();
+BENCHMARK_TEMPLATE(TakeNothing, 1'000'000)->Name("idle/library")->Iterations(1'000'000)->UseRealTime();
+BENCHMARK_TEMPLATE(TakeNothing, 1'000)->Name("idle/alternative")->Iterations(1'000'000)->UseRealTime();
 
 }  // namespace

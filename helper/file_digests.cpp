@@ -14,7 +14,7 @@ namespace ostrel::helper {
 namespace {
 
 constexpr std::size_t CHUNK_COUNT = 16;
-constexpr std::size_t CHUNK_SIZE = 256 * 1024;
+constexpr std::size_t CHUNK_SIZE = std::size_t{256} * 1024;
 
 // Both digests of what is put into the ring, made by the thread that puts it there and by one more.
 class DigestPair {

@@ -38,14 +38,18 @@ std::wstring FullPath(const std::wstring& path) {
 }
 
 // Without a claim on the file, without having its content fetched, and without lending this user's identity
-// to whoever may answer in the place of a file.
-UniqueFileHandle Open(const std::wstring& path) {
-  return UniqueFileHandle(CreateFileW(
-      (IsTooLong(path) ? ExtendedPath(FullPath(path)) : path).c_str(),
-      FILE_READ_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE,
+// to whoever may answer in the place of a file. `error` is the reason when it cannot be opened.
+UniqueFileHandle Open(const std::wstring& path, DWORD& error) {
+  const std::wstring name = IsTooLong(path) ? ExtendedPath(FullPath(path)) : path;
+  UniqueFileHandle file(CreateFileW(
+      name.c_str(), FILE_READ_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE,
       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+      // FILE_FLAG_OPEN_NO_RECALL and SECURITY_SQOS_PRESENT are one bit, and both are meant.
+      // NOLINTNEXTLINE(misc-redundant-expression)
       FILE_FLAG_SEQUENTIAL_SCAN | FILE_FLAG_OPEN_NO_RECALL | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION,
       nullptr));
+  error = GetLastError();
+  return file;
 }
 
 // Whether reading would fetch the content from a cloud or an archive, which takes its time, fills the user's
@@ -75,11 +79,11 @@ std::wstring FinalPath(HANDLE file) {
 
 MetadataAnswer ReadFileMetadata(const std::wstring& path, std::chrono::milliseconds patience) {
   const auto deadline = std::chrono::steady_clock::now() + patience;
-  const UniqueFileHandle file = Open(path);
+  DWORD error = ERROR_SUCCESS;
+  const UniqueFileHandle file = Open(path, error);
   if (!file) {
-    return MetadataAnswer::Failed(MeansThatThereIsNoFile(GetLastError())
-                                      ? ResponseCode::METADATA_FILE_DOES_NOT_EXIST
-                                      : ResponseCode::METADATA_CANNOT_READ_FILE);
+    return MetadataAnswer::Failed(MeansThatThereIsNoFile(error) ? ResponseCode::METADATA_FILE_DOES_NOT_EXIST
+                                                                : ResponseCode::METADATA_CANNOT_READ_FILE);
   }
   // A device or a pipe could keep a reader for ever.
   if (GetFileType(file.Get()) != FILE_TYPE_DISK || IsPlaceholder(file.Get()))

@@ -120,4 +120,8 @@ void PipeServer::Disconnect() noexcept {
   DisconnectNamedPipe(pipe_.Get());
 }
 
+void PipeServer::Break() noexcept {
+  pipe_.Close();
+}
+
 }  // namespace ostrel::helper

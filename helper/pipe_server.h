@@ -31,6 +31,9 @@ class PipeServer {
   // Sends the client away, so that another can be waited for.
   void Disconnect() noexcept;
 
+  // Closes the pipe under the client, from any thread. Nothing else can be done with it afterwards.
+  void Break() noexcept;
+
  private:
   // One call that may go on behind our back.
   class Operation;

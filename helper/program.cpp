@@ -24,7 +24,7 @@ using namespace std::chrono_literals;
 
 // The library looks for the pipe for a few seconds, and asks at once.
 constexpr Service::Patience SERVICE_PATIENCE{.launcher = 20s, .client = 1s, .delivery = 5s};
-// Nothing but the helper's end can free the library of a request that takes longer than it has time for.
+// Nothing but the end of the pipe can free the library of a request that takes longer than it has time for.
 constexpr WatchedSession::Patience ANSWER_PATIENCE{.metadata = 10s, .anythingElse = 2s};
 // Leaves time to say that it was not enough.
 constexpr std::chrono::milliseconds FILE_PATIENCE = 9s;
@@ -40,8 +40,10 @@ void Complain(const std::string& message) {
 }
 
 // Some call of the system does not return, so nothing is left to be cleaned up in order. Takes no memory:
-// that call may hold the lock.
-void EndAtOnce() {
+// that call may hold the lock. The pipe comes first: a process keeps its handles until its last thread has
+// left the kernel, and writing a line may have to wait for whoever reads it.
+void EndAtOnce(PipeServer& pipe) {
+  pipe.Break();
   Say(STD_ERROR_HANDLE, "OstrelUserHelper: the answer took too long\n");
   TerminateProcess(GetCurrentProcess(), static_cast<UINT>(ExitCode::TimeUp));
 }
@@ -50,7 +52,7 @@ void Serve(const Launch& launch) {
   PipeServer pipe(launch.channelName);
   const WindowsRegistry registry;
   WindowsSession windows(registry, FILE_PATIENCE);
-  WatchedSession session(windows, ANSWER_PATIENCE, EndAtOnce);
+  WatchedSession session(windows, ANSWER_PATIENCE, [&pipe] { EndAtOnce(pipe); });
   const Responder responder(launch.commandId, session);
   Service(pipe, responder, SERVICE_PATIENCE, Complain).ServeLauncher();
 }

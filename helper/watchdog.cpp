@@ -7,9 +7,15 @@
 namespace ostrel::helper {
 
 Watchdog::Watchdog(std::chrono::milliseconds patience, std::function<void()> bark)
-    : calledOff_(NewEvent()), thread_([calledOff = calledOff_.Get(), patience, bark = std::move(bark)] {
+    : counts_(NewEvent()),
+      calledOff_(NewEvent()),
+      thread_([counts = counts_.Get(), calledOff = calledOff_.Get(), patience, bark = std::move(bark)] {
+        SetEvent(counts);
         if (WaitForSingleObject(calledOff, static_cast<DWORD>(patience.count())) == WAIT_TIMEOUT) bark();
-      }) {}
+      }) {
+  // A thread starts only when nobody loads a library: what is watched may hang in just that.
+  WaitForSingleObject(counts_.Get(), INFINITE);
+}
 
 Watchdog::~Watchdog() {
   SetEvent(calledOff_.Get());

@@ -20,6 +20,7 @@ class Watchdog {
   Watchdog& operator=(const Watchdog&) = delete;
 
  private:
+  UniqueKernelHandle counts_;
   UniqueKernelHandle calledOff_;
   Thread thread_;
 };

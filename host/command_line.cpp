@@ -255,6 +255,7 @@ void CheckTogether(const Utf8Options& options) {
 
 std::vector<std::wstring> ToUtf16(const std::vector<std::string>& texts) {
   std::vector<std::wstring> converted;
+  converted.reserve(texts.size());
   for (const std::string& text : texts) converted.push_back(host::ToUtf16(text));
   return converted;
 }

@@ -155,7 +155,7 @@ SelfCheckFacts ObserveMachine() {
   facts.helpers = Answered(ObserveHelpers);
   facts.minifilter = Answered([] { return ObserveService(MINIFILTER_SERVICE_NAME); });
   facts.networkDriver = Answered([] { return ObserveService(NETWORK_DRIVER_SERVICE_NAME); });
-  facts.hosts = Answered([] { return OtherProcessesWith(LIBRARY); });
+  facts.hosts = Answered([] { return OtherProcessesWith(LIBRARY); }).value_or(std::nullopt);
   if (WhyEventPortIsLeft(facts).empty()) facts.eventPort = Answered(TryEventPort);
   if (WhyControlPortIsLeft(facts).empty()) facts.controlPort = Answered(TryControlPort);
   if (WhyNetworkDeviceIsLeft(facts).empty()) facts.networkDevice = Answered(TryNetworkDevice);
@@ -181,12 +181,13 @@ Service ObserveService(const std::wstring& name) {
   return {0, StateOf(status), IsDisabled(service.Get()), status.dwWin32ExitCode};
 }
 
-std::vector<OtherHost> OtherProcessesWith(const std::wstring& moduleName) {
-  std::vector<OtherHost> hosts;
+std::optional<std::vector<OtherHost>> OtherProcessesWith(const std::wstring& moduleName) {
   const UniqueFileHandle processes(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+  if (!processes) return std::nullopt;
+  std::vector<OtherHost> hosts;
   PROCESSENTRY32W process{};
   process.dwSize = sizeof process;
-  for (BOOL more = processes ? Process32FirstW(processes.Get(), &process) : FALSE; more;
+  for (BOOL more = Process32FirstW(processes.Get(), &process); more;
        more = Process32NextW(processes.Get(), &process)) {
     // Of process 0, a snapshot would be taken of this process itself.
     if (process.th32ProcessID == 0 || process.th32ProcessID == GetCurrentProcessId()) continue;

@@ -1,6 +1,7 @@
 #ifndef OSTREL_HOST_OBSERVATIONS_H
 #define OSTREL_HOST_OBSERVATIONS_H
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,8 +21,9 @@ HelperFiles ObserveHelpers();
 
 Service ObserveService(const std::wstring& name);
 
-// All other processes that have a module of this name loaded, as far as this process may look into them.
-std::vector<OtherHost> OtherProcessesWith(const std::wstring& moduleName);
+// All other processes that have a module of this name loaded, as far as this process may look into them. None
+// when they cannot be listed.
+std::optional<std::vector<OtherHost>> OtherProcessesWith(const std::wstring& moduleName);
 
 }  // namespace ostrel::host
 

@@ -134,7 +134,10 @@ Check CheckHelper(const SelfCheckFacts& facts, const char* subject, HelperMode m
   const HelperFile& helper = (*facts.helpers).*file;
   if (helper.isThere) return Ok(subject, helper.path);
   const HelperMode own = facts.session ? facts.session->mode : HelperMode::Unknown;
-  if (own == mode) {
+  // Nobody is logged on while a service starts with the system: then it is not known which mode will be
+  // needed.
+  const bool isAnyThere = facts.helpers->application.isThere || facts.helpers->service.isThere;
+  if (own == mode || (own == HelperMode::Unknown && !isAnyThere)) {
     return Fail(subject, "not found as " + helper.path,
                 "Put OstrelUserHelper.exe there: the library looks for it from the current directory on.");
   }

@@ -18,7 +18,8 @@ fetch_benchmark() {
   (cd "$home" && "${apt[@]}" source --download-only benchmark && tar -xzf benchmark_*.orig.tar.gz)
 }
 
-# Google Benchmark's, several times in random order, so that what slows the machine down for a while meets all sides.
+# Google Benchmark's, several times in random order, so that what slows the machine down for a while meets all sides. The programs
+# fix their numbers of iterations: one interruption at the start would make Google Benchmark choose far too few.
 run_in_turns() {
   local program=$1 results=$2
   shift 2
@@ -32,10 +33,13 @@ on_lab() {
   (cd build/windows/stage && ../../../cmake/wine.sh "$@")
 }
 
+# All of it without debug information, which Wine would hold in memory.
 measure_rest() {
-  x86_64-w64-mingw32-strip -o build/bench/OstrelFilterLib.dll build/windows/stage/OstrelFilterLib.dll
-  (cd build/windows/stage &&
-    python3 ../../../bench/measure_rest.py ../../bench/OstrelFilterLib.dll ../../bench/at_rest.json ../../../cmake/wine.sh at_rest.exe)
+  local rest=build/bench/rest
+  mkdir -p "$rest"
+  cp build/windows/stage/{at_rest.exe,*.dll,*.inf,*.sys} "$rest"
+  x86_64-w64-mingw32-strip "$rest"/*.dll "$rest"/*.exe
+  (cd "$rest" && python3 ../../../bench/measure_rest.py OstrelFilterLib.dll ../at_rest.json ../../../cmake/wine.sh at_rest.exe)
 }
 
 scripts/setup.sh
@@ -49,7 +53,7 @@ mkdir -p build/bench
 results=../../bench
 
 echo "Caches"
-run_in_turns cache_bench caches --benchmark_repetitions=9 --benchmark_min_time=0.1
+run_in_turns cache_bench caches --benchmark_repetitions=9
 echo "Digests"
 run_in_turns digest_bench digests --benchmark_repetitions=3
 echo "Growth"

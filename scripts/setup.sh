@@ -10,6 +10,7 @@ packages=(
   wine64                               # runs it
   python3                              # turns what the benchmarks say into a page
   xvfb                                 # a display for the windows whose titles are sought
+  clang-tidy cppcheck                  # look for defects in the sources
   googletest                           # test framework, as source, so that it is built for Windows too
   nlohmann-json3-dev libcli11-dev      # host and lab only; the library itself uses neither
 )

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Every test: the parts that only compute under sanitizers natively, everything under Wine. Arguments go to ctest, such as
-# -R unit or --rerun-failed.
+# Every test: the parts that only compute under sanitizers natively, everything under Wine, and the static analysis. Arguments
+# go to ctest, such as -R unit or --rerun-failed.
 set -uo pipefail
 cd "$(dirname "$0")/.." || exit
 source scripts/lib.sh
@@ -25,14 +25,22 @@ run_demo() {
   return 1
 }
 
+# Finds what no test runs into.
+run_analysis() {
+  echo "== analysis"
+  scripts/analyse.sh >build/analysis-output.txt 2>&1 && return
+  tail -n 40 build/analysis-output.txt
+  return 1
+}
+
 # Counts single tests, as GoogleTest reports them when a program ends; a program that ended otherwise counts as one failure.
 sum_up() {
   local passed failed broken
   passed=$(sed -n 's/^[0-9]*: \[  PASSED  \] \([0-9]*\) test.*/\1/p' "$log" | awk '{sum += $1} END {print sum + 0}')
   failed=$(sed -n 's/^[0-9]*: \[  FAILED  \] \([0-9]*\) tests\{0,1\}, listed below.*/\1/p' "$log" | awk '{sum += $1} END {print sum + 0}')
   broken=$(grep -cE '\*\*\*(Timeout|Exception|Not Run|Failed  Error regular expression)' "$log")
-  failed=$((failed + broken + demo_failed))
-  echo "$((passed + 1 - demo_failed)) passed, $failed failed"
+  failed=$((failed + broken + demo_failed + analysis_failed))
+  echo "$((passed + 2 - demo_failed - analysis_failed)) passed, $failed failed"
   [ "$passed" -gt 0 ] && [ "$failed" -eq 0 ]
 }
 
@@ -40,6 +48,8 @@ scripts/setup.sh || exit 1
 mkdir -p build
 : >"$log"
 status=0
+analysis_failed=0
+run_analysis || analysis_failed=1
 run_preset native-asan "$@" || status=1
 run_preset native-tsan "$@" || status=1
 use_display || exit 1

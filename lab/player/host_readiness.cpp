@@ -95,8 +95,8 @@ NeededProcesses FindNeededProcesses(const Scenario& scenario) {
 std::string WhatIsMissing(const NeededProcesses& needed, const OstrelLabStatus& status,
                           const std::vector<OstrelLabConfiguration>& configurations) {
   if (status.clientConnected == 0) return "is not connected";
-  const std::string activity = WhatIsMissing(needed.activity, OSTREL_LAB_KIND_ACTIVITY, "activity",
-                                             status.client.processId, configurations);
+  std::string activity = WhatIsMissing(needed.activity, OSTREL_LAB_KIND_ACTIVITY, "activity",
+                                       status.client.processId, configurations);
   if (!activity.empty()) return activity;
   return WhatIsMissing(needed.cloudDrive, OSTREL_LAB_KIND_CLOUD_DRIVE, "cloud-drive", status.client.processId,
                        configurations);

@@ -14,9 +14,10 @@ ParentAttribute::ParentAttribute(HANDLE parent) : parent_(parent) {
                                 nullptr, nullptr)) {
     return;
   }
-  const LabError error = SystemError("choose a process's parent");
+  const DWORD error = GetLastError();
   DeleteProcThreadAttributeList(List());
-  throw error;
+  SetLastError(error);
+  throw SystemError("choose a process's parent");
 }
 
 ParentAttribute::~ParentAttribute() {

@@ -87,7 +87,7 @@ std::wstring WorkDirectory::DeviceName(const FileEntry& file) const {
 }
 
 std::wstring WorkDirectory::CreateProcessDirectory(const ProcessEntry& process) const {
-  const std::wstring path = root_ + L"\\processes\\" + ToWide(process.id);
+  std::wstring path = root_ + L"\\processes\\" + ToWide(process.id);
   CreateDirectories(path, DRIVE_ROOT_LENGTH);
   return path;
 }

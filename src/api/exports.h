@@ -55,15 +55,16 @@
  *     UnloadDriver itself brings one of the two as well.
  * 13. What only the interactive user's session can tell, the library asks OstrelUserHelper.exe, which it
  *     starts anew for each question: tab titles, metadata of files on network drives, and the functions on
- *     strings that end in ForSystem. From a service it starts nlib\OstrelUserHelper.exe, from a program in
- *     the user's session OstrelUserHelper.exe, either relative to the current directory of the process. The
- *     thread that needs the answer waits for it: 40 times the pipe's own patience and 2 seconds at most for
- *     the helper to come up, then 2 seconds (metadata: 10) at most for a pipe that is busy, and then until
- *     the helper answers or ends. The library sets no bound to this last wait; OstrelUserHelper.exe does: it
- *     ends 2 seconds (metadata: 10) after it was asked, answer or not. Another program in its place, or one
- *     that the user suspends, can keep the thread waiting for ever. Tab titles are asked for on the
- *     notification thread, after the driver has its acknowledgement, while the cache that the event goes to
- *     is locked; metadata on the disk event thread, under the report lock.
+ *     strings that end in ForSystem. From a service of the local system account it starts
+ *     nlib\OstrelUserHelper.exe as the user, from any other program OstrelUserHelper.exe as itself, either
+ *     relative to the current directory of the process. The thread that needs the answer waits for it: 40
+ *     times the pipe's own patience and 2 seconds at most for the helper to come up, then 2 seconds
+ *     (metadata: 10) at most for a pipe that is busy, and then until the helper answers or closes the pipe.
+ *     The library sets no bound to this last wait; OstrelUserHelper.exe does: it closes the pipe 2 seconds
+ *     (metadata: 10) after it was asked, answer or not. Another program in its place, or one that the user
+ *     suspends, can keep the thread waiting for ever. Tab titles are asked for on the notification thread,
+ *     after the driver has its acknowledgement, while the cache that the event goes to is locked; metadata on
+ *     the disk event thread, under the report lock.
  */
 
 #include <stdint.h>

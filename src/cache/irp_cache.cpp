@@ -13,10 +13,10 @@
 using ostrel::ULong32;
 
 struct IrpCache::Views {
-  static bool RecordRead(IrpCache& cache, std::wstring_view filePath, ULong32 processId,
-                         unsigned long long time, std::wstring_view processName);
+  static bool RecordRead(IrpCache& cache, const wchar_t* filePath, ULong32 processId, unsigned long long time,
+                         std::wstring_view processName);
   static ApplicationType TypeOf(std::wstring_view processName);
-  static bool IsChromiumUpload(IrpCacheMetaData& counts, unsigned long long time, std::wstring_view filePath);
+  static bool IsChromiumUpload(IrpCacheMetaData& counts, unsigned long long time, const wchar_t* filePath);
 };
 
 IrpCache::IrpCache() : purgeAge_(10000), lastPurgeTime_(0) {}
@@ -50,21 +50,20 @@ bool IrpCache::AddNetworkInfoQuery(std::wstring filePath, ULong32 processId, uns
 
 bool IrpCache::ShouldAllowRead(std::wstring filePath, ULong32 processId, unsigned long long time,
                                std::wstring processName) {
-  return Views::RecordRead(*this, filePath, processId, time, processName);
+  return Views::RecordRead(*this, filePath.c_str(), processId, time, processName);
 }
 
-bool ostrel::ShouldAllowRead(IrpCache& cache, std::wstring_view filePath, ULong32 processId,
+bool ostrel::ShouldAllowRead(IrpCache& cache, const wchar_t* filePath, ULong32 processId,
                              unsigned long long time, std::wstring_view processName) {
   return IrpCache::Views::RecordRead(cache, filePath, processId, time, processName);
 }
 
-bool IrpCache::Views::RecordRead(IrpCache& cache, std::wstring_view filePath, ULong32 processId,
+bool IrpCache::Views::RecordRead(IrpCache& cache, const wchar_t* filePath, ULong32 processId,
                                  unsigned long long time, std::wstring_view processName) {
   cache.PurgeEvents(time);
   const ApplicationType type = TypeOf(processName);
   if (type == Other) return true;
-  const auto entry =
-      cache.events_.find(DiskCacheKey(std::wstring(filePath), cache.GetProcessIdToUse(processId, type)));
+  const auto entry = cache.events_.find(DiskCacheKey(filePath, cache.GetProcessIdToUse(processId, type)));
   if (entry == cache.events_.end()) return false;
 
   IrpCacheMetaData& counts = entry->second;
@@ -81,11 +80,11 @@ bool IrpCache::Views::RecordRead(IrpCache& cache, std::wstring_view filePath, UL
 }
 
 bool IrpCache::Views::IsChromiumUpload(IrpCacheMetaData& counts, unsigned long long time,
-                                       std::wstring_view filePath) {
+                                       const wchar_t* filePath) {
   if (counts.GetNetworkInfoCount() < 2) return false;
   // Unsigned: a query later than the read wraps to a large difference and negates nothing.
   if (counts.GetStdInfoCount() > 0 && time - counts.GetLastStdInfoTime() < 1000) {
-    ostrel::Log(ostrel::LOG_NOTABLE, L"Event negated for %s", std::wstring(filePath).c_str());
+    ostrel::Log(ostrel::LOG_NOTABLE, L"Event negated for %s", filePath);
     return false;
   }
   return true;

@@ -14,7 +14,8 @@ class IrpCache;
 namespace ostrel {
 
 // IrpCache::ShouldAllowRead without copies of the names, for a caller to whom every message counts.
-bool ShouldAllowRead(IrpCache& cache, std::wstring_view filePath, ULong32 processId, unsigned long long time,
+// Not exported: for the library itself.
+bool ShouldAllowRead(IrpCache& cache, const wchar_t* filePath, ULong32 processId, unsigned long long time,
                      std::wstring_view processName);
 
 }  // namespace ostrel
@@ -47,7 +48,7 @@ class OSTREL_EXPORT IrpCache {
   unsigned long long GetCacheCount();
 
  private:
-  friend bool ostrel::ShouldAllowRead(IrpCache& cache, std::wstring_view filePath, ostrel::ULong32 processId,
+  friend bool ostrel::ShouldAllowRead(IrpCache& cache, const wchar_t* filePath, ostrel::ULong32 processId,
                                       unsigned long long time, std::wstring_view processName);
 
   enum ApplicationType {

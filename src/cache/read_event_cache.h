@@ -18,7 +18,8 @@ class ReadEventCache;
 namespace ostrel {
 
 // Merges into the event of (fileName, processId) as ReadEventCache::AddEvent does, if there is one: without
-// copies of the names, for a caller to whom every message counts. False when there is none.
+// copies of the names, for a caller to whom every message counts. False when there is none. Not exported: for
+// the library itself.
 bool MergeEvent(ReadEventCache& cache, std::wstring_view fileName, ULong32 processId, unsigned long long time,
                 ULong32 readSize);
 

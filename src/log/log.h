@@ -32,7 +32,8 @@ void WriteLogLine(std::int32_t level, const wchar_t* format, ...) noexcept;
 // allocated. An exception of the sink ends here.
 template <typename... Arguments>
 void Log(std::int32_t level, const wchar_t* format, Arguments... arguments) noexcept {
-  if (level > configuredLogLevel.load(std::memory_order_relaxed)) return;
+  if (level > configuredLogLevel.load(std::memory_order_relaxed)) [[likely]]
+    return;
   WriteLogLine(level, format, arguments...);
 }
 

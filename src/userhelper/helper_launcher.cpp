@@ -135,7 +135,7 @@ ULong32 SpawnUserHelper(const std::wstring& commandId, const std::wstring& chann
     Log(LOG_NOTABLE, L"No one logged in");
     return 0;
   }
-  // Only a service may ask for a user's token.
+  // Only a service of the local system account may have a user's token.
   HANDLE token = nullptr;
   const StartedProcess started = WTSQueryUserToken(session, &token)
                                      ? StartAsUser(launch, UniqueKernelHandle(token), status)

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "held_callback.h"
-#include "library_test.h"
+#include "network_test.h"
 #include "string_getter.h"
 #include "support/scripted_wmi.h"
 #include "support/test_thread.h"
@@ -24,7 +24,7 @@ using ::testing::SizeIs;
 // Long enough for a call that finds the lock free to come back many times over.
 constexpr std::chrono::milliseconds SHUT_OUT{200};
 
-class TheApiLock : public LibraryTest {
+class TheApiLock : public NetworkTest {
  protected:
   // Every control function but the tab title switches.
   std::vector<std::pair<std::string, std::function<void()>>> LockedCalls() {
@@ -36,6 +36,8 @@ class TheApiLock : public LibraryTest {
             {"EnablePCDDetection",
              [this] { library_.EnablePCDDetection(nullptr, nullptr, 0, nullptr, 0, nullptr, 0); }},
             {"DisablePCDDetection", [this] { library_.DisablePCDDetection(); }},
+            {"EnableRemoteAddressInfo", [this] { library_.EnableRemoteAddressInfo(nullptr, 0); }},
+            {"DisableRemoteAddressInfo", [this] { library_.DisableRemoteAddressInfo(); }},
             {"UpdateProcesses", [this] { library_.UpdateProcesses(nullptr, 0, 0); }}};
   }
 

@@ -114,7 +114,7 @@ DWORD Engine::Begin(HANDLE handle, bool onlyReads) {
     const DWORD status = BecomeWriter(lock, handle);
     if (status != ERROR_SUCCESS) return status;
   }
-  Find(handle)->transaction.emplace().onlyReads = onlyReads;
+  Find(handle)->transaction = Transaction{onlyReads, {}};
   return ERROR_SUCCESS;
 }
 
@@ -167,7 +167,7 @@ DWORD Engine::Add(HANDLE handle, FilteringObject object, bool isPersistent) {
   DWORD status = BecomeWriter(lock, handle);
   if (status != ERROR_SUCCESS) return status;
   session = Find(handle);
-  session->transaction.emplace();
+  session->transaction = Transaction{};
   status = AddWithin(*session, std::move(object), isPersistent);
   if (status == ERROR_SUCCESS) store_.Add(session->transaction->added);
   session->transaction.reset();

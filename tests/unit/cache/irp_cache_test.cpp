@@ -29,12 +29,19 @@ class IrpCacheTest : public testing::Test {
     return cache_.AddNetworkInfoQuery(PATH, processId, time, program);
   }
   bool Read(const std::wstring& program, unsigned long long time, ULong32 processId = 1) {
-    return cache_.ShouldAllowRead(PATH, processId, time, program);
+    return ostrel::ShouldAllowRead(cache_, PATH, processId, time, program);
   }
 
   LogCapture log_;
   IrpCache cache_;
 };
+
+TEST_F(IrpCacheTest, TheMemberDecidesAsTheLibraryDoes) {
+  EXPECT_FALSE(cache_.ShouldAllowRead(PATH, 1, 1, L"chrome.exe"));
+  NetworkInfo(L"chrome.exe", 2);
+  NetworkInfo(L"chrome.exe", 3);
+  EXPECT_TRUE(cache_.ShouldAllowRead(PATH, 1, 4, L"chrome.exe"));
+}
 
 TEST_F(IrpCacheTest, ChromiumNeedsTwoNetworkInfoQueries) {
   EXPECT_TRUE(NetworkInfo(L"chrome.exe", 1));

@@ -195,8 +195,11 @@ class History {
     const unsigned long long time = Time();
     const Event read{
         Name(Below(names_)), Process(), time, time, static_cast<std::uint32_t>(random_()), hints_, user_};
-    cache_.AddEvent(read.name, nullptr, L"chrome.exe", read.processId, time, 0, FILE_EVENT_READ,
-                    read.readSize);
+    // As the notification loop does, or as a host may.
+    if (Below(2) == 0 || !ostrel::MergeEvent(cache_, read.name, read.processId, read.start, read.readSize)) {
+      cache_.AddEvent(read.name, nullptr, L"chrome.exe", read.processId, time, 0, FILE_EVENT_READ,
+                      read.readSize);
+    }
     reference_.Add(read);
     ASSERT_EQ(cache_.GetCacheCount(), reference_.Cached().size());
   }

@@ -217,6 +217,18 @@ TEST_F(ThePipeServer, FailsWhenThereIsNobodyToDeliverTo) {
                 [this] { pipe_.Deliver(L"reply", PATIENCE); });
 }
 
+// Without the end of the process: that may have to wait for a call of the system.
+TEST_F(ThePipeServer, BreaksThePipeUnderTheClientThatWaits) {
+  Exchange exchange;
+  {
+    const Thread client([&] { exchange = AskWith(channel_, 100); });
+    ASSERT_TRUE(pipe_.WaitForClient(Soon()));
+    EXPECT_EQ(pipe_.ReadRequest(PATIENCE), L"question");
+    pipe_.Break();
+  }
+  EXPECT_EQ(exchange.error, static_cast<DWORD>(ERROR_BROKEN_PIPE));
+}
+
 TEST_F(ThePipeServer, IsTheOnlyOneOfItsName) {
   ExpectFailure(ExitCode::PipeNotCreated, "the pipe cannot be created (error ",
                 [this] { const PipeServer second(channel_); });

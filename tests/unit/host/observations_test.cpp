@@ -100,7 +100,7 @@ TEST(ObservationsTest, AFolderIsNoHelper) {
 }
 
 TEST(ObservationsTest, ThisProcessIsNotAmongTheOthersWithAModule) {
-  const std::vector<OtherHost> others = OtherProcessesWith(L"NTDLL.dll");
+  const std::vector<OtherHost> others = OtherProcessesWith(L"NTDLL.dll").value();
   EXPECT_TRUE(std::none_of(others.begin(), others.end(),
                            [](const OtherHost& other) { return other.processId == GetCurrentProcessId(); }));
   // Whatever else runs has that one.
@@ -108,7 +108,7 @@ TEST(ObservationsTest, ThisProcessIsNotAmongTheOthersWithAModule) {
 }
 
 TEST(ObservationsTest, AModuleThatNobodyHasIsFoundNowhere) {
-  EXPECT_TRUE(OtherProcessesWith(L"OstrelNoSuchModule.dll").empty());
+  EXPECT_TRUE(OtherProcessesWith(L"OstrelNoSuchModule.dll").value().empty());
 }
 
 }  // namespace

@@ -136,6 +136,20 @@ TEST(SelfCheckTest, AnApplicationDoesNotNeedTheHelperOfAService) {
   EXPECT_EQ(SelfCheckResult(JudgeFacts(facts)), ExitCode::Success);
 }
 
+TEST(SelfCheckTest, WithNobodyLoggedOnOneHelperOfTheTwoIsNeeded) {
+  SelfCheckFacts facts = Healthy();
+  facts.session->mode = HelperMode::Unknown;
+  facts.helpers->application.isThere = false;
+  EXPECT_EQ(
+      LineOf(facts, "helper of an application"),
+      "skipped helper of an application: not found as C:\\ostrel\\OstrelUserHelper.exe, and needed only "
+      "by a host that is no service");
+  facts.helpers->service.isThere = false;
+  EXPECT_EQ(LineOf(facts, "helper of a service"),
+            "fail    helper of a service: not found as C:\\ostrel\\nlib\\OstrelUserHelper.exe. Put "
+            "OstrelUserHelper.exe there: the library looks for it from the current directory on.");
+}
+
 TEST(SelfCheckTest, AServiceNeedsItsOwnHelper) {
   SelfCheckFacts facts = Healthy();
   facts.session->mode = HelperMode::Service;

@@ -98,7 +98,9 @@ TEST(ReportPathRaces, EveryFiledEventReachesTheHostOnceWhateverElseGoesOn) {
   const auto receive = [&](std::wstring name, FILE_EVENT_TYPE type) {
     if (OstrelFilterLibUtil::ExcludeBasedOnExtension(name.data(), ignoredSuffixes)) return;
     if (type == FILE_EVENT_WRITE) {
-      downloads->AddEvent(name, nullptr, L"p", 1, DUE, 0, type, 10);
+      if (!ostrel::MergeEvent(*downloads, name, 1, DUE, 10)) {
+        downloads->AddEvent(name, nullptr, L"p", 1, DUE, 0, type, 10);
+      }
       uploads->RemoveEvent(name, 1);
       return;
     }
@@ -109,8 +111,9 @@ TEST(ReportPathRaces, EveryFiledEventReachesTheHostOnceWhateverElseGoesOn) {
     {
       const std::lock_guard lock(irpQueriesMutex);
       irpQueries.AddStdInfoQuery(name, 1, DUE, L"p");
-      if (!irpQueries.ShouldAllowRead(name, 1, DUE, L"p")) return;
+      if (!ostrel::ShouldAllowRead(irpQueries, name.c_str(), 1, DUE, L"p")) return;
     }
+    if (ostrel::MergeEvent(*uploads, name, 1, DUE, 10)) return;
     uploads->AddEvent(name, nullptr, L"p", 1, DUE, 0, type, 10);
   };
   const auto receiveEvery = [&](unsigned step, unsigned first) {
