@@ -253,6 +253,7 @@ TEST_F(RequestingTitles, TellsTheCachesHookWhyThereIsNone) {
   session_.Fail("CallNamedPipeW", 121);
   EXPECT_THAT(GetTabTitlesOfProcess(4512, L"chrome.exe", status_), IsEmpty());
   EXPECT_EQ(status_, L"TABTITLE_CONNECT_PIPE_FAILED");
+  CameTo("GetTabTitlesOfProcess: no titles, status " + Narrow(status_));
 }
 
 TEST_F(RequestingTitles, KeepsTheHelpersReasonWhicheverItIs) {
