@@ -164,7 +164,17 @@ static void without_drivers(void) {
   query_all(library);
 }
 
+/* The library starts the helper from the current directory. */
+static void enter_program_folder(void) {
+  wchar_t program[MAX_PATH];
+  const DWORD length = GetModuleFileNameW(NULL, program, MAX_PATH);
+  expect("GetModuleFileNameW", length > 0 && length < MAX_PATH);
+  *wcsrchr(program, L'\\') = L'\0';
+  expect("SetCurrentDirectoryW", SetCurrentDirectoryW(program));
+}
+
 static void on_lab(void) {
+  enter_program_folder();
   const wchar_t* watched[] = {L"browser.exe"};
   const wchar_t* cloud[] = {L"cloud.exe"};
   wchar_t user[257] = L"";
