@@ -17,4 +17,4 @@ build_preset windows soak_tests torture_tests
 use_display
 use_wine_prefix
 OSTREL_SOAK_EVENTS=200000 OSTREL_SOAK_MINUTES=$minutes cmake/wine.sh build/windows/stage/soak_tests.exe
-OSTREL_TORTURE_CYCLES=300 cmake/wine.sh build/windows/stage/torture_tests.exe
+cmake/wine.sh build/windows/stage/torture_tests.exe

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Every test: the parts that only compute under sanitizers natively, everything under Wine, and the static analysis. Arguments
-# go to ctest, such as -R unit or --rerun-failed.
+# Every test: the parts that only compute under sanitizers natively, everything under Wine, once as it is shipped and once with the
+# C++ library's assertions, and the static analysis. Arguments go to ctest, such as -R unit or --rerun-failed.
 set -uo pipefail
 cd "$(dirname "$0")/.." || exit
 source scripts/lib.sh
@@ -55,6 +55,7 @@ run_preset native-tsan "$@" || status=1
 use_display || exit 1
 use_wine_prefix
 run_preset windows "$@" || status=1
+run_preset windows-debug "$@" || status=1
 # The demonstration brings its own display, and what runs in the prefix still has this one.
 end_wine
 demo_failed=0

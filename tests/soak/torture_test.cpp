@@ -272,8 +272,7 @@ HandleCounts After(HandleCounts handles, std::size_t readers, std::size_t loads)
 TEST_F(Torture, LoadingAndUnloadingWithEverythingUnderWayLeavesNothingButTheThreadsOwnHandles) {
   constexpr std::size_t WARM_UP = 12;
   constexpr std::size_t SWITCHING_EVERY = 4;
-  // Fewer than scripts/soak.sh asks for: the test command has little time.
-  const std::size_t cycles = Setting("OSTREL_TORTURE_CYCLES", 200);
+  const std::size_t cycles = Setting("OSTREL_TORTURE_CYCLES", 300);
   const std::size_t switchings = cycles / SWITCHING_EVERY;
   ASSERT_EQ(UnloadDriver(), 1);
   HandleCounts handlesBefore;
