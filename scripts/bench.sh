@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Measures everything that docs/performance.md shows and writes that page with its plots: builds the benchmarks for Windows, runs
 # them under Wine on the lab's drivers, each figure in turns with its alternative, and keeps what they say in build/bench. Takes
-# about ten minutes after building; a machine that does something else meanwhile makes the times longer and the ratios rougher.
+# about six minutes after building; a machine that does something else meanwhile makes the times longer and the ratios rougher.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/lib.sh
@@ -21,11 +21,11 @@ fetch_benchmark() {
 # Google Benchmark's, several times in random order, so that what slows the machine down for a while meets all sides. The programs
 # fix their numbers of iterations: one interruption at the start would make Google Benchmark choose far too few.
 run_in_turns() {
-  local program=$1 results=$2
+  local results=$1 repetitions=$2
   shift 2
-  cmake/wine.sh "build/windows/bench/$program.exe" "--benchmark_out=build/bench/$results.json" --benchmark_out_format=json \
-    --benchmark_enable_random_interleaving=true --benchmark_report_aggregates_only=true "$@" >"build/bench/$program.txt" 2>&1 ||
-    { tail -n 20 "build/bench/$program.txt" >&2; return 1; }
+  "$@" "--benchmark_out=build/bench/$results.json" --benchmark_out_format=json "--benchmark_repetitions=$repetitions" \
+    --benchmark_enable_random_interleaving=true --benchmark_report_aggregates_only=true >"build/bench/$results.txt" 2>&1 ||
+    { tail -n 20 "build/bench/$results.txt" >&2; return 1; }
 }
 
 # In the stage folder, beside which everything is that the program loads.
@@ -44,18 +44,21 @@ measure_rest() {
 
 scripts/setup.sh
 fetch_benchmark
-cmake --preset windows -DOSTREL_BENCHMARK_SOURCE="$(realpath build/third-party/benchmark-*/)" >/dev/null
+benchmark_source=$(realpath build/third-party/benchmark-*/)
+for preset in windows native; do cmake --preset "$preset" -DOSTREL_BENCHMARK_SOURCE="$benchmark_source" >/dev/null; done
 echo "Building the benchmarks"
 build_preset windows ostrel_benchmarks
+build_preset native cache_bench
 use_display
 use_wine_prefix
 mkdir -p build/bench
 results=../../bench
 
 echo "Caches"
-run_in_turns cache_bench caches --benchmark_repetitions=9
+run_in_turns caches 9 cmake/wine.sh build/windows/bench/cache_bench.exe
+run_in_turns caches_native 9 build/native/bench/cache_bench
 echo "Digests"
-run_in_turns digest_bench digests --benchmark_repetitions=3
+run_in_turns digests 3 cmake/wine.sh build/windows/bench/digest_bench.exe
 echo "Growth"
 cmake/wine.sh build/windows/bench/growth_bench.exe build/bench/growth.json
 echo "Notification loop"
