@@ -200,9 +200,9 @@ struct ScriptedNetwork::Fakes {
 
   static void WINAPI BuildExplicitAccessWithNameW(EXPLICIT_ACCESS_W* access, wchar_t* user, DWORD permissions,
                                                   ACCESS_MODE mode, DWORD inheritance) {
-    current->Enter("BuildExplicitAccessWithNameW", Text(user) + ", permissions " + Hex(permissions) +
-                                                       ", mode " + Number(mode) + ", inheritance " +
-                                                       Number(inheritance));
+    current->Note("BuildExplicitAccessWithNameW", Text(user) + ", permissions " + Hex(permissions) +
+                                                      ", mode " + Number(mode) + ", inheritance " +
+                                                      Number(inheritance));
     current->Original<decltype(&::BuildExplicitAccessWithNameW)>("BuildExplicitAccessWithNameW")(
         access, user, permissions, mode, inheritance);
   }
@@ -229,13 +229,19 @@ struct ScriptedNetwork::Fakes {
 
   static HLOCAL WINAPI LocalFree(HLOCAL block) {
     if (block != nullptr && current->system_.IsOpen(block)) {
-      current->Enter("LocalFree", current->NameOf(block));
+      current->Note("LocalFree", current->NameOf(block));
       current->system_.Forget(block);
     }
     return current->Original<decltype(&::LocalFree)>("LocalFree")(block);
   }
 
   // The driver's device
+
+  static std::optional<DWORD> NotOpen(const std::string& function, HANDLE device) {
+    if (current->system_.IsOpen(device)) return std::nullopt;
+    FailureLedger::OfThisProgram().FailedByTheWay(function, ERROR_INVALID_HANDLE);
+    return ERROR_INVALID_HANDLE;
+  }
 
   static HANDLE WINAPI CreateFileW(const wchar_t* path, DWORD access, DWORD share,
                                    SECURITY_ATTRIBUTES* attributes, DWORD disposition, DWORD flags,
@@ -267,7 +273,7 @@ struct ScriptedNetwork::Fakes {
       const Lock::Holder holder(current->lock_);
       current->processLists_.emplace_back(bytes, bytes + inputSize);
     }
-    if (!failure && !current->system_.IsOpen(device)) failure = ERROR_INVALID_HANDLE;
+    if (!failure) failure = NotOpen("DeviceIoControl", device);
     if (failure) return FailedWith(*failure);
     *returned = 0;
     return TRUE;
@@ -292,7 +298,7 @@ struct ScriptedNetwork::Fakes {
       failure = current->readError;
       FailureLedger::OfThisProgram().Failed("DeviceIoControl", *failure);
     }
-    if (!failure && !current->system_.IsOpen(device)) failure = ERROR_INVALID_HANDLE;
+    if (!failure) failure = NotOpen("DeviceIoControl", device);
     if (failure) return FailedWith(*failure);
     const Lock::Holder holder(current->lock_);
     Request& request = current->readers_[GetCurrentThreadId()].requests[index];
@@ -311,7 +317,7 @@ struct ScriptedNetwork::Fakes {
     // Only the calling thread's requests.
     Reader& reader = current->readers_[GetCurrentThreadId()];
     reader.hasCancelled = true;
-    if (!failure && !current->system_.IsOpen(device)) failure = ERROR_INVALID_HANDLE;
+    if (!failure) failure = NotOpen("CancelIo", device);
     if (failure) return FailedWith(*failure);
     for (Request& request : reader.requests) request.isCancelled = request.isPending;
     return TRUE;
@@ -324,8 +330,10 @@ struct ScriptedNetwork::Fakes {
       const Lock::Holder holder(current->lock_);
       index = current->IndexOf(overlapped, nullptr);
     }
-    current->Enter("GetOverlappedResult",
-                   current->NameOf(device) + ", block " + Number(index) + (wait ? ", wait" : ", no wait"));
+    const auto failure =
+        current->Enter("GetOverlappedResult", current->NameOf(device) + ", block " + Number(index) +
+                                                  (wait ? ", wait" : ", no wait"));
+    if (failure) return FailedWith(*failure);
     const Lock::Holder holder(current->lock_);
     Request& request = current->readers_[GetCurrentThreadId()].requests[index];
     if (request.isCancelled) {
@@ -455,6 +463,16 @@ void ScriptedNetwork::WatchMemory(std::optional<std::size_t> refused) {
 
 std::optional<DWORD> ScriptedNetwork::Enter(const std::string& function, const std::string& arguments) {
   const auto failure = system_.Enter(function, arguments);
+  Meet(function);
+  return failure;
+}
+
+void ScriptedNetwork::Note(const std::string& function, const std::string& arguments) {
+  system_.Note(function, arguments);
+  Meet(function);
+}
+
+void ScriptedNetwork::Meet(const std::string& function) {
   if (onCall) onCall(function);
   Lock::Holder holder(lock_);
   if (function == heldFunction_) {
@@ -462,7 +480,6 @@ std::optional<DWORD> ScriptedNetwork::Enter(const std::string& function, const s
     holder.Changed();
     holder.WaitFor([&] { return function != heldFunction_; });
   }
-  return failure;
 }
 
 void ScriptedNetwork::Hold(const std::string& function) {

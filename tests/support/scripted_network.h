@@ -88,7 +88,9 @@ class ScriptedNetwork {
     bool hasCancelled = false;
   };
 
-  std::optional<DWORD> Enter(const std::string& function, const std::string& arguments);
+  [[nodiscard]] std::optional<DWORD> Enter(const std::string& function, const std::string& arguments);
+  void Note(const std::string& function, const std::string& arguments);
+  void Meet(const std::string& function);
   std::string NameOf(HANDLE handle) const;
   DWORD AddKey(const std::string& function, HANDLE engine, const std::string& key);
   // The request that uses the block; a new one at the end when there is none.
