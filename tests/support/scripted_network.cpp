@@ -130,7 +130,8 @@ struct ScriptedNetwork::Fakes {
     const Lock::Holder holder(current->lock_);
     const auto transaction = current->transactions_.extract(engine);
     if (transaction.empty()) return NO_TRANSACTION;
-    current->keys_.insert(transaction.mapped().begin(), transaction.mapped().end());
+    current->keys_.insert(transaction.mapped().keys.begin(), transaction.mapped().keys.end());
+    current->filters_ += transaction.mapped().filters;
     return ERROR_SUCCESS;
   }
 
@@ -193,7 +194,7 @@ struct ScriptedNetwork::Fakes {
             Excess(filter->providerContextKey != GUID{}, "context") +
             Excess(filter->reserved != nullptr, "reserved") + Excess(filter->filterId != 0, "filter id") +
             Excess(filter->effectiveWeight.type != FWP_EMPTY, "weight"));
-    return failure ? *failure : ERROR_SUCCESS;
+    return failure ? *failure : current->AddFilter(engine);
   }
 
   // The monitored user
@@ -507,9 +508,27 @@ DWORD ScriptedNetwork::AddKey(const std::string& function, HANDLE engine, const 
   const Lock::Holder holder(lock_);
   const auto transaction = transactions_.find(engine);
   if (transaction == transactions_.end()) return NO_TRANSACTION;
-  if (keys_.count(key) == 0 && transaction->second.insert(key).second) return ERROR_SUCCESS;
+  if (keys_.count(key) == 0 && transaction->second.keys.insert(key).second) return ERROR_SUCCESS;
   FailureLedger::OfThisProgram().FailedByTheWay(function, KEY_IS_TAKEN);
   return KEY_IS_TAKEN;
+}
+
+DWORD ScriptedNetwork::AddFilter(HANDLE engine) {
+  const Lock::Holder holder(lock_);
+  const auto transaction = transactions_.find(engine);
+  if (transaction == transactions_.end()) return NO_TRANSACTION;
+  ++transaction->second.filters;
+  return ERROR_SUCCESS;
+}
+
+bool ScriptedNetwork::HasKey(const std::string& key) const {
+  const Lock::Holder holder(lock_);
+  return keys_.count(key) != 0;
+}
+
+std::size_t ScriptedNetwork::FilterCount() const {
+  const Lock::Holder holder(lock_);
+  return filters_;
 }
 
 std::size_t ScriptedNetwork::IndexOf(OVERLAPPED* overlapped, void* buffer) {
