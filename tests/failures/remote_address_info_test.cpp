@@ -622,6 +622,7 @@ TEST_F(RemoteAddressInfo, TakesItsOtherStepsWithAnyOfItsAllocationsRefused) {
   for (int allocation = 1; wasRefused; ++allocation) {
     SCOPED_TRACE(allocation);
     Forget();
+    network_.ForgetKeys();
     HeapWatch::Begin(allocation);
     EnableRemote();
     wasRefused = HeapWatch::HasRefused();

@@ -229,6 +229,7 @@ TEST_F(CurrentUserName, IsEmptyWhenTheObjectDoesNotTellIt) {
 // Only at level 7 does the log name a user.
 TEST_F(CurrentUserName, IsNotLoggedAtLevelSix) {
   Load(6);
+  FailureLedger::OfThisProgram().SetTheStage();
   Forget();
   wmi_.objects = {L"VM\\ann"};
   EXPECT_EQ(AskIt(), Result("VM\\ann"));

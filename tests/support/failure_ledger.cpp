@@ -133,10 +133,10 @@ void FailureLedger::FailedByTheWay(const std::string& function, const std::strin
 }
 
 void FailureLedger::FailedOtherwise(const std::string& what, const std::string& how) {
-  Begin(what, how);
+  Begin(what, how, true);
 }
 
-void FailureLedger::Begin(const std::string& call, const std::string& failure) {
+void FailureLedger::Begin(const std::string& call, const std::string& failure, bool isInput) {
   const int thread = ThisThread();
   const Lock::Holder holder(lock_);
   hasFailed_ = true;
@@ -150,6 +150,7 @@ void FailureLedger::Begin(const std::string& call, const std::string& failure) {
   row.call = call;
   row.failure = failure;
   row.thread = thread;
+  row.isInput = isInput;
   rows_.push_back(row);
 }
 
@@ -232,8 +233,9 @@ void FailureLedger::EndTest() {
 
 std::string FailureLedger::Text(const Row& row) const {
   std::string log;
+  const bool countsEveryLine = row.isInput && row.isDirect;
   for (const LogLine& line : row.log) {
-    if (usualLines_.count(line.text) != 0) continue;
+    if (!countsEveryLine && usualLines_.count(line.text) != 0) continue;
     log += (log.empty() ? "" : "<br>") + LogCell(line.text, line.count);
   }
   return "| `" + Cell(row.call) + "` | " + Cell(row.failure) + " | " + (log.empty() ? "none" : log) + " | " +

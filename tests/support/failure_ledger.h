@@ -20,8 +20,8 @@ namespace ostrel::test {
 // A row begins when a scripted call fails. To it belong the log lines that the same thread writes up to its
 // next call, of which those that only release something do not count; on the test's own thread also every
 // later line that is not mere detail, up to the result, and as often as it comes. Lines other than errors
-// that are also written where nothing has failed do not count. A failure that repeats itself before there is
-// a result adds to its row.
+// that are also written where nothing has failed do not count, but for an input that fails without any call.
+// A failure that repeats itself before there is a result adds to its row.
 //
 // A row names the tests that it came from, at most three: first those that say that they are about such
 // failures, then those with the fewest other rows.
@@ -65,6 +65,7 @@ class FailureLedger {
     std::string result;
     int thread = 0;
     bool isDirect = true;  // no call came after it
+    bool isInput = false;  // not a call's failure
     bool isOpen = true;
   };
 
@@ -83,7 +84,7 @@ class FailureLedger {
   };
   using Page = std::map<std::string, PageRow>;
 
-  void Begin(const std::string& call, const std::string& failure);
+  void Begin(const std::string& call, const std::string& failure, bool isInput = false);
   void AddLog(Row& row, std::string_view line) const;
   void BeginTest(const std::string& name);
   void EndTest();

@@ -526,6 +526,11 @@ bool ScriptedNetwork::HasKey(const std::string& key) const {
   return keys_.count(key) != 0;
 }
 
+void ScriptedNetwork::ForgetKeys() {
+  const Lock::Holder holder(lock_);
+  keys_.clear();
+}
+
 std::size_t ScriptedNetwork::FilterCount() const {
   const Lock::Holder holder(lock_);
   return filters_;

@@ -50,6 +50,7 @@ class ScriptedNetwork {
   // What is in force on the platform.
   bool HasKey(const std::string& key) const;
   std::size_t FilterCount() const;
+  void ForgetKeys();
 
   // Bytes of every process list that was sent to the driver.
   std::vector<std::vector<std::uint8_t>> ProcessLists() const;

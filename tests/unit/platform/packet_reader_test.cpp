@@ -498,6 +498,7 @@ TEST_F(ThePacketReaderThread, SaysWhyItHasNoStopEvent) {
 TEST_F(ThePacketReaderThread, CountsAsEndedWhenItNeverStarted) {
   system_.Fail("CreateThread", 8);
   ASSERT_FALSE(Start());
+  FailureLedger::OfThisProgram().SetTheStage();
   system_.transcript.Clear();
   thread_.Stop();
   EXPECT_THAT(Logs(), ElementsAre("log 7 GetNWPacketInfo thread ended"));
@@ -511,8 +512,11 @@ TEST_F(ThePacketReaderThread, ForgetsTheReaderBeforeWhenItCannotBeStartedAgain) 
   ASSERT_TRUE(system_.WaitForThreadEnd(0));
   system_.Fail("CreateEventW", 1450);
   ASSERT_FALSE(Start());
+  FailureLedger::OfThisProgram().SetTheStage();
+  FailureLedger::OfThisProgram().Concerns("SetEvent");
   system_.transcript.Clear();
   thread_.Stop();
+  CameTo("Stopping the packet reader: counts as ended");
   EXPECT_THAT(Calls(), ElementsAre("SetEvent(null)", "log 7 GetNWPacketInfo thread ended"));
 }
 

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "log/log.h"
+#include "support/failure_ledger.h"
 #include "support/heap_watch.h"
 #include "support/import_table.h"
 #include "support/transcript.h"
@@ -237,6 +238,7 @@ TEST_F(TitlesOfAProcess, AreNoLongerSoughtWhenMemoryIsShort) {
     desktop_.shown.reserve(10);
     desktop_.whenMeasured = [allocation] { HeapWatch::Begin(allocation); };
     EXPECT_THAT(Find(), IsEmpty());
+    CameTo("Titles of a process: none, and those of its parent are sought");
     EXPECT_TRUE(HeapWatch::HasRefused());
     EXPECT_EQ(code_, TABTITLE_MAIN_WINDOWS_NOT_FOUND);
     // Then both again, for the parent, which owns neither.
