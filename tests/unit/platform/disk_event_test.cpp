@@ -183,7 +183,7 @@ TEST_F(TheDiskEventThread, StartsWithoutWinsock) {
 }
 
 TEST_F(TheDiskEventThread, CannotBeStoppedBeforeItWasStarted) {
-  FailureLedger::OfThisProgram().Concerns("SetEvent");
+  FailureLedger::OfThisProgram().FailedOtherwise("Disk event thread", "never started");
   thread_.Stop();
   CameTo("Stopping the disk event thread: nothing to wait for");
   EXPECT_THAT(Calls(), ElementsAre("SetEvent(null)", "log 3 Disk Event thread is null, and can't be ended."));
@@ -194,7 +194,9 @@ TEST_F(TheDiskEventThread, CannotBeStoppedTwice) {
   ASSERT_TRUE(Start());
   thread_.Stop();
   system_.transcript.Clear();
+  FailureLedger::OfThisProgram().FailedOtherwise("Disk event thread", "ended already");
   thread_.Stop();
+  CameTo("Stopping the disk event thread: nothing to wait for");
   EXPECT_THAT(Calls(),
               ElementsAre("SetEvent(event)", "log 3 Disk Event thread is null, and can't be ended."));
 }
@@ -243,6 +245,60 @@ TEST_F(TheDiskEventThread, StaysHeldWhenItDoesNotEndInThreeSeconds) {
   EXPECT_FALSE(Start());
   EXPECT_THAT(Logs(), ElementsAre("log 3 Disk Event thread never ended.",
                                   "log 3 Disk Event thread already started!"));
+}
+
+decltype(&::WaitForSingleObject) scriptedWait = nullptr;
+
+// Whether the thread has ended is not known then.
+TEST_F(TheDiskEventThread, StaysHeldWhenItCannotBeWaitedFor) {
+  Hurry();
+  ASSERT_TRUE(Start());
+  const auto fail = [](HANDLE handle, DWORD milliseconds) WINAPI -> DWORD {
+    if (milliseconds != 3000) return scriptedWait(handle, milliseconds);
+    FailureLedger::OfThisProgram().Failed("WaitForSingleObject", ERROR_INVALID_HANDLE);
+    SetLastError(ERROR_INVALID_HANDLE);
+    return WAIT_FAILED;
+  };
+  FailureLedger::OfThisProgram().Chosen("WaitForSingleObject",
+                                        "a thread that cannot be waited for counts as one that did not end");
+  {
+    const ImportPatch patch(GetModuleHandleW(nullptr), "WaitForSingleObject",
+                            reinterpret_cast<void*>(static_cast<decltype(&::WaitForSingleObject)>(fail)));
+    scriptedWait = reinterpret_cast<decltype(scriptedWait)>(patch.Original());
+    thread_.Stop();
+    // The thread, which has ended by now, is in none of its waits when they are put back.
+    ASSERT_TRUE(system_.WaitForThreadEnd(0));
+  }
+  CameTo("Stopping the disk event thread: the thread stays held");
+  EXPECT_FALSE(Start());
+  EXPECT_THAT(Logs(), ElementsAre("log 3 Disk Event thread never ended.",
+                                  "log 3 Disk Event thread already started!"));
+  EXPECT_THAT(system_.OpenHandles(), ElementsAre("event", "thread"));
+  thread_.Stop();
+  EXPECT_TRUE(Start());
+  thread_.Stop();
+}
+
+TEST_F(TheDiskEventThread, StaysHeldWhenItsEventCannotBeSet) {
+  Hurry();
+  ASSERT_TRUE(Start());
+  const auto fail = [](HANDLE) WINAPI -> BOOL {
+    FailureLedger::OfThisProgram().Failed("SetEvent", ERROR_INVALID_HANDLE);
+    SetLastError(ERROR_INVALID_HANDLE);
+    return FALSE;
+  };
+  {
+    const ImportPatch patch(GetModuleHandleW(nullptr), "SetEvent",
+                            reinterpret_cast<void*>(static_cast<decltype(&::SetEvent)>(fail)));
+    thread_.Stop();
+  }
+  CameTo("Stopping the disk event thread: the thread stays held");
+  EXPECT_THAT(Logs(), ElementsAre("log 3 Disk Event thread never ended."));
+  // It works on, and can be stopped the next time.
+  AddOldUpload();
+  EXPECT_TRUE(Gate::WaitUntilReached());
+  thread_.Stop();
+  EXPECT_EQ(system_.transcript.StartingWith("log 7 Disk Event thread ended").size(), 1U);
 }
 
 TEST_F(TheDiskEventThread, CanBeStoppedForGoodOnceTheHeldPassEnds) {

@@ -12,12 +12,14 @@
 #include "detect/disk_event_worker.h"
 #include "filter/cache_hooks.h"
 #include "platform_test.h"
+#include "support/failure_rows.h"
 #include "support/scripted_user_session.h"
 
 namespace ostrel::test {
 
 namespace {
 
+using ostrel_test::EnterFailure;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -278,21 +280,60 @@ TEST_F(Reporting, LeavesTheHostNameEmptyWhenTheLookUpFailsHalfWay) {
   EXPECT_THAT(Logs(), Contains("log 7 Possible stream info: 10.0.0.1:443  "));
 }
 
-TEST_F(Reporting, LeavesAnAddressThatCannotBeFormattedEmpty) {
-  FailureLedger::OfThisProgram().Concerns("InetPtonW");
-  const auto fail = [](INT, const void*, wchar_t*, std::size_t) WINAPI -> const wchar_t* {
-    FailureLedger::OfThisProgram().Failed("InetNtopW", WSAEINVAL);
-    return nullptr;
-  };
+// A failing conversion between addresses and their texts, of a stream of either family.
+struct Family {
+  const char* name;
+  IP_VERSION version;
+  const wchar_t* address;
+  const wchar_t* hostName;  // the look-up of the longer address is bound to fail
+};
+
+const Family FAMILIES[] = {{"IPv4", IPV4, L"10.0.0.1", L"files.example"},
+                           {"IPv6", IPV6, L"2001:db8::1", L""}};
+
+class ReportingAStream : public Reporting, public ::testing::WithParamInterface<Family> {
+ protected:
+  ReportingAStream() {
+    unsigned char address[16] = {0x20, 0x01, 0x0D, 0xB8};
+    address[15] = 1;
+    streams_.AddEvent(PROCESS_NAME, 0x0A000001, address, GetParam().version, 443, 1500, 1000);
+    system_.hostNames = {{L"10.0.0.1", L"files.example"}, {L"2001:db8::1", L"six.example"}};
+  }
+
+  // In spite of the failure of a call.
+  void ExpectReported(const std::string& call, DWORD failure, const std::wstring& address,
+                      const std::wstring& hostName) {
+    reporter_.ReportFileEvent(streams_, Event(1, 1));
+    ASSERT_EQ(host_.activity.size(), 1U);
+    EXPECT_THAT(host_.activity[0].addresses, ElementsAre(address));
+    EXPECT_THAT(host_.activity[0].ports, ElementsAre(443));
+    EXPECT_THAT(host_.activity[0].hostNames, ElementsAre(hostName));
+    const Lines streams = system_.transcript.StartingWith("log 7 Possible stream info: ");
+    EXPECT_THAT(streams,
+                ElementsAre("log 7 Possible stream info: " + Narrow(address) + ":443  " + Narrow(hostName)));
+    EnterFailure(call, CodeText(failure), streams,
+                 "ReportFileEvent: reported, address \"" + Narrow(address) + "\", host name \"" +
+                     Narrow(hostName) + "\"");
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(OfEitherFamily, ReportingAStream, ::testing::ValuesIn(FAMILIES),
+                         [](const auto& family) { return std::string(family.param.name); });
+
+TEST_P(ReportingAStream, LeavesAnAddressThatCannotBeFormattedEmpty) {
+  const auto fail = [](INT, const void*, wchar_t*, std::size_t) WINAPI -> const wchar_t* { return nullptr; };
   const ImportPatch patch(GetModuleHandleW(nullptr), "InetNtopW",
                           reinterpret_cast<void*>(static_cast<decltype(&::InetNtopW)>(fail)));
-  AddStream(0x0A000001, 443, 1000);
-  reporter_.ReportFileEvent(streams_, Event(1, 1));
-  ASSERT_EQ(host_.activity.size(), 1U);
-  EXPECT_THAT(host_.activity[0].addresses, ElementsAre(L""));
-  CameTo("ReportFileEvent: reported, address and host name empty");
-  EXPECT_THAT(host_.activity[0].ports, ElementsAre(443));
-  EXPECT_THAT(Logs(), Contains("log 7 Possible stream info: :443  "));
+  // What cannot be read back leaves the address to look up as it is.
+  ExpectReported("InetNtopW", WSAEINVAL, L"", GetParam().hostName);
+}
+
+// The address to look up is there without it.
+TEST_P(ReportingAStream, LooksUpAnAddressWhoseTextCannotBeReadBack) {
+  const auto fail = [](INT, const wchar_t*, void*) WINAPI -> INT { return -1; };
+  const ImportPatch patch(GetModuleHandleW(nullptr), "InetPtonW",
+                          reinterpret_cast<void*>(static_cast<decltype(&::InetPtonW)>(fail)));
+  ExpectReported("InetPtonW", WSAEFAULT, GetParam().address, GetParam().hostName);
 }
 
 TEST_F(Reporting, LeavesTheHostNameEmptyWhenItCannotBeFound) {
