@@ -399,6 +399,9 @@ TEST_F(Reporting, DropsAnUploadOfOneByteLess) {
   EXPECT_THAT(Logs(), ElementsAre(StartsWith("log 6 Detected file use by monitored process C:\\a.txt"),
                                   "log 7 Uploaded file C:\\a.txt. 899 of 1000",
                                   "log 6 Incomplete upload for C:\\a.txt"));
+  Lines lines = Logs();
+  lines.erase(lines.begin());
+  EnterFailure("Upload", "of 899 bytes of 1000", lines, "ReportFileEvent: an upload is not reported");
 }
 
 TEST_F(Reporting, NeverReportsAnUploadOfADeletedFile) {
@@ -433,6 +436,9 @@ TEST_F(Reporting, AsksForTheMetadataOfAFileOnANetworkDrive) {
   EXPECT_EQ(host_.activity[0].isNetworkDrive, 1);
   EXPECT_EQ(host_.activity[0].metadataStatus, L"NO_LOGGEDIN_USER");
   EXPECT_EQ(host_.activity[0].fileSize, 0U);
+  EnterFailure("Metadata of a file on a network drive", "nobody is logged on",
+               system_.transcript.StartingWith("log 7 Uploaded file"),
+               "ReportFileEvent: reported, with status NO_LOGGEDIN_USER and size 0");
   EXPECT_THAT(Logs(), ElementsAre(StartsWith("log 6 Detected file use"), "log 6 No one logged in",
                                   "log 3 Could not successfully spawn a sub-process",
                                   "log 7 Getting metadata for file : C:\\a.txt\n",
@@ -511,6 +517,9 @@ TEST_F(Reporting, TellsTheHostOfAnUploadWhoseDigestsAreMissing) {
   EXPECT_EQ(host_.activity[0].fileSize, 0U);
   EXPECT_EQ(host_.activity[0].metadataStatus, L"METADATA_DESERIALIZE_FAILURE");
   EXPECT_EQ(host_.activity[0].extraText, L"");
+  EnterFailure("Metadata of a file on a network drive", "an answer without digests",
+               system_.transcript.StartingWith("log 3"),
+               "ReportFileEvent: reported, with status METADATA_DESERIALIZE_FAILURE and size 0");
 }
 
 TEST_F(Reporting, AsksForMetadataAfterTheLookUpsAndUnderTheReportMutex) {
@@ -576,6 +585,7 @@ TEST_F(Reporting, TellsTheHostOfACloudDriveEventOfEveryType) {
 }
 
 TEST_F(Reporting, TellsTheHostOfACloudDriveFileThatHasVanished) {
+  FailureLedger::OfThisProgram().Concerns("CreateFileW");
   system_.fileSizes.clear();
   reporter_.ReportPcdEvent(Event(7, 0));
   EXPECT_EQ(host_.cloud.size(), 1U);
@@ -583,6 +593,7 @@ TEST_F(Reporting, TellsTheHostOfACloudDriveFileThatHasVanished) {
               ElementsAre("CreateFileW(C:\\a.txt, 0x80000000, share 3, disposition 3, 0x80)",
                           "log 6 Detected PCD event use by monitored process C:\\a.txt: "
                           "\\Device\\HarddiskVolume3\\chrome.exe"));
+  CameTo("ReportPcdEvent: reported all the same");
 }
 
 // The caches of the library, with the times that a test gives them.
@@ -747,6 +758,11 @@ TEST_F(APass, LosesOnlyTheReportsWhoseCallbackThrows) {
   worker_.RunPass(61001);
   // The second download is remembered although its callback threw, so its read is no upload.
   EXPECT_THAT(Told(), ElementsAre(L"down C:\\2", L"down C:\\1", L"cloud C:\\1"));
+  const Lines errors = system_.transcript.StartingWith("log 3");
+  EXPECT_THAT(errors, IsEmpty());
+  EnterFailure("Callback of the host for an event", "an exception", errors,
+               "The disk event thread: goes on with the next event",
+               "the report counts as made, and nothing says that it failed");
 }
 
 }  // namespace

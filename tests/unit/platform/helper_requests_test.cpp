@@ -162,6 +162,9 @@ TEST_F(AnExchange, KeepsTheCodeOfItsFailureBeforeItFreesAnything) {
   EXPECT_EQ(reply_, L"BEFORE");
 }
 
+const char* const MEMORY = "Memory";
+const char* const NO_WORD = "no status word stands for it, so the status is empty, and nothing is logged";
+
 // The first identifier of a request is the command's, the second the response's, the third the channel's.
 class Requesting : public UserHelperTest {
  protected:
@@ -183,7 +186,10 @@ class Requesting : public UserHelperTest {
 
   // While the answer is awaited.
   void RunOutOfMemory() {
-    session_.answer = [](const std::wstring&) -> std::wstring { throw std::bad_alloc(); };
+    session_.answer = [](const std::wstring&) -> std::wstring {
+      FailureLedger::OfThisProgram().FailedOtherwise(MEMORY, "short while an answer is taken");
+      throw std::bad_alloc();
+    };
   }
 
   // Everything up to the exchange.
@@ -264,8 +270,10 @@ TEST_F(RequestingTitles, KeepsTheHelpersReasonWhicheverItIs) {
 
 TEST_F(RequestingTitles, IsEmptyWithoutAStatusWhenMemoryIsShort) {
   RunOutOfMemory();
+  FailureLedger::OfThisProgram().Chosen(MEMORY, NO_WORD);
   EXPECT_THAT(Ask(), IsEmpty());
   EXPECT_EQ(status_, L"");
+  EXPECT_THAT(transcript_.StartingWith("log 3"), IsEmpty());
 }
 
 TEST_F(RequestingTitles, ReportsEachReasonWhyThereIsNoHelper) {
@@ -424,8 +432,10 @@ TEST_F(RequestingMetaData, CannotReadASuccessWithoutDigests) {
 
 TEST_F(RequestingMetaData, IsEmptyWithoutAStatusWhenMemoryIsShort) {
   RunOutOfMemory();
+  FailureLedger::OfThisProgram().Chosen(MEMORY, NO_WORD);
   EXPECT_EQ(Ask().fileSize, 0U);
   EXPECT_EQ(status_, L"");
+  EXPECT_THAT(transcript_.StartingWith("log 3"), IsEmpty());
 }
 
 TEST_F(RequestingMetaData, ReportsEachReasonWhyThereIsNoHelper) {
