@@ -218,7 +218,7 @@ TEST_F(Reporting, TakesItsStepsInOrder) {
   system_.transcript.Clear();
   reporter_.ReportFileEvent(streams_, Event(0, 1000, {L"Mail"}));
   EXPECT_THAT(StepsBeforeTheCallback(),
-              ElementsAre("CreateFileW(C:\\a.txt, 0x80000000, share 3, disposition 3, 0x80)",
+              ElementsAre("CreateFileW(C:\\a.txt, 0x80000000, share 3, disposition 3, 0x110080)",
                           "GetFileSizeEx(file C:\\a.txt)", "CloseHandle(file C:\\a.txt)",
                           "log 6 Detected file use by monitored process C:\\a.txt: "
                           "\\Device\\HarddiskVolume3\\chrome.exe: UPLOAD   tab title: Mail",
@@ -590,7 +590,7 @@ TEST_F(Reporting, TellsTheHostOfACloudDriveFileThatHasVanished) {
   reporter_.ReportPcdEvent(Event(7, 0));
   EXPECT_EQ(host_.cloud.size(), 1U);
   EXPECT_THAT(StepsBeforeTheCallback(),
-              ElementsAre("CreateFileW(C:\\a.txt, 0x80000000, share 3, disposition 3, 0x80)",
+              ElementsAre("CreateFileW(C:\\a.txt, 0x80000000, share 3, disposition 3, 0x110080)",
                           "log 6 Detected PCD event use by monitored process C:\\a.txt: "
                           "\\Device\\HarddiskVolume3\\chrome.exe"));
   CameTo("ReportPcdEvent: reported all the same");
