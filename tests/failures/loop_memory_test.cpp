@@ -50,6 +50,7 @@ class TheNotificationLoopWithoutMemory : public LibraryTest {
     session_.LogOn();
     EXPECT_TRUE(Load());
     EXPECT_TRUE(system_.WaitUntilHandled());
+    FailureLedger::OfThisProgram().SetTheStage();
     handles_ = system_.OpenHandles();
     // The compiler's thread runtime makes its locks at their first use, and does not look whether it gets the
     // memory.
@@ -60,6 +61,7 @@ class TheNotificationLoopWithoutMemory : public LibraryTest {
     Forget();
     system_.Send(message);
     ASSERT_TRUE(system_.WaitUntilHandled());
+    CameTo("The notification loop: asks for the next message");
     EXPECT_THAT(system_.transcript.StartingWith(ACKNOWLEDGEMENT), SizeIs(1));
     EXPECT_EQ(system_.OpenHandles(), handles_);
     EXPECT_THAT(session_.OpenHandles(), IsEmpty());
@@ -172,6 +174,7 @@ class TheDiskEventLoopWithoutMemory : public LibraryTest, public ::testing::With
       ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "the loop has ended";
       Sleep(5);
     }
+    CameTo("The disk event thread: goes on with the next pass");
     EXPECT_EQ(system_.OpenHandles(), handles_);
   }
 

@@ -3,6 +3,8 @@
 #include <atomic>
 #include <cstdlib>
 
+#include "support/failure_ledger.h"
+
 namespace ostrel::test {
 
 namespace {
@@ -29,11 +31,19 @@ bool IsWatched() {
   return GetCurrentThreadId() == watchedThread;
 }
 
+// What the ledger itself takes from the heap does not count.
+void EnterRefusal() {
+  const DWORD thread = watchedThread.exchange(0);
+  FailureLedger::OfThisProgram().Failed("malloc", ERROR_NOT_ENOUGH_MEMORY);
+  watchedThread = thread;
+}
+
 void* Malloc(std::size_t size) {
   if (!IsWatched()) return originalMalloc(size);
   ++allocations;
   if (untilRefusal > 0 && --untilRefusal == 0) {
     hasRefused = true;
+    EnterRefusal();
     return nullptr;
   }
   ++heldBlocks;
