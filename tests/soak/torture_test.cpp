@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cstdio>
 #include <cwchar>
 #include <filesystem>
 #include <string>
@@ -42,6 +43,7 @@ struct {
   std::atomic<std::size_t> startedHelpers{0};
   std::atomic<std::size_t> startedLoops{0};
   std::atomic<std::size_t> endedLoops{0};
+  std::atomic<std::size_t> unloadNotices{0};
   std::atomic<std::size_t> endedReaders{0};
   std::atomic<std::size_t> closedBefore{0};
   std::atomic<std::size_t> blockedThreads{0};
@@ -70,6 +72,7 @@ void CountLine(const wchar_t* text, std::uint32_t level) {
   if (has(L"Notification procedure started.")) ++logged.startedLoops;
   if (has(L"GetNWPacketInfo thread ended")) ++logged.endedReaders;
   const bool portIsGone = has(L"receiving notifications: HResult: 80070006");
+  if (has(L"Driver unloaded.")) ++logged.unloadNotices;
   if (has(L"Driver unloaded.") || portIsGone) ++logged.endedLoops;
   if (level != 3 || portIsGone) return;
   if (has(L"Could not close handle to NW driver. Code: 6")) {
@@ -180,8 +183,7 @@ class Torture : public NetworkOnLab {
   // Begins a flood of records and sends file events, of which the library is handling one or another when
   // this returns.
   void BeginFloods() {
-    // Few enough for a loaded machine to acknowledge them while the driver waits to unload.
-    constexpr std::size_t FILE_EVENTS = 40;
+    constexpr std::size_t FILE_EVENTS = 20;
     const std::size_t filed = logged.filedRecords;
     const std::size_t received = logged.receivedEvents;
     OstrelLabFlood flood{};
@@ -195,12 +197,24 @@ class Torture : public NetworkOnLab {
     ASSERT_TRUE(WaitFor([&] { return logged.filedRecords > filed && logged.receivedEvents > received; }));
   }
 
+  // So many that most wait still when the next call begins; few enough for a loaded machine to acknowledge
+  // them while the driver waits to unload.
+  void PileUp() { SendEvents(40); }
+
+  // Records and file events that the library has not handled.
+  static bool IsInFlight() {
+    const OstrelLabStatus files = DriverLink::TryOpen().value().Status();
+    const OstrelLabNetworkStatus records = Player().Status();
+    return files.queued + files.outstanding > 0 && records.floodRemaining > 0;
+  }
+
   // Of both caches, and a day from being due, so that they merge.
   void SendEvents(std::size_t count) {
     std::vector<OstrelLabEvent> events;
     for (std::size_t i = 0; i < count; ++i) {
       events.push_back(Event(i % 2 == 0 ? READ : CLOUD, i % 20, Sent(1).time + A_DAY));
     }
+    sentEvents_ += count;
     SendFiles(std::move(events));
   }
 
@@ -246,6 +260,9 @@ class Torture : public NetworkOnLab {
     EXPECT_TRUE(WaitFor([before] { return Reports() > before; })) << "nothing is reported";
   }
 
+  // By SendEvents.
+  std::size_t sentEvents_ = 0;
+
  private:
   static std::filesystem::path HelperFolder() {
     wchar_t path[MAX_PATH] = {};
@@ -277,13 +294,18 @@ TEST_F(Torture, LoadingAndUnloadingWithEverythingUnderWayLeavesNothingButTheThre
   ASSERT_EQ(UnloadDriver(), 1);
   HandleCounts handlesBefore;
   std::vector<std::size_t> privateBytes;
+  std::size_t inFlight = 0;
+  std::size_t notices = 0;
   for (std::size_t cycle = 0; cycle < WARM_UP + cycles; ++cycle) {
     if (cycle == WARM_UP) {
       handlesBefore = OpenHandles();
       privateBytes.clear();
       logged.endedReaders = 0;
       logged.closedBefore = 0;
+      inFlight = notices = 0;
     }
+    const std::size_t notHandled = sentEvents_ - logged.receivedEvents;
+    const std::size_t noticesBefore = logged.unloadNotices;
     ASSERT_NO_FATAL_FAILURE(LoadAll());
     ASSERT_NO_FATAL_FAILURE(BeginFloods());
     if (cycle % SWITCHING_EVERY == 3) {
@@ -291,10 +313,21 @@ TEST_F(Torture, LoadingAndUnloadingWithEverythingUnderWayLeavesNothingButTheThre
       Enable();
       ASSERT_NO_FATAL_FAILURE(BeginFloods());
     }
+    PileUp();
+    if (IsInFlight()) ++inFlight;
     ASSERT_NO_FATAL_FAILURE(UnloadInTime());
     ASSERT_TRUE(WaitUntilLoopsEnd());
+    if (logged.unloadNotices > noticesBefore) {
+      ++notices;
+      EXPECT_EQ(sentEvents_ - logged.receivedEvents, notHandled) << "an event before the notice is lost";
+    }
     privateBytes.push_back(PrivateBytes());
   }
+
+  std::printf("%zu of %zu unloadings with messages in flight, %zu that took them all\n", inFlight, cycles,
+              notices);
+  EXPECT_GT(inFlight, cycles / 2);
+  EXPECT_GT(notices, cycles / 2);
 
   // Unloading ends the reader, and the switching off that follows waits for it once more and finds its device
   // closed. A stop that took longer than its 3000 milliseconds would be an error line.
