@@ -4,8 +4,8 @@
 
 #include <algorithm>
 #include <array>
+#include <exception>
 
-#include "digest.h"
 #include "extended_path.h"
 #include "file_digests.h"
 #include "util/unique_handle.h"
@@ -98,9 +98,8 @@ MetadataAnswer ReadFileMetadata(const std::wstring& path, std::chrono::milliseco
             .md5Hex = std::move(digests.md5Hex),
             .fileSize = digests.size,
             .extraText = FinalPath(file.Get())};
-  } catch (const FileReadError&) {
-    return MetadataAnswer::Failed(ResponseCode::METADATA_CANNOT_READ_FILE);
-  } catch (const DigestError&) {
+  } catch (const std::exception&) {
+    // Be it the file, the digests, or that there is no memory or no second thread for them.
     return MetadataAnswer::Failed(ResponseCode::METADATA_CANNOT_READ_FILE);
   }
 }

@@ -30,7 +30,9 @@ DWORD MillisecondsUntil(steady_clock::time_point deadline) {
 
 class PipeServer::Operation {
  public:
-  explicit Operation(HANDLE pipe) : pipe_(pipe), event_(NewEvent()) { overlapped_.hEvent = event_.Get(); }
+  explicit Operation(UniqueFileHandle& pipe) : pipe_(pipe), event_(NewEvent()) {
+    overlapped_.hEvent = event_.Get();
+  }
   Operation(const Operation&) = delete;
   Operation& operator=(const Operation&) = delete;
 
@@ -41,15 +43,18 @@ class PipeServer::Operation {
   // into buffers after their time. Returns the error, 0 for none, WAIT_TIMEOUT for the deadline.
   DWORD Finish(BOOL started, Deadline deadline) {
     if (!started && GetLastError() != ERROR_IO_PENDING) return GetLastError();
-    const bool isInTime = WaitForSingleObject(event_.Get(), MillisecondsUntil(deadline)) == WAIT_OBJECT_0;
-    if (!isInTime) CancelIoEx(pipe_, &overlapped_);
-    if (GetOverlappedResult(pipe_, &overlapped_, &transferred_, TRUE)) return ERROR_SUCCESS;
-    const DWORD error = GetLastError();
-    return !isInTime && error == ERROR_OPERATION_ABORTED ? WAIT_TIMEOUT : error;
+    const DWORD waited = WaitForSingleObject(event_.Get(), MillisecondsUntil(deadline));
+    // What cannot be cancelled ends with the pipe; nobody else might ever end it.
+    if (waited != WAIT_OBJECT_0 && !CancelIoEx(pipe_.Get(), &overlapped_) &&
+        GetLastError() != ERROR_NOT_FOUND) {
+      pipe_.Close();
+    }
+    if (GetOverlappedResult(pipe_.Get(), &overlapped_, &transferred_, TRUE)) return ERROR_SUCCESS;
+    return waited == WAIT_TIMEOUT ? WAIT_TIMEOUT : GetLastError();
   }
 
  private:
-  HANDLE pipe_;
+  UniqueFileHandle& pipe_;
   UniqueKernelHandle event_;
   OVERLAPPED overlapped_{};
   DWORD transferred_ = 0;
@@ -66,15 +71,15 @@ PipeServer::PipeServer(const std::wstring& channelName) {
   if (!pipe_) throw SystemFailure(ExitCode::PipeNotCreated, "the pipe cannot be created", GetLastError());
   // Not every system heeds the flag: Wine looks only at how many instances the first one allows.
   DWORD instances = 0;
-  if (!GetNamedPipeHandleStateW(pipe_.Get(), nullptr, &instances, nullptr, nullptr, nullptr, 0) ||
-      instances != ONLY_INSTANCE) {
-    throw Failure(ExitCode::PipeNotCreated, "the pipe is somebody else's");
+  if (!GetNamedPipeHandleStateW(pipe_.Get(), nullptr, &instances, nullptr, nullptr, nullptr, 0)) {
+    throw SystemFailure(ExitCode::PipeNotCreated, "whose the pipe is cannot be found out", GetLastError());
   }
+  if (instances != ONLY_INSTANCE) throw Failure(ExitCode::PipeNotCreated, "the pipe is somebody else's");
 }
 
 bool PipeServer::WaitForClient(Deadline deadline) {
   while (steady_clock::now() < deadline) {
-    Operation connect(pipe_.Get());
+    Operation connect(pipe_);
     const DWORD error = connect.Finish(ConnectNamedPipe(pipe_.Get(), connect.Overlapped()), deadline);
     // The client may have been quicker.
     if (error == ERROR_SUCCESS || error == ERROR_PIPE_CONNECTED) return true;
@@ -90,7 +95,7 @@ bool PipeServer::WaitForClient(Deadline deadline) {
 
 std::wstring PipeServer::ReadRequest(milliseconds patience) {
   std::vector<std::byte> bytes(LONGEST_REQUEST_BYTES);
-  Operation read(pipe_.Get());
+  Operation read(pipe_);
   const DWORD error =
       read.Finish(ReadFile(pipe_.Get(), bytes.data(), LONGEST_REQUEST_BYTES, nullptr, read.Overlapped()),
                   steady_clock::now() + patience);
@@ -105,7 +110,7 @@ std::wstring PipeServer::ReadRequest(milliseconds patience) {
 }
 
 void PipeServer::Deliver(const std::wstring& reply, milliseconds patience) {
-  Operation write(pipe_.Get());
+  Operation write(pipe_);
   const DWORD error =
       write.Finish(WriteFile(pipe_.Get(), reply.data(), static_cast<DWORD>(reply.size() * sizeof(wchar_t)),
                              nullptr, write.Overlapped()),

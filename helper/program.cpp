@@ -12,6 +12,7 @@
 #include "pipe_server.h"
 #include "responder.h"
 #include "service.h"
+#include "system_failure.h"
 #include "watched_session.h"
 #include "windows_registry.h"
 #include "windows_session.h"
@@ -48,7 +49,18 @@ void EndAtOnce(PipeServer& pipe) {
   TerminateProcess(GetCurrentProcess(), static_cast<UINT>(ExitCode::TimeUp));
 }
 
+// What the system still loads later comes from the system's own folder, whatever lies beside the program. For
+// what is imported that comes too late: whoever may write into this folder could replace the program just as
+// well.
+void LoadFromTheSystemsFolderOnly() {
+  if (!SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32)) {
+    throw SystemFailure(ExitCode::Internal, "other folders than the system's cannot be shut out",
+                        GetLastError());
+  }
+}
+
 void Serve(const Launch& launch) {
+  LoadFromTheSystemsFolderOnly();
   PipeServer pipe(launch.channelName);
   const WindowsRegistry registry;
   WindowsSession windows(registry, FILE_PATIENCE);

@@ -51,6 +51,8 @@ std::wstring Cut(std::wstring_view text, std::size_t longest) {
 
 std::wstring TextOf(const ResponseMessage& message) {
   std::wostringstream stream;
+  // Without memory there is no reply at all, rather than one that ends early.
+  stream.exceptions(std::ios_base::badbit);
   message.Serialize(stream);
   return stream.str();
 }

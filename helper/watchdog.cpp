@@ -11,7 +11,8 @@ Watchdog::Watchdog(std::chrono::milliseconds patience, std::function<void()> bar
       calledOff_(NewEvent()),
       thread_([counts = counts_.Get(), calledOff = calledOff_.Get(), patience, bark = std::move(bark)] {
         SetEvent(counts);
-        if (WaitForSingleObject(calledOff, static_cast<DWORD>(patience.count())) == WAIT_TIMEOUT) bark();
+        // Also when it cannot wait: what nobody watches must not go on.
+        if (WaitForSingleObject(calledOff, static_cast<DWORD>(patience.count())) != WAIT_OBJECT_0) bark();
       }) {
   // A thread starts only when nobody loads a library: what is watched may hang in just that.
   WaitForSingleObject(counts_.Get(), INFINITE);

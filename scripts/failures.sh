@@ -5,7 +5,7 @@ cd "$(dirname "$0")/.." || exit
 source scripts/lib.sh
 
 scripts/setup.sh || exit 1
-build_preset windows failure_tests platform_tests || exit 1
+build_preset windows failure_tests platform_tests unit_pure || exit 1
 use_display || exit 1
 use_wine_prefix
 page=build/windows/tests/failures/failures.md

@@ -7,14 +7,46 @@ source scripts/lib.sh
 
 log=build/test-log.txt
 
-run_preset() {
+build() {
+  echo "== $1: build"
+  build_preset "$1"
+}
+
+run_tests() {
   local preset=$1
   shift
-  echo "== $preset: build"
-  build_preset "$preset" || return 1
   echo "== $preset: test"
   ctest --preset "$preset" --verbose "$@" 2>&1 | tee -a "$log" | grep --line-buffered -E '^ *[0-9]+/[0-9]+ Test +#|^[0-9]+: \[  FAILED  \]|: Failure$|% tests passed'
   return "${PIPESTATUS[0]}"
+}
+
+# The analysis, which finds what no test runs into, and the build of the preset that is tested last. What runs under Wine mostly
+# waits, so they go on beside it, giving way to it.
+beside=
+
+start_beside() {
+  echo "== analysis, beside the tests"
+  # shellcheck disable=SC2016
+  setsid nice -n 19 bash -c 'source scripts/lib.sh
+    scripts/analyse.sh >build/analysis-output.txt 2>&1
+    result=$?
+    build_preset windows-debug >/dev/null 2>&1
+    exit $result' &
+  beside=$!
+}
+
+# shellcheck disable=SC2317  # the trap calls it
+end_beside() {
+  [ -z "$beside" ] || kill -- -"$beside" 2>/dev/null || true
+}
+
+# Fails when the analysis did.
+wait_for_beside() {
+  local result=0
+  wait "$beside" || result=$?
+  beside=
+  [ "$result" -eq 0 ] || tail -n 40 build/analysis-output.txt
+  return "$result"
 }
 
 # The demonstration ends its host with Ctrl+C, which nothing inside Wine can send, so it is a test as well.
@@ -22,14 +54,6 @@ run_demo() {
   echo "== demo"
   scripts/demo.sh >build/demo-output.txt 2>&1 && return
   tail -n 30 build/demo-output.txt
-  return 1
-}
-
-# Finds what no test runs into.
-run_analysis() {
-  echo "== analysis"
-  scripts/analyse.sh >build/analysis-output.txt 2>&1 && return
-  tail -n 40 build/analysis-output.txt
   return 1
 }
 
@@ -48,14 +72,20 @@ scripts/setup.sh || exit 1
 mkdir -p build
 : >"$log"
 status=0
-analysis_failed=0
-run_analysis || analysis_failed=1
-run_preset native-asan "$@" || status=1
-run_preset native-tsan "$@" || status=1
+for preset in native-asan native-tsan; do
+  { build "$preset" && run_tests "$preset" "$@"; } || status=1
+done
+build windows || exit 1
 use_display || exit 1
 use_wine_prefix
-run_preset windows "$@" || status=1
-run_preset windows-debug "$@" || status=1
+trap 'end_beside; end_wine; end_display' EXIT
+
+start_beside
+run_tests windows "$@" || status=1
+analysis_failed=0
+wait_for_beside || analysis_failed=1
+{ build windows-debug && run_tests windows-debug "$@"; } || status=1
+
 # The demonstration brings its own display, and what runs in the prefix still has this one.
 end_wine
 demo_failed=0

@@ -40,11 +40,13 @@
  *     may call FreeLibrary at any time, and it takes nothing away: functions and callbacks work as before,
  *     and LoadLibrary finds the library in the state that it has. Until that call FreeLibrary unloads it. A
  *     process may end without UnloadDriver; the minifilter then stays loaded until a LoadDriver replaces it.
- * 11. Once UnloadDriver has returned, no event callback runs until the next LoadDriver, except one that it
- *     had to give up on. The log callback may: the notification thread, which nobody waits for, writes its
- *     last line when it ends. Callbacks, user name, paths and what is cached stay, for the next LoadDriver
- *     to go on with. The functions that switch detection go on working, but where the minifilter is gone
- *     they can tell nobody.
+ * 11. Once UnloadDriver has returned, no event callback runs until the next LoadDriver, unless the log says
+ *     "Disk Event thread never ended.": the thread that calls them then finishes its pass, with a call for
+ *     each event still to be reported, however long that takes. So what a callback uses must live until the
+ *     process ends. The log callback may run in any case: the notification thread, which nobody waits for,
+ *     writes its last line when it ends. Callbacks, user name, paths and what is cached stay, for the next
+ *     LoadDriver to go on with. The functions that switch detection go on working, but where the minifilter
+ *     is gone they can tell nobody.
  * 12. The minifilter can go while the library runs: someone unloads it, or another host loads its own. Only
  *     the log tells, by one of two lines, of level 6 and 3:
  *         Driver unloaded.
@@ -52,7 +54,10 @@
  *     Nothing new is seen after it, but what was seen is still reported within about a minute. To go on, call
  *     UnloadDriver, LoadDriver and the Enable functions again, from a thread of the host's own and not from
  *     the log callback. The library still has the paths of earlier calls, so pass none the second time.
- *     UnloadDriver itself brings one of the two as well.
+ *     UnloadDriver itself brings one of the two as well. If it logs "Disk Event thread never ended.", which a
+ *     name server or a file server that does not answer can bring about as well as a slow callback, and the
+ *     next LoadDriver "Disk Event thread already started!", nothing is reported or forgotten from the end of
+ *     that thread on, and what is cached grows: call UnloadDriver and LoadDriver once more a little later.
  * 13. What only the interactive user's session can tell, the library asks OstrelUserHelper.exe, which it
  *     starts anew for each question: tab titles, metadata of files on network drives, and the functions on
  *     strings that end in ForSystem. From a service of the local system account it starts
@@ -62,9 +67,10 @@
  *     (metadata: 10) at most for a pipe that is busy, and then until the helper answers or closes the pipe.
  *     The library sets no bound to this last wait; OstrelUserHelper.exe does: it closes the pipe 2 seconds
  *     (metadata: 10) after it was asked, answer or not. Another program in its place, or one that the user
- *     suspends, can keep the thread waiting for ever. Tab titles are asked for on the notification thread,
- *     after the driver has its acknowledgement, while the cache that the event goes to is locked; metadata on
- *     the disk event thread, under the report lock.
+ *     suspends, can keep the thread waiting for ever, and with the notification thread UnloadDriver: the
+ *     minifilter does not go before its last message is answered, or it gives up waiting. Tab titles are
+ *     asked for on the notification thread, after the driver has its acknowledgement, while the cache that
+ *     the event goes to is locked; metadata on the disk event thread, under the report lock.
  */
 
 #include <stdint.h>

@@ -36,12 +36,16 @@ struct DiskEventThread::Run {
   DiskEventWorker& worker;
   HANDLE stopEvent;
 
+  // Only the stop event ends it. A wait that fails returns at once, and the passes would follow each other
+  // without a break.
   static DWORD WINAPI Entry(void* parameter) {
     const std::unique_ptr<Run> run(static_cast<Run*>(parameter));
-    while (WaitForSingleObject(run->stopEvent, PASS_INTERVAL_MILLISECONDS) == WAIT_TIMEOUT) {
+    for (;;) {
+      const DWORD waited = WaitForSingleObject(run->stopEvent, PASS_INTERVAL_MILLISECONDS);
+      if (waited == WAIT_OBJECT_0) return 0;
+      if (waited == WAIT_FAILED) Sleep(PASS_INTERVAL_MILLISECONDS);
       run->worker.RunPass(Now());
     }
-    return 0;
   }
 };
 

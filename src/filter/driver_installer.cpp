@@ -42,9 +42,17 @@ std::wstring LibraryDirectory() {
   return path;
 }
 
+void LogFailedCopy() {
+  Log(LOG_ERROR, L"Could not copy driver file. %lu", GetLastError());
+}
+
+// Empty when there is no saying where the system is: a path without it would lead somewhere else.
 std::wstring SystemDriverPath(const std::wstring& sysFileName) {
   wchar_t system[NAME_CAPACITY] = {};
-  GetSystemDirectoryW(system, static_cast<UINT>(NAME_CAPACITY));
+  if (GetSystemDirectoryW(system, static_cast<UINT>(NAME_CAPACITY)) == 0) {
+    LogFailedCopy();
+    return {};
+  }
   return (std::wstring(system) + L"\\drivers\\" + sysFileName).substr(0, LONGEST_PATH);
 }
 
@@ -66,7 +74,7 @@ bool CopyDriverFile(HINF inf, const std::wstring& sysFileName, const std::wstrin
                         SP_COPY_NEWER_OR_SAME, nullptr, nullptr)) {
     return true;
   }
-  Log(LOG_ERROR, L"Could not copy driver file. %lu", GetLastError());
+  LogFailedCopy();
   return false;
 }
 
@@ -91,6 +99,7 @@ bool InstallDriver(const std::wstring& infFileName, const std::wstring& sysFileN
   const std::wstring sourceDirectory = LibraryDirectory();
   const std::wstring infPath = (sourceDirectory + L"\\" + infFileName).substr(0, LONGEST_PATH);
   const std::wstring target = SystemDriverPath(sysFileName);
+  if (target.empty()) return false;
   UINT errorLine = 0;
   const UniqueInf inf(SetupOpenInfFileW(infPath.c_str(), nullptr, INF_STYLE_WIN4, &errorLine));
   if (!inf) {

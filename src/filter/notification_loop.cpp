@@ -131,21 +131,27 @@ bool NotificationLoop::IsRealRead(const EventMessage& message, const wchar_t* fi
   return ShouldAllowRead(targets_.irpQueries, fileName, message.processId, message.eventTime, processName);
 }
 
-// A file that a process writes is no longer an upload candidate of that process. The name to withdraw it by
-// is there before the write is filed, so that short memory cannot come between the two.
+// A file that a process writes is no longer an upload candidate of that process, even when the write itself
+// cannot be filed for want of memory: the name to withdraw it by is there before.
 void NotificationLoop::FileWrite(const EventMessage& message, const wchar_t* fileName, HANDLE process,
                                  const wchar_t* processName) {
   std::wstring withdrawn = fileName;
-  if (!MergeEvent(targets_.downloads, fileName, message.processId, message.eventTime, message.readSize)) {
-    targets_.downloads.AddEvent(fileName, process, processName, message.processId, message.eventTime,
-                                IsNetworkEvent(message), FILE_EVENT_WRITE, message.readSize);
+  try {
+    if (!MergeEvent(targets_.downloads, fileName, message.processId, message.eventTime, message.readSize)) {
+      targets_.downloads.AddEvent(fileName, process, processName, message.processId, message.eventTime,
+                                  IsNetworkEvent(message), FILE_EVENT_WRITE, message.readSize);
+    }
+  } catch (...) {
+    targets_.uploads.RemoveEvent(std::move(withdrawn), message.processId);
+    throw;
   }
   targets_.uploads.RemoveEvent(std::move(withdrawn), message.processId);
 }
 
 void NotificationLoop::FileNetworkInfoQuery(const EventMessage& message, const wchar_t* fileName,
                                             const wchar_t* processName) {
-  std::wstring withdrawn = fileName;  // here, as for a write
+  // There before the query is filed, so that short memory cannot come between the two.
+  std::wstring withdrawn = fileName;
   {
     const std::lock_guard lock(targets_.irpQueriesMutex);
     if (targets_.irpQueries.AddNetworkInfoQuery(fileName, message.processId, message.eventTime, processName))

@@ -30,7 +30,8 @@ OpenedService OpenNetworkDriverService() {
     Log(LOG_ERROR, L"OpenSCManager failed (%d).", GetLastError());
     return opened;
   }
-  opened.service = UniqueServiceHandle(OpenServiceW(opened.manager.Get(), NETWORK_DRIVER_SERVICE_NAME, SERVICE_ALL_ACCESS));
+  opened.service = UniqueServiceHandle(
+      OpenServiceW(opened.manager.Get(), NETWORK_DRIVER_SERVICE_NAME, SERVICE_ALL_ACCESS));
   if (!opened.service) Log(LOG_ERROR, L"OpenService failed (%d).", GetLastError());
   return opened;
 }

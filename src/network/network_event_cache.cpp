@@ -24,6 +24,18 @@ unsigned long long Bound(unsigned long long size, float factor) {
   return static_cast<unsigned long long>(bound);
 }
 
+// A process comes with its first stream: for want of memory neither is there.
+template <typename Processes>
+auto AddStream(Processes& processes, const std::wstring& processName, const IpPort& endpoint,
+               const BytesTimeStamps& first) {
+  const auto process = processes.find(processName);
+  if (process != processes.end()) return process->second.try_emplace(endpoint, first);
+  typename Processes::mapped_type streams;
+  const auto stream = streams.try_emplace(endpoint, first);
+  processes.try_emplace(processName, std::move(streams));
+  return stream;
+}
+
 }  // namespace
 
 NetworkEventCache::NetworkEventCache(int upload) : direction_(upload != 0 ? L"upload" : L"download") {}
@@ -34,9 +46,8 @@ void NetworkEventCache::AddEvent(std::wstring processName, ULong32 ipv4, unsigne
                                  IP_VERSION version, int port, unsigned long long time,
                                  unsigned long long bytes) {
   const std::lock_guard lock(mutex_);
-  Streams& streams = events_[processName];
-  const auto [stream, isNew] =
-      streams.try_emplace(IpPort(ipv4, port, ipv6, version), BytesTimeStamps(bytes, time));
+  const IpPort endpoint(ipv4, port, ipv6, version);
+  const auto [stream, isNew] = AddStream(events_, processName, endpoint, BytesTimeStamps(bytes, time));
   if (isNew) {
     Log(LOG_DETAIL, L"added network event: %s %s: %lu:%d %llu", direction_.c_str(), processName.c_str(), ipv4,
         port, bytes);

@@ -75,19 +75,17 @@ class PacketReader::Requests {
     isPending_[i] = !done && GetLastError() == ERROR_IO_PENDING;
   }
 
-  // Cancels what is pending and frees every block that the driver has let go of.
-  void CancelAll() {
+  // Cancels what is pending and frees every block that the driver has let go of. Once the device is closed
+  // the number of its handle may be somebody else's: cancelling does no harm then, but may end nothing.
+  void CancelAll(bool deviceIsOpen) {
     const bool cancelled = CancelIo(device_) != FALSE;
     if (!cancelled) Log(LOG_ERROR, L"Could not cancel pending IO in NW driver. Code: %lu", GetLastError());
     for (std::size_t i = 0; i < REQUEST_COUNT; ++i) {
       if (!isPending_[i]) continue;
       DWORD transferred = 0;
-      if (cancelled) {
-        GetOverlappedResult(device_, &blocks_[i]->overlapped, &transferred, TRUE);
-      } else if (!HasOverlappedIoCompleted(&blocks_[i]->overlapped)) {
-        // The driver may still write to it.
-        static_cast<void>(blocks_[i].release());
-      }
+      if (cancelled) GetOverlappedResult(device_, &blocks_[i]->overlapped, &transferred, deviceIsOpen);
+      // The driver may still write to it.
+      if (!HasOverlappedIoCompleted(&blocks_[i]->overlapped)) static_cast<void>(blocks_[i].release());
     }
   }
 
@@ -126,8 +124,12 @@ DWORD PacketReader::Run() {
     if (!*givenUp_) requests.Issue(i);
   }
   const bool stopped = signalled == WAIT_OBJECT_0;
-  if (!stopped) Log(LOG_ERROR, L"Could not wait for NW driver. Code: %lu", GetLastError());
-  requests.CancelAll();
+  if (!stopped) {
+    // An abandoned wait leaves no code.
+    const DWORD error = signalled == WAIT_FAILED ? GetLastError() : ERROR_ABANDONED_WAIT_0;
+    Log(LOG_ERROR, L"Could not wait for NW driver. Code: %lu", error);
+  }
+  requests.CancelAll(!*givenUp_);
   return stopped ? 0 : FAILED_EXIT_CODE;
 }
 

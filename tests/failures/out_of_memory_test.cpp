@@ -118,7 +118,8 @@ TEST_F(OutOfMemory, DisableActivityDetectionFailsWithoutAnException) {
   HeapWatch::Begin(1);
   EXPECT_EQ(library_.DisableActivityDetection(), 0);
   HeapWatch::Begin();
-  EXPECT_EQ(enable(), 1) << "off all the same";
+  EXPECT_EQ(enable(), 0) << "it is still on, as the driver has it";
+  EXPECT_EQ(library_.DisableActivityDetection(), 1);
 }
 
 TEST_F(OutOfMemory, EnablePcdDetectionFailsWithoutAnException) {
@@ -134,9 +135,10 @@ TEST_F(OutOfMemory, DisablePcdDetectionFailsWithoutAnException) {
   const HeapWatch heap(library_.Module());
   HeapWatch::Begin(1);
   EXPECT_EQ(library_.DisablePCDDetection(), 0);
+  const std::size_t sent = system_.SentMessages().size();
   HeapWatch::Begin();
-  EXPECT_EQ(library_.DisablePCDDetection(), 1) << "off all the same";
-  EXPECT_EQ(enable(), 1);
+  EXPECT_EQ(library_.DisablePCDDetection(), 1);
+  EXPECT_THAT(system_.SentMessages(), SizeIs(sent + 1)) << "the driver had not been told";
 }
 
 // Those that end something must not fail for want of memory. Each is made once before, because the

@@ -119,14 +119,29 @@ TEST_P(AUserQuery, ReleasesServicesAndLocatorWhenTheQueryFails) {
   EXPECT_THAT(wmi_.HeldObjects(), IsEmpty());
 }
 
-// What asks for the namespace without a name is refused.
-TEST_P(AUserQuery, IsRefusedWhenThereIsNoMemoryForTheTextsThatItPasses) {
-  wmi_.refusesTexts = true;
-  wmi_.connectServer = E_INVALIDARG;
-  EXPECT_EQ(AskIt(), ErrorOf("Failed to connect to the root\\cimv2 namespace. -2147024809"));
+TEST_P(AUserQuery, IsRefusedWhenThereIsNoMemoryForTheNameOfTheNamespace) {
+  wmi_.refusedText = L"ROOT\\CIMV2";
+  EXPECT_EQ(AskIt(), ErrorOf("Failed to connect to the root\\cimv2 namespace. -2147217400"));
   EXPECT_THAT(Calls(),
               ElementsAre(INITIALIZE, CREATE, "locator.ConnectServer(null, null, null, null, 0, null, null)",
                           RELEASE_LOCATOR, UNINITIALIZE));
+}
+
+TEST_P(AUserQuery, IsRefusedWhenThereIsNoMemoryForTheNameOfTheLanguage) {
+  wmi_.refusedText = L"WQL";
+  EXPECT_EQ(AskIt(), ErrorOf("Failed to exec query. -2147217400"));
+  EXPECT_THAT(Calls(), ElementsAre(INITIALIZE, CREATE, CONNECT, SET_BLANKET,
+                                   "services.ExecQuery(null, " + std::string(GetParam().text) + ", 48, null)",
+                                   RELEASE_SERVICES, RELEASE_LOCATOR, UNINITIALIZE));
+}
+
+TEST_P(AUserQuery, IsRefusedWhenThereIsNoMemoryForTheQuery) {
+  const std::string text = GetParam().text;
+  wmi_.refusedText.assign(text.begin(), text.end());
+  EXPECT_EQ(AskIt(), ErrorOf("Failed to exec query. -2147217400"));
+  EXPECT_THAT(Calls(),
+              ElementsAre(INITIALIZE, CREATE, CONNECT, SET_BLANKET, "services.ExecQuery(WQL, null, 48, null)",
+                          RELEASE_SERVICES, RELEASE_LOCATOR, UNINITIALIZE));
 }
 
 // A thread that has COM in the multithreaded apartment already counts as initialised once more.
@@ -139,6 +154,8 @@ TEST_P(AUserQuery, GoesOnWhenComWasInitialisedBefore) {
 
 TEST_P(AUserQuery, AnswersAnEmptyTextWhenThereIsNothingToEnumerate) {
   wmi_.givesEnumerator = false;
+  FailureLedger::OfThisProgram().FailedOtherwise("services.ExecQuery", "succeeds without an enumerator");
+  FailureLedger::OfThisProgram().Chosen("services.ExecQuery", "nothing to enumerate is no failure");
   EXPECT_EQ(AskIt(), Result(""));
   EXPECT_THAT(wmi_.HeldObjects(), IsEmpty());
   EXPECT_EQ(Calls().back(), UNINITIALIZE);
@@ -220,7 +237,17 @@ TEST_F(CurrentUserName, IsEmptyWhenNobodyIsLoggedOn) {
 TEST_F(CurrentUserName, IsEmptyWhenTheObjectDoesNotTellIt) {
   wmi_.objects = {L"VM\\ann"};
   wmi_.get = static_cast<HRESULT>(0x80041002);
+  FailureLedger::OfThisProgram().Chosen("object.Get", "a text that cannot be read is empty");
   EXPECT_EQ(AskIt(), Result(""));
+  EXPECT_THAT(wmi_.HeldObjects(), IsEmpty());
+}
+
+TEST_F(CurrentUserName, IsEmptyWhenItCannotBeConverted) {
+  wmi_.objects = {L"VM\\ann"};
+  wmi_.convert = E_OUTOFMEMORY;
+  FailureLedger::OfThisProgram().Chosen("VariantToString", "a text that cannot be read is empty");
+  EXPECT_EQ(AskIt(), Result(""));
+  EXPECT_THAT(Calls(), UpToTheQuery(USER_NAME) + ReadUserName("log 7 Domain with username: ") + RELEASE_ALL);
   EXPECT_THAT(wmi_.HeldObjects(), IsEmpty());
 }
 
@@ -271,6 +298,15 @@ TEST_F(AllUserDirectories, HoldALoneSemicolonForAProfileWithoutAPath) {
 TEST_F(AllUserDirectories, HoldALoneSemicolonForAProfileThatDoesNotTellItsPath) {
   wmi_.objects = {L"C:\\Users\\a", L"C:\\Users\\b"};
   wmi_.get = static_cast<HRESULT>(0x80041002);
+  FailureLedger::OfThisProgram().Chosen("object.Get", "a text that cannot be read is empty");
+  EXPECT_EQ(AskIt(), Result(";;"));
+  EXPECT_THAT(wmi_.HeldObjects(), IsEmpty());
+}
+
+TEST_F(AllUserDirectories, HoldALoneSemicolonForAPathThatCannotBeConverted) {
+  wmi_.objects = {L"C:\\Users\\a", L"C:\\Users\\b"};
+  wmi_.convert = E_OUTOFMEMORY;
+  FailureLedger::OfThisProgram().Chosen("VariantToString", "a text that cannot be read is empty");
   EXPECT_EQ(AskIt(), Result(";;"));
   EXPECT_THAT(wmi_.HeldObjects(), IsEmpty());
 }
@@ -279,6 +315,8 @@ TEST_F(AllUserDirectories, HoldALoneSemicolonForAProfileThatDoesNotTellItsPath) 
 TEST_F(AllUserDirectories, EndWhereAProfileCannotBeFetched) {
   wmi_.objects = {L"C:\\Users\\a"};
   wmi_.next = static_cast<HRESULT>(0x80041003);
+  FailureLedger::OfThisProgram().Chosen("enumerator.Next",
+                                        "what came before a profile that cannot be fetched is the answer");
   EXPECT_EQ(AskIt(), Result("C:\\Users\\a;"));
   EXPECT_THAT(wmi_.HeldObjects(), IsEmpty());
 }
@@ -300,6 +338,8 @@ TEST_F(AllUserDirectories, AreCutTo2046CharactersAltogether) {
 TEST_F(AllUserDirectories, AreGivenUpWhenMemoryIsShort) {
   wmi_.objects.assign(3, std::wstring(255, L'a'));
   const RefusedMemory memory(library_.Module(), 1000, STRING_BYTES - 1);
+  FailureLedger::OfThisProgram().Chosen(
+      "malloc", "nothing is thrown into the host, and where there is no memory for a text neither is set");
   EXPECT_EQ(AskIt(), Answer(UNTOUCHED, UNTOUCHED));
   EXPECT_GE(memory.Refusals(), 1);
   EXPECT_THAT(wmi_.HeldObjects(), IsEmpty());
@@ -318,6 +358,8 @@ INSTANTIATE_TEST_SUITE_P(Both, OnAThreadOfASingleThreadedApartment, Values(USER_
 TEST_P(OnAThreadOfASingleThreadedApartment, AUserQueryFailsAndTheApartmentStays) {
   const ostrel_test::TestThread thread([&] {
     ASSERT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_OK);
+    FailureLedger::OfThisProgram().FailedOtherwise("CoInitializeEx",
+                                                   "the thread is in a single-threaded apartment");
     EXPECT_EQ(Ask(library_, GetParam().getter),
               Error(std::string(GetParam().prefix) + "Could not initialize COM: -2147417850"));
     // Still in the apartment, and once only: it was entered and not left.

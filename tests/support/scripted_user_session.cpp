@@ -303,10 +303,18 @@ std::optional<DWORD> ScriptedUserSession::Enter(const std::string& function, con
   call += "(" + arguments + ")";
   record_(std::move(call));
   const Lock::Holder holder(lock_);
-  const auto failure = failures_.find(function);
-  if (failure == failures_.end()) return {};
-  FailureLedger::OfThisProgram().Failed(function, failure->second);
-  return failure->second;
+  const int number = ++calls_[function];
+  const auto found = failures_.find(function);
+  if (found == failures_.end()) return {};
+  const auto [code, failing] = found->second;
+  if (failing == 0) {
+    FailureLedger::OfThisProgram().Failed(function, code);
+    return code;
+  }
+  if (failing != number) return {};
+  FailureLedger::OfThisProgram().FailedOtherwise(function,
+                                                 CodeText(code) + ", call " + Number(number) + " alone");
+  return code;
 }
 
 HANDLE ScriptedUserSession::Open(const std::string& name) {

@@ -32,14 +32,14 @@ class ScriptedUserSession {
   ScriptedUserSession& operator=(const ScriptedUserSession&) = delete;
   ~ScriptedUserSession();
 
-  // Makes every call of a function fail with the code.
-  void Fail(const std::string& function, DWORD code) { failures_[function] = code; }
+  // Makes a function fail with the code. `call` counts from 1; 0 means every call.
+  void Fail(const std::string& function, DWORD code, int call = 0) { failures_[function] = {code, call}; }
 
   void Succeed(const std::string& function) { failures_.erase(function); }
 
   // One active session, a helper whose pipe is there at once, and its answer to every request.
   void LogOn() { sessions = {{1, WTSActive}}; }
-  // The identifier of the n-th call for random bytes: 32 times the same digit.
+  // The identifier of the n-th call for random bytes that succeeds: 32 times the same digit.
   static std::wstring Identifier(unsigned n);
 
   // Keeps every exchange waiting until Release.
@@ -61,6 +61,11 @@ class ScriptedUserSession {
   struct Fakes;
 
  private:
+  struct Failure {
+    DWORD code;
+    int call;
+  };
+
   std::optional<DWORD> Enter(const std::string& function, const std::string& arguments);
   HANDLE Open(const std::string& name);
   std::string NameOf(HANDLE handle) const;
@@ -75,7 +80,8 @@ class ScriptedUserSession {
   std::map<std::string, ImportPatch> patches_;
 
   mutable Lock lock_;
-  std::map<std::string, DWORD> failures_;
+  std::map<std::string, Failure> failures_;
+  std::map<std::string, int> calls_;
   std::map<HANDLE, std::string> handles_;
   std::uintptr_t nextHandle_ = 0x6000000;
   unsigned randomCalls_ = 0;

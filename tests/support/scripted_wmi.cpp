@@ -16,6 +16,9 @@ ScriptedWmi* current = nullptr;
 // HRESULT of Windows' own when the buffer is too small.
 constexpr HRESULT TEXT_WAS_CUT = static_cast<HRESULT>(0x8007007A);
 
+// HRESULT of the management services' own.
+constexpr HRESULT PARAMETER_IS_MISSING = static_cast<HRESULT>(0x80041008);
+
 std::string Number(long long value) {
   return std::to_string(value);
 }
@@ -105,10 +108,11 @@ struct ScriptedWmi::Fakes {
 
     HRESULT WINAPI ExecQuery(const BSTR language, const BSTR query, LONG flags, IWbemContext* context,
                              IEnumWbemClassObject** enumerator) override {
+      const bool isWhole = language != nullptr && query != nullptr;
       const HRESULT result =
           current->Enter("services.ExecQuery(" + TextOrNull(language) + ", " + TextOrNull(query) + ", " +
                              Number(flags) + ", " + NullOrNot(context) + ")",
-                         current->execQuery);
+                         isWhole ? current->execQuery : PARAMETER_IS_MISSING);
       current->position_ = 0;
       if (SUCCEEDED(result) && current->givesEnumerator)
         *enumerator = current->Make<Enumerator>("enumerator");
@@ -126,7 +130,7 @@ struct ScriptedWmi::Fakes {
           current->Enter("locator.ConnectServer(" + TextOrNull(resource) + ", " + TextOrNull(user) + ", " +
                              TextOrNull(password) + ", " + TextOrNull(locale) + ", " + Number(flags) + ", " +
                              TextOrNull(authority) + ", " + NullOrNot(context) + ")",
-                         current->connectServer);
+                         resource != nullptr ? current->connectServer : PARAMETER_IS_MISSING);
       if (SUCCEEDED(result)) *services = current->Make<Services>("services");
       return result;
     }
@@ -161,7 +165,8 @@ struct ScriptedWmi::Fakes {
 
   // Cuts as Windows' own does.
   static HRESULT WINAPI VariantToString(const VARIANT& value, wchar_t* text, UINT capacity) {
-    current->Enter("VariantToString(" + Number(capacity) + ")", S_OK);
+    const HRESULT result = current->Enter("VariantToString(" + Number(capacity) + ")", current->convert);
+    if (FAILED(result)) return result;
     const std::wstring source = value.vt == VT_BSTR ? value.bstrVal : L"";
     const std::size_t copied = std::min<std::size_t>(source.size(), capacity - 1);
     std::copy_n(source.begin(), copied, text);
@@ -178,8 +183,8 @@ struct ScriptedWmi::Fakes {
   }
 
   static BSTR WINAPI SysAllocString(const wchar_t* text) {
-    if (current->refusesTexts) {
-      FailureLedger::OfThisProgram().Failed("SysAllocString", ERROR_NOT_ENOUGH_MEMORY);
+    if (text == current->refusedText) {
+      FailureLedger::OfThisProgram().FailedOtherwise("SysAllocString", "null for \"" + Narrow(text) + "\"");
       return nullptr;
     }
     ++current->heldTexts_;

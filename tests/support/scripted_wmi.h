@@ -33,9 +33,10 @@ class ScriptedWmi {
   HRESULT setProxyBlanket = S_OK;
   HRESULT execQuery = S_OK;
   bool givesEnumerator = true;
-  bool refusesTexts = false;  // there is no memory for those of COM's kind
-  HRESULT next = S_FALSE;     // when there is no further object
+  std::wstring refusedText;  // of COM's kind, that there is no memory for
+  HRESULT next = S_FALSE;    // when there is no further object
   HRESULT get = S_OK;
+  HRESULT convert = S_OK;  // a value into text
 
   // The one property of each object that the query yields; none is a null value.
   std::vector<std::optional<std::wstring>> objects;

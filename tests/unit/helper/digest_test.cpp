@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string_view>
+#include <utility>
 
 #include "file_digests.h"
 #include "helper_process.h"
@@ -49,6 +50,35 @@ TEST(ADigest, IsThatOfAllPartsTogether) {
 
 TEST(ADigest, OfAnUnknownAlgorithmIsAnError) {
   EXPECT_THROW(Digest(L"no such algorithm"), DigestError);
+}
+
+constexpr auto FAILED = static_cast<NTSTATUS>(0xC0000001);
+
+NTSTATUS WINAPI FailingCreateHash(BCRYPT_ALG_HANDLE, BCRYPT_HASH_HANDLE*, UCHAR*, ULONG, UCHAR*, ULONG,
+                                  ULONG) {
+  return FAILED;
+}
+NTSTATUS WINAPI FailingGetProperty(BCRYPT_HANDLE, const wchar_t*, UCHAR*, ULONG, ULONG*, ULONG) {
+  return FAILED;
+}
+NTSTATUS WINAPI FailingFinishHash(BCRYPT_HASH_HANDLE, UCHAR*, ULONG, ULONG) {
+  return FAILED;
+}
+
+TEST(ADigest, IsAnErrorWhicheverCallOfThePlatformFails) {
+  const std::pair<const char*, void*> calls[] = {
+      {"BCryptCreateHash", reinterpret_cast<void*>(&FailingCreateHash)},
+      {"BCryptGetProperty", reinterpret_cast<void*>(&FailingGetProperty)},
+      {"BCryptFinishHash", reinterpret_cast<void*>(&FailingFinishHash)}};
+  for (const auto& [call, failing] : calls) {
+    const ImportPatch patch(GetModuleHandleW(nullptr), call, failing);
+    try {
+      DigestOf(BCRYPT_MD5_ALGORITHM, "abc");
+      ADD_FAILURE() << call;
+    } catch (const DigestError& error) {
+      EXPECT_EQ(error.what(), call + std::string(" failed"));
+    }
+  }
 }
 
 class TheDigestsOfAFile : public ::testing::Test {
@@ -117,7 +147,7 @@ TEST_F(TheDigestsOfAFile, AreNotMadeOfAFileThatCannotBeRead) {
 }
 
 NTSTATUS WINAPI FailingHashData(BCRYPT_HASH_HANDLE, UCHAR*, ULONG, ULONG) {
-  return static_cast<NTSTATUS>(0xC0000001);
+  return FAILED;
 }
 
 // Also of more buffers than there are: nobody may go on waiting for a digest that has failed.

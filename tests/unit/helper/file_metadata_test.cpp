@@ -200,6 +200,64 @@ TEST_F(TheMetadataOfAFile, HasACodeForAPlatformThatFailsInTheMiddle) {
   ExpectOnly(METADATA_CANNOT_READ_FILE, Metadata());
 }
 
+HANDLE WINAPI FailingCreateThread(SECURITY_ATTRIBUTES*, SIZE_T, LPTHREAD_START_ROUTINE, void*, DWORD,
+                                  DWORD*) {
+  SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+  return nullptr;
+}
+
+TEST_F(TheMetadataOfAFile, HasACodeWhenThereIsNoThreadForTheDigests) {
+  const ImportPatch patch(GetModuleHandleW(nullptr), "CreateThread",
+                          reinterpret_cast<void*>(&FailingCreateThread));
+  ExpectOnly(METADATA_CANNOT_READ_FILE, Metadata());
+}
+
+DWORD WINAPI FailingGetFullPathNameW(const wchar_t*, DWORD, wchar_t*, wchar_t**) {
+  SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+  return 0;
+}
+
+// The path is then taken as it is: without detours it is found, and with them it is not.
+TEST_F(TheMetadataOfAFile, IsReadOfALongPathWhoseFullFormIsNotTold) {
+  const std::wstring outer = folder_.Path() + L"\\" + std::wstring(120, L'a');
+  const std::wstring inner = outer + L"\\" + std::wstring(120, L'b');
+  const std::wstring deep = inner + L"\\" + std::wstring(20, L'c');
+  ASSERT_TRUE(CreateDirectoryW((EXTENDED + outer).c_str(), nullptr));
+  ASSERT_TRUE(CreateDirectoryW((EXTENDED + inner).c_str(), nullptr));
+  ASSERT_TRUE(CopyFileW(path_.c_str(), (EXTENDED + deep).c_str(), TRUE));
+  const ImportPatch patch(GetModuleHandleW(nullptr), "GetFullPathNameW",
+                          reinterpret_cast<void*>(&FailingGetFullPathNameW));
+  EXPECT_EQ(ReadFileMetadata(deep, PATIENCE).md5Hex, MD5_OF_ABC);
+  ExpectOnly(METADATA_FILE_DOES_NOT_EXIST, inner + L"\\.\\" + std::wstring(20, L'c'));
+  EXPECT_TRUE(DeleteFileW((EXTENDED + deep).c_str()));
+  EXPECT_TRUE(RemoveDirectoryW((EXTENDED + inner).c_str()));
+}
+
+DWORD WINAPI UnknownFileType(HANDLE) {
+  SetLastError(ERROR_INVALID_FUNCTION);
+  return FILE_TYPE_UNKNOWN;
+}
+
+TEST_F(TheMetadataOfAFile, HasACodeForWhatIsOfAnUnknownType) {
+  const ImportPatch patch(GetModuleHandleW(nullptr), "GetFileType",
+                          reinterpret_cast<void*>(&UnknownFileType));
+  ExpectOnly(METADATA_CANNOT_READ_FILE, Metadata());
+}
+
+// As of a file that is moved deeper after its path was measured.
+DWORD WINAPI GrowingGetFinalPathNameByHandleW(HANDLE, wchar_t*, DWORD capacity, DWORD) {
+  return capacity + 10;
+}
+
+TEST_F(TheMetadataOfAFile, HasNoPlaceWhenItsPathHasGrownMeanwhile) {
+  const ImportPatch patch(GetModuleHandleW(nullptr), "GetFinalPathNameByHandleW",
+                          reinterpret_cast<void*>(&GrowingGetFinalPathNameByHandleW));
+  const MetadataAnswer answer = Metadata();
+  EXPECT_EQ(answer.code, SUCCESS);
+  EXPECT_EQ(answer.md5Hex, MD5_OF_ABC);
+  EXPECT_EQ(answer.extraText, L"");
+}
+
 DWORD WINAPI FailingGetFinalPathNameByHandleW(HANDLE, wchar_t*, DWORD, DWORD) {
   SetLastError(ERROR_NOT_SUPPORTED);
   return 0;

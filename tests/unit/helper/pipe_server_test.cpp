@@ -244,6 +244,54 @@ TEST(ThePipeServersName, IsNotSharedWithAPipeThatAllowsMoreOfItsKind) {
   ExpectFailure(ExitCode::PipeNotCreated, "the pipe ", [&] { const PipeServer server(channel); });
 }
 
+// Patched functions carry no context.
+BOOL WINAPI FailingCancelIoEx(HANDLE, OVERLAPPED*) {
+  SetLastError(ERROR_INVALID_FUNCTION);
+  return FALSE;
+}
+
+// Each ends for good: with the pipe.
+TEST_F(ThePipeServer, DoesNotWaitForeverForWhatCannotBeCancelled) {
+  const ImportPatch patch(GetModuleHandleW(nullptr), "CancelIoEx",
+                          reinterpret_cast<void*>(&FailingCancelIoEx));
+  PipeServer alone(NewChannelName());
+  EXPECT_FALSE(alone.WaitForClient(Clock::now() + SHORT));
+  const UniqueFileHandle client = Connect(channel_);
+  EXPECT_TRUE(pipe_.WaitForClient(Soon()));
+  ExpectFailure(ExitCode::NoRequest, "no request ", [this] { pipe_.ReadRequest(SHORT); });
+  DWORD written = 0;
+  EXPECT_FALSE(WriteFile(client.Get(), "ab", 2, &written, nullptr));
+}
+
+DWORD WINAPI FailingWaitForSingleObject(HANDLE, DWORD) {
+  SetLastError(ERROR_INVALID_HANDLE);
+  return WAIT_FAILED;
+}
+
+TEST_F(ThePipeServer, FailsWhenItCannotWait) {
+  const UniqueFileHandle client = Connect(channel_);
+  EXPECT_TRUE(pipe_.WaitForClient(Soon()));
+  const ImportPatch patch(GetModuleHandleW(nullptr), "WaitForSingleObject",
+                          reinterpret_cast<void*>(&FailingWaitForSingleObject));
+  ExpectFailure(ExitCode::NoRequest, "no request can be read (error 995)",
+                [this] { pipe_.ReadRequest(PATIENCE); });
+  PipeServer alone(NewChannelName());
+  ExpectFailure(ExitCode::NobodyCame, "no client could be connected (error 995)",
+                [&alone] { alone.WaitForClient(Soon()); });
+}
+
+BOOL WINAPI FailingConnectNamedPipe(HANDLE, OVERLAPPED*) {
+  SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+  return FALSE;
+}
+
+TEST_F(ThePipeServer, FailsWhenNobodyCanBeConnected) {
+  const ImportPatch patch(GetModuleHandleW(nullptr), "ConnectNamedPipe",
+                          reinterpret_cast<void*>(&FailingConnectNamedPipe));
+  ExpectFailure(ExitCode::NobodyCame, "no client could be connected (error 8)",
+                [this] { pipe_.WaitForClient(Soon()); });
+}
+
 struct Creation {
   std::wstring name;
   DWORD openMode = 0;

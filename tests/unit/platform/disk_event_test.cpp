@@ -6,6 +6,7 @@
 
 #include "filter/cache_hooks.h"
 #include "platform_test.h"
+#include "support/failure_rows.h"
 
 namespace ostrel::test {
 
@@ -116,15 +117,24 @@ TEST_F(TheDiskEventThread, GoesOnAfterAnExceptionOfTheDirectoryTest) {
   static std::atomic<int> asked;
   asked = 0;
   auto uploads = MakeCache([](std::wstring) -> unsigned char {
-    if (++asked == 1) throw std::runtime_error("a test throws");
-    return 1;
+    if (++asked == 2) throw std::runtime_error("a test throws");
+    return 0;
   });
   DiskEventWorker worker({uploads, others_, others_, streams_, streams_, sentEvents_}, reporter_);
-  for (int pass = 1; pass <= 2; ++pass) {
-    uploads.AddEvent(L"C:\\a", nullptr, L"chrome.exe", 42, 1, 0, FILE_EVENT_READ, 1);
-    EXPECT_NO_THROW(worker.RunPass(100000));
-    EXPECT_EQ(asked, pass);
+  for (const wchar_t* file : {L"C:\\a", L"C:\\b"}) {
+    uploads.AddEvent(file, nullptr, L"chrome.exe", 42, 1, 0, FILE_EVENT_READ, 1);
   }
+  EXPECT_NO_THROW(worker.RunPass(100000));
+  EXPECT_EQ(asked, 2);
+  EXPECT_EQ(uploads.GetCacheCount(), 1U);
+  EXPECT_NO_THROW(worker.RunPass(100000));
+  EXPECT_EQ(asked, 3);
+  EXPECT_EQ(uploads.GetCacheCount(), 0U);
+  const Lines errors = system_.transcript.StartingWith("log 3");
+  EXPECT_THAT(errors, IsEmpty());
+  ostrel_test::EnterFailure("Directory test of an event", "an exception", errors,
+                            "The disk event thread: tries that event again in its next pass",
+                            "what the pass had already taken of that kind is lost, and nothing says so");
 }
 
 TEST_F(TheDiskEventThread, StartsAgainWithAnEventOfItsOwn) {
@@ -183,7 +193,7 @@ TEST_F(TheDiskEventThread, StartsWithoutWinsock) {
 }
 
 TEST_F(TheDiskEventThread, CannotBeStoppedBeforeItWasStarted) {
-  FailureLedger::OfThisProgram().Concerns("SetEvent");
+  FailureLedger::OfThisProgram().FailedOtherwise("Disk event thread", "never started");
   thread_.Stop();
   CameTo("Stopping the disk event thread: nothing to wait for");
   EXPECT_THAT(Calls(), ElementsAre("SetEvent(null)", "log 3 Disk Event thread is null, and can't be ended."));
@@ -194,7 +204,9 @@ TEST_F(TheDiskEventThread, CannotBeStoppedTwice) {
   ASSERT_TRUE(Start());
   thread_.Stop();
   system_.transcript.Clear();
+  FailureLedger::OfThisProgram().FailedOtherwise("Disk event thread", "ended already");
   thread_.Stop();
+  CameTo("Stopping the disk event thread: nothing to wait for");
   EXPECT_THAT(Calls(),
               ElementsAre("SetEvent(event)", "log 3 Disk Event thread is null, and can't be ended."));
 }
@@ -243,6 +255,60 @@ TEST_F(TheDiskEventThread, StaysHeldWhenItDoesNotEndInThreeSeconds) {
   EXPECT_FALSE(Start());
   EXPECT_THAT(Logs(), ElementsAre("log 3 Disk Event thread never ended.",
                                   "log 3 Disk Event thread already started!"));
+}
+
+decltype(&::WaitForSingleObject) scriptedWait = nullptr;
+
+// Whether the thread has ended is not known then.
+TEST_F(TheDiskEventThread, StaysHeldWhenItCannotBeWaitedFor) {
+  Hurry();
+  ASSERT_TRUE(Start());
+  const auto fail = [](HANDLE handle, DWORD milliseconds) WINAPI -> DWORD {
+    if (milliseconds != 3000) return scriptedWait(handle, milliseconds);
+    FailureLedger::OfThisProgram().Failed("WaitForSingleObject", ERROR_INVALID_HANDLE);
+    SetLastError(ERROR_INVALID_HANDLE);
+    return WAIT_FAILED;
+  };
+  FailureLedger::OfThisProgram().Chosen("WaitForSingleObject",
+                                        "a thread that cannot be waited for counts as one that did not end");
+  {
+    const ImportPatch patch(GetModuleHandleW(nullptr), "WaitForSingleObject",
+                            reinterpret_cast<void*>(static_cast<decltype(&::WaitForSingleObject)>(fail)));
+    scriptedWait = reinterpret_cast<decltype(scriptedWait)>(patch.Original());
+    thread_.Stop();
+    // The thread, which has ended by now, is in none of its waits when they are put back.
+    ASSERT_TRUE(system_.WaitForThreadEnd(0));
+  }
+  CameTo("Stopping the disk event thread: the thread stays held");
+  EXPECT_FALSE(Start());
+  EXPECT_THAT(Logs(), ElementsAre("log 3 Disk Event thread never ended.",
+                                  "log 3 Disk Event thread already started!"));
+  EXPECT_THAT(system_.OpenHandles(), ElementsAre("event", "thread"));
+  thread_.Stop();
+  EXPECT_TRUE(Start());
+  thread_.Stop();
+}
+
+TEST_F(TheDiskEventThread, StaysHeldWhenItsEventCannotBeSet) {
+  Hurry();
+  ASSERT_TRUE(Start());
+  const auto fail = [](HANDLE) WINAPI -> BOOL {
+    FailureLedger::OfThisProgram().Failed("SetEvent", ERROR_INVALID_HANDLE);
+    SetLastError(ERROR_INVALID_HANDLE);
+    return FALSE;
+  };
+  {
+    const ImportPatch patch(GetModuleHandleW(nullptr), "SetEvent",
+                            reinterpret_cast<void*>(static_cast<decltype(&::SetEvent)>(fail)));
+    thread_.Stop();
+  }
+  CameTo("Stopping the disk event thread: the thread stays held");
+  EXPECT_THAT(Logs(), ElementsAre("log 3 Disk Event thread never ended."));
+  // It works on, and can be stopped the next time.
+  AddOldUpload();
+  EXPECT_TRUE(Gate::WaitUntilReached());
+  thread_.Stop();
+  EXPECT_EQ(system_.transcript.StartingWith("log 7 Disk Event thread ended").size(), 1U);
 }
 
 TEST_F(TheDiskEventThread, CanBeStoppedForGoodOnceTheHeldPassEnds) {

@@ -181,10 +181,13 @@ TEST_F(InstallingADriver, SeeksTheInfWithoutAFolderWhenItsOwnPathIsNotTold) {
                           "log 3 Could not open INF file. Error on line 0"));
 }
 
-TEST_F(InstallingADriver, CopiesTheFileOutsideOfTheSystemsFolderWhenThatIsNotTold) {
+// There is nowhere to copy the file to, and nothing is deleted or copied elsewhere.
+TEST_F(InstallingADriver, FailsWhenTheSystemsFolderIsNotTold) {
   system_.Fail("GetSystemDirectoryW", 8);
-  EXPECT_TRUE(Install());
-  EXPECT_THAT(Calls(), ::testing::Contains("PathFileExistsW(\\drivers\\OstrelNWFilter.sys)"));
+  EXPECT_FALSE(Install());
+  EXPECT_THAT(CallsAfterThePrivilege(),
+              ElementsAre(begin_, "FilterUnload(OstrelFilter)", ownPath_, cutPath_,
+                          "GetSystemDirectoryW(512)", "log 3 Could not copy driver file. 8"));
 }
 
 TEST_F(InstallingADriver, CutsATargetPathThatExceeds511Characters) {

@@ -12,12 +12,14 @@
 #include "detect/disk_event_worker.h"
 #include "filter/cache_hooks.h"
 #include "platform_test.h"
+#include "support/failure_rows.h"
 #include "support/scripted_user_session.h"
 
 namespace ostrel::test {
 
 namespace {
 
+using ostrel_test::EnterFailure;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -216,7 +218,7 @@ TEST_F(Reporting, TakesItsStepsInOrder) {
   system_.transcript.Clear();
   reporter_.ReportFileEvent(streams_, Event(0, 1000, {L"Mail"}));
   EXPECT_THAT(StepsBeforeTheCallback(),
-              ElementsAre("CreateFileW(C:\\a.txt, 0x80000000, share 3, disposition 3, 0x80)",
+              ElementsAre("CreateFileW(C:\\a.txt, 0x80000000, share 3, disposition 3, 0x110080)",
                           "GetFileSizeEx(file C:\\a.txt)", "CloseHandle(file C:\\a.txt)",
                           "log 6 Detected file use by monitored process C:\\a.txt: "
                           "\\Device\\HarddiskVolume3\\chrome.exe: UPLOAD   tab title: Mail",
@@ -278,21 +280,60 @@ TEST_F(Reporting, LeavesTheHostNameEmptyWhenTheLookUpFailsHalfWay) {
   EXPECT_THAT(Logs(), Contains("log 7 Possible stream info: 10.0.0.1:443  "));
 }
 
-TEST_F(Reporting, LeavesAnAddressThatCannotBeFormattedEmpty) {
-  FailureLedger::OfThisProgram().Concerns("InetPtonW");
-  const auto fail = [](INT, const void*, wchar_t*, std::size_t) WINAPI -> const wchar_t* {
-    FailureLedger::OfThisProgram().Failed("InetNtopW", WSAEINVAL);
-    return nullptr;
-  };
+// A failing conversion between addresses and their texts, of a stream of either family.
+struct Family {
+  const char* name;
+  IP_VERSION version;
+  const wchar_t* address;
+  const wchar_t* hostName;  // the look-up of the longer address is bound to fail
+};
+
+const Family FAMILIES[] = {{"IPv4", IPV4, L"10.0.0.1", L"files.example"},
+                           {"IPv6", IPV6, L"2001:db8::1", L""}};
+
+class ReportingAStream : public Reporting, public ::testing::WithParamInterface<Family> {
+ protected:
+  ReportingAStream() {
+    unsigned char address[16] = {0x20, 0x01, 0x0D, 0xB8};
+    address[15] = 1;
+    streams_.AddEvent(PROCESS_NAME, 0x0A000001, address, GetParam().version, 443, 1500, 1000);
+    system_.hostNames = {{L"10.0.0.1", L"files.example"}, {L"2001:db8::1", L"six.example"}};
+  }
+
+  // In spite of the failure of a call.
+  void ExpectReported(const std::string& call, DWORD failure, const std::wstring& address,
+                      const std::wstring& hostName) {
+    reporter_.ReportFileEvent(streams_, Event(1, 1));
+    ASSERT_EQ(host_.activity.size(), 1U);
+    EXPECT_THAT(host_.activity[0].addresses, ElementsAre(address));
+    EXPECT_THAT(host_.activity[0].ports, ElementsAre(443));
+    EXPECT_THAT(host_.activity[0].hostNames, ElementsAre(hostName));
+    const Lines streams = system_.transcript.StartingWith("log 7 Possible stream info: ");
+    EXPECT_THAT(streams,
+                ElementsAre("log 7 Possible stream info: " + Narrow(address) + ":443  " + Narrow(hostName)));
+    EnterFailure(call, CodeText(failure), streams,
+                 "ReportFileEvent: reported, address \"" + Narrow(address) + "\", host name \"" +
+                     Narrow(hostName) + "\"");
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(OfEitherFamily, ReportingAStream, ::testing::ValuesIn(FAMILIES),
+                         [](const auto& family) { return std::string(family.param.name); });
+
+TEST_P(ReportingAStream, LeavesAnAddressThatCannotBeFormattedEmpty) {
+  const auto fail = [](INT, const void*, wchar_t*, std::size_t) WINAPI -> const wchar_t* { return nullptr; };
   const ImportPatch patch(GetModuleHandleW(nullptr), "InetNtopW",
                           reinterpret_cast<void*>(static_cast<decltype(&::InetNtopW)>(fail)));
-  AddStream(0x0A000001, 443, 1000);
-  reporter_.ReportFileEvent(streams_, Event(1, 1));
-  ASSERT_EQ(host_.activity.size(), 1U);
-  EXPECT_THAT(host_.activity[0].addresses, ElementsAre(L""));
-  CameTo("ReportFileEvent: reported, address and host name empty");
-  EXPECT_THAT(host_.activity[0].ports, ElementsAre(443));
-  EXPECT_THAT(Logs(), Contains("log 7 Possible stream info: :443  "));
+  // What cannot be read back leaves the address to look up as it is.
+  ExpectReported("InetNtopW", WSAEINVAL, L"", GetParam().hostName);
+}
+
+// The address to look up is there without it.
+TEST_P(ReportingAStream, LooksUpAnAddressWhoseTextCannotBeReadBack) {
+  const auto fail = [](INT, const wchar_t*, void*) WINAPI -> INT { return -1; };
+  const ImportPatch patch(GetModuleHandleW(nullptr), "InetPtonW",
+                          reinterpret_cast<void*>(static_cast<decltype(&::InetPtonW)>(fail)));
+  ExpectReported("InetPtonW", WSAEFAULT, GetParam().address, GetParam().hostName);
 }
 
 TEST_F(Reporting, LeavesTheHostNameEmptyWhenItCannotBeFound) {
@@ -358,6 +399,9 @@ TEST_F(Reporting, DropsAnUploadOfOneByteLess) {
   EXPECT_THAT(Logs(), ElementsAre(StartsWith("log 6 Detected file use by monitored process C:\\a.txt"),
                                   "log 7 Uploaded file C:\\a.txt. 899 of 1000",
                                   "log 6 Incomplete upload for C:\\a.txt"));
+  Lines lines = Logs();
+  lines.erase(lines.begin());
+  EnterFailure("Upload", "of 899 bytes of 1000", lines, "ReportFileEvent: an upload is not reported");
 }
 
 TEST_F(Reporting, NeverReportsAnUploadOfADeletedFile) {
@@ -392,6 +436,9 @@ TEST_F(Reporting, AsksForTheMetadataOfAFileOnANetworkDrive) {
   EXPECT_EQ(host_.activity[0].isNetworkDrive, 1);
   EXPECT_EQ(host_.activity[0].metadataStatus, L"NO_LOGGEDIN_USER");
   EXPECT_EQ(host_.activity[0].fileSize, 0U);
+  EnterFailure("Metadata of a file on a network drive", "nobody is logged on",
+               system_.transcript.StartingWith("log 7 Uploaded file"),
+               "ReportFileEvent: reported, with status NO_LOGGEDIN_USER and size 0");
   EXPECT_THAT(Logs(), ElementsAre(StartsWith("log 6 Detected file use"), "log 6 No one logged in",
                                   "log 3 Could not successfully spawn a sub-process",
                                   "log 7 Getting metadata for file : C:\\a.txt\n",
@@ -470,6 +517,9 @@ TEST_F(Reporting, TellsTheHostOfAnUploadWhoseDigestsAreMissing) {
   EXPECT_EQ(host_.activity[0].fileSize, 0U);
   EXPECT_EQ(host_.activity[0].metadataStatus, L"METADATA_DESERIALIZE_FAILURE");
   EXPECT_EQ(host_.activity[0].extraText, L"");
+  EnterFailure("Metadata of a file on a network drive", "an answer without digests",
+               system_.transcript.StartingWith("log 3"),
+               "ReportFileEvent: reported, with status METADATA_DESERIALIZE_FAILURE and size 0");
 }
 
 TEST_F(Reporting, AsksForMetadataAfterTheLookUpsAndUnderTheReportMutex) {
@@ -535,13 +585,15 @@ TEST_F(Reporting, TellsTheHostOfACloudDriveEventOfEveryType) {
 }
 
 TEST_F(Reporting, TellsTheHostOfACloudDriveFileThatHasVanished) {
+  FailureLedger::OfThisProgram().Concerns("CreateFileW");
   system_.fileSizes.clear();
   reporter_.ReportPcdEvent(Event(7, 0));
   EXPECT_EQ(host_.cloud.size(), 1U);
   EXPECT_THAT(StepsBeforeTheCallback(),
-              ElementsAre("CreateFileW(C:\\a.txt, 0x80000000, share 3, disposition 3, 0x80)",
+              ElementsAre("CreateFileW(C:\\a.txt, 0x80000000, share 3, disposition 3, 0x110080)",
                           "log 6 Detected PCD event use by monitored process C:\\a.txt: "
                           "\\Device\\HarddiskVolume3\\chrome.exe"));
+  CameTo("ReportPcdEvent: reported all the same");
 }
 
 // The caches of the library, with the times that a test gives them.
@@ -706,6 +758,11 @@ TEST_F(APass, LosesOnlyTheReportsWhoseCallbackThrows) {
   worker_.RunPass(61001);
   // The second download is remembered although its callback threw, so its read is no upload.
   EXPECT_THAT(Told(), ElementsAre(L"down C:\\2", L"down C:\\1", L"cloud C:\\1"));
+  const Lines errors = system_.transcript.StartingWith("log 3");
+  EXPECT_THAT(errors, IsEmpty());
+  EnterFailure("Callback of the host for an event", "an exception", errors,
+               "The disk event thread: goes on with the next event",
+               "the report counts as made, and nothing says that it failed");
 }
 
 }  // namespace

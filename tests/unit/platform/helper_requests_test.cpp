@@ -162,6 +162,9 @@ TEST_F(AnExchange, KeepsTheCodeOfItsFailureBeforeItFreesAnything) {
   EXPECT_EQ(reply_, L"BEFORE");
 }
 
+const char* const MEMORY = "Memory";
+const char* const NO_WORD = "no status word stands for it, so the status is empty, and nothing is logged";
+
 // The first identifier of a request is the command's, the second the response's, the third the channel's.
 class Requesting : public UserHelperTest {
  protected:
@@ -183,7 +186,10 @@ class Requesting : public UserHelperTest {
 
   // While the answer is awaited.
   void RunOutOfMemory() {
-    session_.answer = [](const std::wstring&) -> std::wstring { throw std::bad_alloc(); };
+    session_.answer = [](const std::wstring&) -> std::wstring {
+      FailureLedger::OfThisProgram().FailedOtherwise(MEMORY, "short while an answer is taken");
+      throw std::bad_alloc();
+    };
   }
 
   // Everything up to the exchange.
@@ -264,8 +270,10 @@ TEST_F(RequestingTitles, KeepsTheHelpersReasonWhicheverItIs) {
 
 TEST_F(RequestingTitles, IsEmptyWithoutAStatusWhenMemoryIsShort) {
   RunOutOfMemory();
+  FailureLedger::OfThisProgram().Chosen(MEMORY, NO_WORD);
   EXPECT_THAT(Ask(), IsEmpty());
   EXPECT_EQ(status_, L"");
+  EXPECT_THAT(transcript_.StartingWith("log 3"), IsEmpty());
 }
 
 TEST_F(RequestingTitles, ReportsEachReasonWhyThereIsNoHelper) {
@@ -424,8 +432,10 @@ TEST_F(RequestingMetaData, CannotReadASuccessWithoutDigests) {
 
 TEST_F(RequestingMetaData, IsEmptyWithoutAStatusWhenMemoryIsShort) {
   RunOutOfMemory();
+  FailureLedger::OfThisProgram().Chosen(MEMORY, NO_WORD);
   EXPECT_EQ(Ask().fileSize, 0U);
   EXPECT_EQ(status_, L"");
+  EXPECT_THAT(transcript_.StartingWith("log 3"), IsEmpty());
 }
 
 TEST_F(RequestingMetaData, ReportsEachReasonWhyThereIsNoHelper) {
@@ -453,8 +463,9 @@ TEST_F(RequestingMetaData, ReportsAnAnswerThatItCannotRead) {
   EXPECT_THAT(Logs(), Contains("log 3 Couldn't deserialize metadata message"));
 }
 
-TEST_F(RequestingMetaData, ReportsAnAnswerToAnotherQuestion) {
-  flaw_ = "of another type";
+// Nothing to read is the number 0, which is the type of titles.
+TEST_F(RequestingMetaData, TakesAnEmptyAnswerForOneToAnotherQuestion) {
+  flaw_ = "empty";
   reply_.clear();
   EXPECT_EQ(Ask().fileSize, 0U);
   EXPECT_EQ(status_, L"METADATA_INCORRECT_MESSAGE_TYPE");
@@ -596,6 +607,145 @@ TEST_F(RequestingACloudLogin, ReportsThatMemoryIsShortAsAnException) {
 TEST_F(RequestingACloudLogin, ReportsThatThereIsNoHelperAsAnException) {
   session_.sessions.clear();
   EXPECT_EQ(Ask(), L"error: CLOUDLOGIN:: Exception occurred while attempting to get cloud Login.");
+}
+
+// One of the four requests, with what it comes to in words.
+struct Request {
+  const char* name;
+  const wchar_t* type;
+  std::wstring (*ask)();
+  const char* withoutHelper;        // %s: the status word
+  const char* afterUnreadableText;  // %s: the text
+  const char* afterAnotherType;     // %s: the text
+};
+
+std::wstring AskForTitles() {
+  std::wstring status = L"BEFORE";
+  const auto titles = GetTabTitlesFromUserHelper(4512, L"chrome.exe", status);
+  return std::to_wstring(titles.size()) + L" titles, status " + status;
+}
+
+std::wstring AskForMetaData() {
+  std::wstring status = L"BEFORE";
+  const FileMetaData metaData = GetFileMetaDataFromUserHelper(L"C:\\a", status);
+  EXPECT_EQ(metaData.sha256Hex + metaData.md5Hex + metaData.extraText, L"");
+  EXPECT_EQ(metaData.fileSize, 0U);
+  return L"status " + status;
+}
+
+std::wstring Taken(const wchar_t* name, wchar_t* text) {
+  if (text == nullptr) return {};
+  const std::wstring taken = name + std::wstring(text);
+  OstrelFilterLibUtil::DeallocStringPointer(&text);
+  return taken;
+}
+
+std::wstring AskForProxyUrl() {
+  wchar_t* result = nullptr;
+  wchar_t* error = nullptr;
+  GetAutoProxyConfigUrlFromUserHelper(&result, &error);
+  return Taken(L"result: ", result) + Taken(L"error: ", error);
+}
+
+std::wstring AskForCloudLogin() {
+  wchar_t* result = nullptr;
+  wchar_t* error = nullptr;
+  GetCloudStorageProviderLoginFromUserHelper(L"OneDrive", L"C:\\Users\\ann", &result, &error);
+  return Taken(L"result: ", result) + Taken(L"error: ", error);
+}
+
+const Request REQUESTS[] = {
+    {"GetTabTitlesFromUserHelper", L"0", &AskForTitles, "0 titles, status %s",
+     "0 titles, status TABTITLE_DESERIALIZE_FAILURE", "0 titles, status TABTITLE_INCORRECT_MESSAGE_TYPE"},
+    {"GetFileMetaDataFromUserHelper", L"1", &AskForMetaData, "status %s",
+     "status METADATA_DESERIALIZE_FAILURE", "status METADATA_INCORRECT_MESSAGE_TYPE"},
+    {"GetAutoProxyConfigUrlFromUserHelper", L"2", &AskForProxyUrl,
+     "error: PROXY:: Exception occurred while attempting to get Windows auto proxy configuration url.",
+     "error: PROXY:: Couldn't deserialize AutoProxyConfigUrl message: %s",
+     "error: PROXY:: Couldn't deserialize AutoProxyConfigUrl message: %s"},
+    {"GetCloudStorageProviderLoginFromUserHelper", L"3", &AskForCloudLogin,
+     "error: CLOUDLOGIN:: Exception occurred while attempting to get cloud Login.",
+     "error: CLOUDLOGIN:: Couldn't deserialize cloud Login message: %s",
+     "error: CLOUDLOGIN:: Couldn't deserialize cloud Login message: %s"},
+};
+
+class AnyRequest : public UserHelperTest, public ::testing::WithParamInterface<Request> {
+ protected:
+  std::string AskIt() {
+    const std::string outcome = Narrow(GetParam().ask());
+    CameTo(std::string(GetParam().name) + ": " + outcome);
+    return outcome;
+  }
+
+  static std::string With(std::string outcome, const std::string& word) {
+    const std::size_t place = outcome.find("%s");
+    return place == std::string::npos ? outcome : outcome.replace(place, 2, word);
+  }
+  static std::string WithoutHelper(const std::string& status) {
+    return With(GetParam().withoutHelper, status);
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(OfTheFour, AnyRequest, ::testing::ValuesIn(REQUESTS),
+                         [](const auto& request) { return std::string(request.param.name); });
+
+TEST_P(AnyRequest, StartsNoHelperWithoutMemoryForTheCommandIdentifier) {
+  session_.Fail("HeapAlloc", 8, 1);
+  EXPECT_EQ(AskIt(), WithoutHelper("INVALID_COMMANDID"));
+  EXPECT_EQ(Calls(), Lines({"HeapAlloc(32)", "log 3 memory allocation failed"}) + RANDOM_ID + RANDOM_ID +
+                         Lines({"log 3 invalid sub-process commandId", SPAWN_FAILED}));
+}
+
+TEST_P(AnyRequest, StartsNoHelperWithoutMemoryForTheChannelName) {
+  session_.Fail("HeapAlloc", 8, 3);
+  EXPECT_EQ(AskIt(), WithoutHelper("INVALID_CHANNELNAME"));
+  EXPECT_EQ(Calls(), RANDOM_ID + RANDOM_ID +
+                         Lines({"HeapAlloc(32)", "log 3 memory allocation failed",
+                                "log 3 invalid channel name", SPAWN_FAILED}));
+}
+
+TEST_P(AnyRequest, StartsNoHelperWithoutRandomNumbersForTheChannelName) {
+  session_.Fail("BCryptGenRandom", 0xC0000001, 3);
+  EXPECT_EQ(AskIt(), WithoutHelper("INVALID_CHANNELNAME"));
+  EXPECT_EQ(Calls(), RANDOM_ID + RANDOM_ID + RANDOM_ID +
+                         Lines({"log 3 Error 0xc0000001 returned by BCryptGenRandom",
+                                "log 3 invalid channel name", SPAWN_FAILED}));
+}
+
+// Nothing tells the helper's answer apart then, so none is taken, whatever identifier it carries.
+TEST_P(AnyRequest, IsSentWithoutAResponseIdentifierAndTakesNoAnswer) {
+  session_.Fail("BCryptGenRandom", 0xC0000001, 2);
+  const std::wstring answer = std::wstring(GetParam().type) + L",0,,0,0,";
+  session_.answer = [=](const std::wstring&) { return answer; };
+  EXPECT_EQ(AskIt(), With(GetParam().afterUnreadableText, Narrow(answer)));
+  ASSERT_EQ(session_.Requests().size(), 1U);
+  EXPECT_TRUE(
+      Narrow(session_.Requests()[0]).starts_with("1," + Narrow(GetParam().type) + ",32," + Id(1) + ",0,,"));
+  EXPECT_THAT(Logs(), Contains("log 3 Error 0xc0000001 returned by BCryptGenRandom").Times(1));
+}
+
+TEST_P(AnyRequest, StartsNoHelperWhenTheSessionsCannotBeListed) {
+  session_.Fail("WTSEnumerateSessionsW", 5);
+  EXPECT_EQ(AskIt(), WithoutHelper("NO_LOGGEDIN_USER"));
+  EXPECT_EQ(Calls(),
+            RANDOM_ID + RANDOM_ID + RANDOM_ID +
+                Lines({"WTSEnumerateSessionsW(here, 0, version 1)", "log 6 No one logged in", SPAWN_FAILED}));
+}
+
+TEST_P(AnyRequest, TakesNoAnswerOfAnotherType) {
+  unsigned identifier = 2;
+  for (const Request& other : REQUESTS) {
+    if (other.type == GetParam().type) continue;
+    const std::wstring answer =
+        other.type + (L",32," + ScriptedUserSession::Identifier(identifier)) + L",0,0,";
+    // Of the next request; each makes three.
+    identifier += 3;
+    session_.answer = [=](const std::wstring&) {
+      FailureLedger::OfThisProgram().FailedOtherwise("Answer of the user helper", "of another type");
+      return answer;
+    };
+    EXPECT_EQ(AskIt(), With(GetParam().afterAnotherType, Narrow(answer)));
+  }
 }
 
 }  // namespace

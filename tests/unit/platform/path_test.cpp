@@ -1,10 +1,12 @@
 #include "platform_test.h"
+#include "support/failure_rows.h"
 #include "util/ostrel_filter_lib_util.h"
 
 namespace ostrel::test {
 
 namespace {
 
+using ostrel_test::EnterFailure;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -69,7 +71,11 @@ TEST_F(ConvertingALocalName, CutsWhatExceeds511Characters) {
   const std::wstring tail(600, L'x');
   EXPECT_EQ(Convert(0, L"\\Device\\HarddiskVolume3\\" + tail), L"C:\\" + tail.substr(0, 508));
   EXPECT_EQ(Convert(0, L"\\Device\\None\\" + tail), (L"\\Device\\None\\" + tail).substr(0, 511));
+  const std::wstring share = L"\\server\\share\\" + tail;
+  EXPECT_EQ(Convert(1, L"\\Device\\Mup" + share), (L"\\" + share).substr(0, 511));
   EXPECT_THAT(Logs(), IsEmpty());
+  EnterFailure("Converted name", "more than 511 characters", Logs(),
+               "ConvertFileName: its first 511 characters", "it is cut, and nothing says so");
 }
 
 TEST_F(ConvertingALocalName, IsNotTriedForOtherSources) {
@@ -78,6 +84,8 @@ TEST_F(ConvertingALocalName, IsNotTriedForOtherSources) {
   EXPECT_EQ(Convert(0xFFFFFFFF, L"\\Device\\HarddiskVolume3\\a"), L"\\Device\\HarddiskVolume3\\a");
   EXPECT_THAT(Calls(), IsEmpty());
 }
+
+const std::string DIRECTORY_COMES_BACK = "GetRawDirectoryName: the directory as it was given";
 
 class RawDirectoryName : public PlatformTest {
  protected:
@@ -112,6 +120,7 @@ TEST_F(RawDirectoryName, WithoutAColonIsTheDirectory) {
   system_.longPaths = {{L"C:\\USERS\\ANN~1", L"\\\\server\\Ann"}};
   EXPECT_EQ(Raw(L"c:\\users\\ANN"), L"c:\\users\\ANN");
   EXPECT_THAT(Logs(), ElementsAre("log 7 Improperly formated drive letter \\\\server\\Ann"));
+  EnterFailure("Long form of a directory", "without a colon", Logs(), DIRECTORY_COMES_BACK);
 }
 
 // The line shows the path from the colon on and not the letter.
@@ -125,10 +134,18 @@ TEST_F(RawDirectoryName, OfAnUnknownDriveIsTheDirectory) {
 TEST_F(RawDirectoryName, WithMoreThanALetterBeforeTheColonIsTheDirectory) {
   FailureLedger::OfThisProgram().Concerns("QueryDosDeviceW");
   FailureLedger::OfThisProgram().Chosen(
-      "QueryDosDeviceW", "what stands before the colon is cut to one letter and a colon, and looked up");
-  system_.longPaths = {{L"C:\\USERS\\ANN~1", L"\\\\?\\C:\\Users\\ann"}};
-  EXPECT_EQ(Raw(L"c:\\users\\ANN"), L"c:\\users\\ANN");
-  EXPECT_THAT(Logs(), ElementsAre("log 7 Could not look up drive letter :\\Users\\ann"));
+      "QueryDosDeviceW", "of more than a letter before the colon the first two characters are looked up");
+  const std::pair<std::wstring, std::string> forms[] = {{L"\\\\?\\C:\\Users\\ann", "\\\\"},
+                                                        {L"AB:\\Users\\ann", "AB"}};
+  for (const auto& [longPath, lookedUp] : forms) {
+    system_.transcript.Clear();
+    system_.longPaths = {{L"C:\\USERS\\ANN~1", longPath}};
+    EXPECT_EQ(Raw(L"c:\\users\\ANN"), L"c:\\users\\ANN");
+    EXPECT_THAT(Calls(), ElementsAre("GetShortPathNameW(c:\\users\\ANN, 300)",
+                                     "GetLongPathNameW(C:\\USERS\\ANN~1, 300)",
+                                     "QueryDosDeviceW(" + lookedUp + ", 300)",
+                                     "log 7 Could not look up drive letter :\\Users\\ann"));
+  }
 }
 
 // As of a stream; the drive's colon is the first.
@@ -151,12 +168,16 @@ TEST_F(RawDirectoryName, OfADirectoryWhoseShortFormExceeds299CharactersIsTheDire
   system_.shortPaths[directory] = directory;
   EXPECT_EQ(Raw(directory), directory);
   EXPECT_THAT(Logs(), ElementsAre("log 7 Could not find directory: " + Narrow(directory)));
+  EnterFailure("Short form of a directory", "more than 299 characters", Logs(), DIRECTORY_COMES_BACK,
+               "it counts as a directory that does not exist");
 }
 
 TEST_F(RawDirectoryName, OfADirectoryWhoseLongFormExceeds299CharactersIsTheDirectory) {
   system_.longPaths = {{L"C:\\USERS\\ANN~1", L"C:\\" + std::wstring(297, L'd')}};
   EXPECT_EQ(Raw(L"c:\\users\\ANN"), L"c:\\users\\ANN");
   EXPECT_THAT(Logs(), IsEmpty());
+  EnterFailure("Long form of a directory", "more than 299 characters", Logs(), DIRECTORY_COMES_BACK,
+               "it counts as a directory without a long form");
 }
 
 // On the system that the test runs on.

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "log/log.h"
+#include "support/failure_ledger.h"
 #include "support/heap_watch.h"
 #include "support/import_table.h"
 #include "support/transcript.h"
@@ -55,6 +56,7 @@ class ScriptedDesktop {
   std::vector<Process> processes;
   bool canSnapshot = true;
   bool canReadFirst = true;
+  DWORD windowsError = ERROR_SUCCESS;  // of enumerating them
   int openSnapshots = 0;
 
   // Done when the system is asked how long a title is.
@@ -71,6 +73,11 @@ class ScriptedDesktop {
   }
 
   static BOOL WINAPI EnumWindows(WNDENUMPROC callback, LPARAM parameter) {
+    if (current->windowsError != ERROR_SUCCESS) {
+      FailureLedger::OfThisProgram().Failed("EnumWindows", current->windowsError);
+      SetLastError(current->windowsError);
+      return FALSE;
+    }
     for (std::size_t i = 1; i <= current->windows.size(); ++i) {
       current->shown.push_back(Of(Handle(i)).title);
       if (!callback(Handle(i), parameter)) return FALSE;
@@ -109,6 +116,7 @@ class ScriptedDesktop {
   static HANDLE WINAPI CreateToolhelp32Snapshot(DWORD flags, DWORD id) {
     current->snapshots.emplace_back(flags, id);
     if (!current->canSnapshot) {
+      FailureLedger::OfThisProgram().Failed("CreateToolhelp32Snapshot", NO_LIST);
       SetLastError(NO_LIST);
       return INVALID_HANDLE_VALUE;
     }
@@ -118,10 +126,14 @@ class ScriptedDesktop {
   }
 
   static BOOL WINAPI Process32FirstW(HANDLE list, PROCESSENTRY32W* entry) {
-    return current->canReadFirst ? Process32NextW(list, entry) : FALSE;
+    if (current->canReadFirst) return Process32NextW(list, entry);
+    FailureLedger::OfThisProgram().Failed("Process32FirstW", ERROR_NO_MORE_FILES);
+    SetLastError(ERROR_NO_MORE_FILES);
+    return FALSE;
   }
 
   static BOOL WINAPI Process32NextW(HANDLE, PROCESSENTRY32W* entry) {
+    FailureLedger::OfThisProgram().Happened("Process32NextW()");
     EXPECT_EQ(entry->dwSize, sizeof(*entry));
     if (current->position_ >= current->processes.size()) return FALSE;
     const Process& process = current->processes[current->position_++];
@@ -186,7 +198,13 @@ class TitlesOfAProcess : public ::testing::Test {
 
   std::vector<std::wstring> Find(const wchar_t* name = L"chrome.exe") {
     code_ = PROXY_UNKNOWN;
-    return ProcessMetadata(42, name).GetTabTitles(&code_);
+    auto titles = ProcessMetadata(42, name).GetTabTitles(&code_);
+    CameTo("GetTabTitles: " + std::to_string(titles.size()) + " titles, code " + std::to_string(code_));
+    return titles;
+  }
+
+  static void NoteFailure(const std::string& what, const std::string& how) {
+    FailureLedger::OfThisProgram().FailedOtherwise(what, how);
   }
 
   ScriptedDesktop desktop_;
@@ -235,7 +253,10 @@ TEST_F(TitlesOfAProcess, AreNoLongerSoughtWhenMemoryIsShort) {
     SCOPED_TRACE(allocation);
     desktop_.shown.clear();
     desktop_.shown.reserve(10);
-    desktop_.whenMeasured = [allocation] { HeapWatch::Begin(allocation); };
+    desktop_.whenMeasured = [allocation] {
+      FailureLedger::OfThisProgram().Failed("malloc", ERROR_NOT_ENOUGH_MEMORY);
+      HeapWatch::Begin(allocation);
+    };
     EXPECT_THAT(Find(), IsEmpty());
     EXPECT_TRUE(HeapWatch::HasRefused());
     EXPECT_EQ(code_, TABTITLE_MAIN_WINDOWS_NOT_FOUND);
@@ -250,10 +271,22 @@ TEST_F(TitlesOfAProcess, PassOverWindowsWithAnOwnerInvisibleOnesAndThoseWithoutA
 }
 
 TEST_F(TitlesOfAProcess, AreNoneWhenItsOnlyMainWindowHasNone) {
+  NoteFailure("Windows of a process and of its parent", "none has a title");
   desktop_.windows = {{42, L""}};
   desktop_.processes = {{42, 40, L"chrome.exe"}};
   EXPECT_THAT(Find(), IsEmpty());
   EXPECT_EQ(code_, TABTITLE_MAIN_WINDOWS_NOT_FOUND);
+}
+
+// Then its parent's are sought, in vain as well.
+TEST_F(TitlesOfAProcess, AreNoneWhenTheWindowsCannotBeEnumerated) {
+  desktop_.windowsError = ERROR_ACCESS_DENIED;
+  desktop_.windows = {{42, L"Own"}, {40, L"Parent"}};
+  desktop_.processes = {{42, 40, L"chrome.exe"}};
+  EXPECT_THAT(Find(), IsEmpty());
+  EXPECT_EQ(code_, TABTITLE_MAIN_WINDOWS_NOT_FOUND);
+  EXPECT_THAT(desktop_.shown, IsEmpty());
+  EXPECT_EQ(desktop_.snapshots.size(), 1U);
 }
 
 TEST_F(TitlesOfAProcess, AreItsParentsWhenItHasNoWindow) {
@@ -273,6 +306,7 @@ TEST_F(TitlesOfAProcess, AreNotItsGrandparents) {
 }
 
 TEST_F(TitlesOfAProcess, AreNoneWhenItIsNotInTheList) {
+  NoteFailure("Process whose titles are sought", "without a window, and not in the list");
   desktop_.windows = {{40, L"Parent"}};
   desktop_.processes = {{41, 40, L"chrome.exe"}};
   EXPECT_THAT(Find(), IsEmpty());
@@ -333,6 +367,7 @@ TEST_F(TitlesOfAnEdgeProcess, GoByItsNameInThisCaseOnly) {
 }
 
 TEST_F(TitlesOfAnEdgeProcess, AreNoneWhenNoFrameHostRuns) {
+  NoteFailure("Frame host", "none runs");
   desktop_.windows = {{42, L"Own"}};
   desktop_.processes.resize(1);
   EXPECT_THAT(Find(L"MicrosoftEdge.exe"), IsEmpty());
@@ -340,6 +375,7 @@ TEST_F(TitlesOfAnEdgeProcess, AreNoneWhenNoFrameHostRuns) {
 }
 
 TEST_F(TitlesOfAnEdgeProcess, AreNoneWhenNoFrameHostHasOne) {
+  NoteFailure("Frame host", "none has a title");
   desktop_.windows = {{42, L"Own"}, {50, L""}};
   EXPECT_THAT(Find(L"MicrosoftEdge.exe"), IsEmpty());
   EXPECT_EQ(code_, TABTITLE_MAIN_WINDOWS_NOT_FOUND);
@@ -358,6 +394,7 @@ TEST_F(TitlesOfAnEdgeProcess, AreNoneWithoutAList) {
 TEST_F(TitlesOfAnEdgeProcess, AreThoseOfTheFirst32FrameHostsOnly) {
   desktop_.processes.clear();
   for (DWORD id = 100; id < 133; ++id) desktop_.processes.push_back({id, 4, L"ApplicationFrameHost.exe"});
+  NoteFailure("Frame host", "only the 33rd has a title");
   desktop_.windows = {{132, L"Frame 33"}};
   EXPECT_THAT(Find(L"MicrosoftEdge.exe"), IsEmpty());
   EXPECT_EQ(code_, TABTITLE_MAIN_WINDOWS_NOT_FOUND);

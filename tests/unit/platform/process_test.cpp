@@ -113,6 +113,15 @@ TEST_F(WatchedProcessIds, PassOverAProcessWhoseModulesCannotBeListed) {
   EXPECT_THAT(Logs(), ElementsAre("log 7 Added process 8 chrome.exe to list of processes to monitor"));
 }
 
+TEST_F(WatchedProcessIds, PassOverAProcessOfAnotherBitnessThatDoesNotShowItsModules) {
+  FailureLedger::OfThisProgram().Chosen("CreateToolhelp32Snapshot",
+                                        "a process of another bitness is passed over, and nothing says so");
+  system_.processes = {{4, L"chrome.exe", L"chrome.exe", ERROR_PARTIAL_COPY},
+                       {8, L"chrome.exe", L"chrome.exe"}};
+  EXPECT_THAT(Find(3, names_), ElementsAre(8));
+  EXPECT_THAT(Logs(), ElementsAre("log 7 Added process 8 chrome.exe to list of processes to monitor"));
+}
+
 TEST_F(WatchedProcessIds, PassOverAProcessWhoseFirstModuleCannotBeReadWithALine) {
   system_.processes = {{4, L"chrome.exe", L"chrome.exe", 0, 18}, {8, L"chrome.exe", L"chrome.exe"}};
   EXPECT_THAT(Find(3, names_), ElementsAre(8));

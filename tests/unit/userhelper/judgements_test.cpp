@@ -5,6 +5,7 @@
 
 #include <memory>
 
+#include "support/failure_rows.h"
 #include "support/log_capture.h"
 #include "util/ostrel_filter_lib_util.h"
 
@@ -28,6 +29,30 @@ class Judging : public ::testing::Test {
     if (result_ != nullptr) outcome += std::wstring(L"result: ") + result_;
     if (error_ != nullptr) outcome += std::wstring(L"error: ") + error_;
     return outcome;
+  }
+
+  // The lines since the last call; what was wrong with the answer, if anything, goes to the page of failures
+  // with them. What is judged here need not be what the helper can send.
+  std::vector<LogLine> EnterAndTakeLog(const std::string& flaw, const std::string& result) {
+    std::vector<LogLine> lines = log_.Take();
+    std::vector<std::string> texts;
+    for (const LogLine& line : lines)
+      texts.push_back("log " + std::to_string(line.level) + " " + Narrow(line.text));
+    ostrel_test::EnterFailure("Answer at its judgement", flaw, texts, result);
+    return lines;
+  }
+  std::vector<LogLine> EnterStatusAndTakeLog(const std::string& flaw, const std::string& judgement) {
+    return EnterAndTakeLog(flaw, judgement + ": status " + Narrow(status_));
+  }
+  void EnterOutcome(const std::string& flaw, const std::string& judgement) {
+    EXPECT_THAT(EnterAndTakeLog(flaw, judgement + ": " + Narrow(Outcome())), IsEmpty());
+  }
+
+  // These texts are in ASCII.
+  static std::string Narrow(const std::wstring& text) {
+    std::string narrow;
+    for (const wchar_t character : text) narrow += static_cast<char>(character);
+    return narrow;
   }
 
   ostrel_test::LogCapture log_;
@@ -56,7 +81,8 @@ TEST_F(JudgingTitles, NamesTheCodeFirst) {
   response_.titles = {L"a"};
   EXPECT_THAT(Judge(), IsEmpty());
   EXPECT_EQ(status_, L"TABTITLE_MAIN_WINDOWS_NOT_FOUND");
-  EXPECT_THAT(log_.Take(), ElementsAre(LogLine{3, L"Couldn't get tab titles. Error code: 4"}));
+  EXPECT_THAT(EnterStatusAndTakeLog("code 4", "JudgeTabTitles"),
+              ElementsAre(LogLine{3, L"Couldn't get tab titles. Error code: 4"}));
 }
 
 TEST_F(JudgingTitles, DoesNotKnowACodeWithoutAName) {
@@ -64,7 +90,8 @@ TEST_F(JudgingTitles, DoesNotKnowACodeWithoutAName) {
   response_.isValid = true;
   EXPECT_THAT(Judge(), IsEmpty());
   EXPECT_EQ(status_, L"UNKNOWN_ERROR");
-  EXPECT_THAT(log_.Take(), ElementsAre(LogLine{3, L"Couldn't get tab titles. Error code: -1"}));
+  EXPECT_THAT(EnterStatusAndTakeLog("a code without a name", "JudgeTabTitles"),
+              ElementsAre(LogLine{3, L"Couldn't get tab titles. Error code: -1"}));
 }
 
 TEST_F(JudgingTitles, RefusesAnInvalidResponse) {
@@ -136,10 +163,14 @@ TEST_F(JudgingMetaData, KeepsTheSizeOfAFileWithoutADigest) {
     EXPECT_EQ(metaData.fileSize, 0x100000001U);
     EXPECT_EQ(metaData.extraText, L"extra");
     EXPECT_EQ(status_, L"METADATA_FILE_NOT_FOUND");
-    EXPECT_THAT(log_.Take(), ElementsAre(LogLine{6, L"Unable to find file \\\\s\\f"}));
+    EXPECT_THAT(EnterStatusAndTakeLog("metadata with an empty digest, which no answer that can be read has",
+                                      "JudgeMetaData"),
+                ElementsAre(LogLine{6, L"Unable to find file \\\\s\\f"}));
     *digest = L"digest";
   }
 }
+
+const char* const COMPLAINT = "a status word beside a pipe's name, where a failure throws instead";
 
 class JudgingAChannel : public Judging {};
 
@@ -154,14 +185,14 @@ TEST_F(JudgingAChannel, OfTheProxyRefusesOneWithAComplaint) {
   EXPECT_EQ(
       Outcome(),
       L"error: PROXY:: Unable to get auto proxy configuration url, error creating pipe (status=WORD_%s).");
-  EXPECT_THAT(log_.Take(), IsEmpty());
+  EnterOutcome(COMPLAINT, "JudgeAutoProxyChannel");
 }
 
 TEST_F(JudgingAChannel, OfACloudLoginRefusesOneWithAComplaint) {
   EXPECT_FALSE(JudgeCloudLoginChannel(L"WORD_%s", &error_));
   EXPECT_EQ(Outcome(),
             L"error: CLOUDLOGIN:: Unable to get cloud login, error creating pipe (status=WORD_%s).");
-  EXPECT_THAT(log_.Take(), IsEmpty());
+  EnterOutcome(COMPLAINT, "JudgeCloudLoginChannel");
 }
 
 class JudgingAProxyUrl : public Judging {
@@ -264,8 +295,10 @@ TEST_F(JudgingACloudLogin, HasATextOfItsOwnForEachOfTheCodes8To16) {
   response_.login = L"the helper's own";
   int code = 8;
   for (const wchar_t* const text : texts) {
-    response_.responseCode = static_cast<ResponseCode>(code++);
+    response_.responseCode = static_cast<ResponseCode>(code);
     EXPECT_EQ(Judge(), text);
+    EnterOutcome("code " + std::to_string(code), "JudgeCloudStorageProviderLogin");
+    ++code;
     OstrelFilterLibUtil::DeallocStringPointer(&error_);
     error_ = nullptr;
   }
@@ -278,6 +311,8 @@ TEST_F(JudgingACloudLogin, ReturnsTheHelpersExplanationOfEveryOtherCode) {
   for (const int code : {1, 7, 17, 18, 27, 28, -1}) {
     response_.responseCode = static_cast<ResponseCode>(code);
     EXPECT_EQ(Judge(), L"error: why %d") << code;
+    EnterOutcome("a code outside of 8 to 16, with the explanation \"why %d\"",
+                 "JudgeCloudStorageProviderLogin");
     OstrelFilterLibUtil::DeallocStringPointer(&error_);
     error_ = nullptr;
   }

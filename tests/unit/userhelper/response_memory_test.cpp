@@ -1,55 +1,13 @@
-// What reading an answer costs in memory, whatever lengths the answer announces. This program counts every
-// block that is allocated.
+// What reading an answer costs in memory, whatever lengths the answer announces.
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstddef>
-#include <cstdlib>
-#include <new>
 #include <sstream>
 #include <string>
 
+#include "support/allocations.h"
 #include "userhelper/response_messages.h"
-
-namespace {
-
-std::atomic<bool> isCounting{false};
-std::atomic<std::size_t> allocatedBytes{0};
-
-void* Allocate(std::size_t size) {
-  if (isCounting) allocatedBytes += size;
-  void* const block = std::malloc(size == 0 ? 1 : size);
-  if (block == nullptr) throw std::bad_alloc();
-  return block;
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-  return Allocate(size);
-}
-
-void* operator new[](std::size_t size) {
-  return Allocate(size);
-}
-
-// Kept out of line: seen through, they let the compiler take each deletion for a mismatched one.
-[[gnu::noinline]] void operator delete(void* block) noexcept {
-  std::free(block);
-}
-
-[[gnu::noinline]] void operator delete[](void* block) noexcept {
-  std::free(block);
-}
-
-[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept {
-  std::free(block);
-}
-
-[[gnu::noinline]] void operator delete[](void* block, std::size_t) noexcept {
-  std::free(block);
-}
 
 namespace {
 
@@ -64,11 +22,9 @@ template <typename Response>
 std::size_t BytesToRead(const std::wstring& text) {
   Response response(L"9f3");
   std::wistringstream stream(text);
-  allocatedBytes = 0;
-  isCounting = true;
+  const ostrel::test::Allocations allocations;
   response.Deserialize(stream);
-  isCounting = false;
-  return allocatedBytes;
+  return allocations.Bytes();
 }
 
 TEST(TheCountOfAllocatedBytes, SeesTheTextThatAReaderKeeps) {

@@ -10,6 +10,8 @@
 #include <type_traits>
 #include <vector>
 
+#include "support/failure_rows.h"
+
 namespace {
 
 using namespace ostrel;
@@ -53,24 +55,40 @@ template <typename Response>
 struct Column;
 template <>
 struct Column<ResponseMessageTabTitles> {
+  static constexpr const char* content = "titles";
   static constexpr int type = 0, constructed = 0, wrongType = 5;
   static constexpr bool isProxy = false;
 };
 template <>
 struct Column<ResponseMessageMetaData> {
+  static constexpr const char* content = "metadata";
   static constexpr int type = 1, constructed = 0, wrongType = 6;
   static constexpr bool isProxy = false;
 };
 template <>
 struct Column<ResponseMessageAutoProxyConfigUrl> {
+  static constexpr const char* content = "a proxy URL";
   static constexpr int type = 2, constructed = 27, wrongType = 21;
   static constexpr bool isProxy = true;
 };
 template <>
 struct Column<ResponseMessageCloudStorageProviderLogin> {
+  static constexpr const char* content = "a cloud login";
   static constexpr int type = 3, constructed = 0, wrongType = 7;
   static constexpr bool isProxy = false;
 };
+
+// What is wrong with the text of a response, and what reading it came to, for the page of failures.
+template <typename Response>
+void Enter(const std::string& flaw, const Response& response, const std::string& chosen = {}) {
+  ostrel_test::EnterFailure(std::string("Answer with ") + Column<Response>::content, flaw, {},
+                            "Deserialize: code " + std::to_string(static_cast<int>(response.responseCode)) +
+                                (response.isValid ? ", valid" : ", not valid"),
+                            chosen);
+}
+
+const char* const OTHER_IDENTIFIER = "with an identifier that differs";
+const char* const NO_NUMBER_CHOSEN = "no number at all is not the number 0, so the answer cannot be read";
 
 template <typename Response>
 class TheHead : public ::testing::Test {
@@ -80,18 +98,27 @@ class TheHead : public ::testing::Test {
   static std::wstring Type() { return std::to_wstring(Of::type); }
   static int OfProxyElse(int proxyCode, int otherCode) { return Of::isProxy ? proxyCode : otherCode; }
 
-  static void ExpectStops(const std::wstring& text, int code) {
+  static void ExpectStops(const std::wstring& text, int code, const std::string& flaw,
+                          const std::string& chosen = {}) {
     const auto response = Read<Response>(text);
     EXPECT_EQ(static_cast<int>(response.responseCode), code) << testing::PrintToString(text);
     EXPECT_FALSE(response.isValid) << testing::PrintToString(text);
     EXPECT_EQ(response.responseId, ID);
+    Enter(flaw, response, chosen);
   }
 };
 
 using Responses =
     ::testing::Types<ResponseMessageTabTitles, ResponseMessageMetaData, ResponseMessageAutoProxyConfigUrl,
                      ResponseMessageCloudStorageProviderLogin>;
-TYPED_TEST_SUITE(TheHead, Responses);
+struct NamesOfResponses {
+  template <typename Response>
+  static std::string GetName(int) {
+    const char* const names[] = {"Titles", "MetaData", "ProxyUrl", "CloudLogin"};
+    return names[Column<Response>::type];
+  }
+};
+TYPED_TEST_SUITE(TheHead, Responses, NamesOfResponses);
 
 TYPED_TEST(TheHead, IsWhatTheConstructorSaysBeforeAnythingIsRead) {
   const TypeParam response(ID);
@@ -109,33 +136,38 @@ TYPED_TEST(TheHead, OfAnotherTypeStopsWithTheTypesOwnCode) {
     EXPECT_EQ(response.messageType, static_cast<std::uint32_t>(type));
     EXPECT_EQ(static_cast<int>(response.responseCode), TestFixture::Of::wrongType);
     EXPECT_FALSE(response.isValid);
+    Enter("of another type", response);
   }
 }
 
 // Nothing to read is the number 0, which is the titles' type.
 TYPED_TEST(TheHead, WithoutATypeIsOfTypeZero) {
   const int code = TestFixture::Of::type == 0 ? 0 : TestFixture::Of::wrongType;
-  for (const wchar_t* text : {L"", L" ", L",", L"x", L",4,9f3a,0,"}) this->ExpectStops(text, code);
+  for (const wchar_t* text : {L"", L" ", L",", L"x", L",4,9f3a,0,"}) {
+    this->ExpectStops(text, code, "without a type", "a missing type counts as 0, the type of titles");
+  }
 }
 
 TYPED_TEST(TheHead, WithoutAnyOfItsCommasStops) {
   const std::wstring type = this->Type();
   const int code = this->OfProxyElse(22, TestFixture::Of::constructed);
-  this->ExpectStops(type + L";4,9f3a,0,", code);
-  this->ExpectStops(type + L",4;9f3a,0,", code);
-  this->ExpectStops(type + L",4,9f3a;0,", code);
-  this->ExpectStops(type + L",4,9f3a,0;", this->OfProxyElse(22, 0));
+  const char* const flaw = "without a comma of its head";
+  this->ExpectStops(type + L";4,9f3a,0,", code, flaw);
+  this->ExpectStops(type + L",4;9f3a,0,", code, flaw);
+  this->ExpectStops(type + L",4,9f3a;0,", code, flaw);
+  this->ExpectStops(type + L",4,9f3a,0;", this->OfProxyElse(22, 0), flaw);
   // The helper's code was read already.
-  this->ExpectStops(type + L",4,9f3a,19;", this->OfProxyElse(22, 19));
+  this->ExpectStops(type + L",4,9f3a,19;", this->OfProxyElse(22, 19), "without a comma behind the code 19");
 }
 
 TYPED_TEST(TheHead, RefusesIdentifiersOfOtherLengthsThan1To64) {
   const int code = this->OfProxyElse(23, TestFixture::Of::constructed);
+  const char* const flaw = "with an identifier outside of 1 to 64 units";
   for (const wchar_t* length :
        {L"0", L"-1", L"65", L"2147483647", L"99999999999", L"-99999999999", L"x", L""}) {
-    this->ExpectStops(this->Type() + L"," + length + L",9f3a,0,", code);
+    this->ExpectStops(this->Type() + L"," + length + L",9f3a,0,", code, flaw);
   }
-  this->ExpectStops(this->Type() + L",65," + std::wstring(65, L'9') + L",0,", code);
+  this->ExpectStops(this->Type() + L",65," + std::wstring(65, L'9') + L",0,", code, flaw);
 }
 
 TYPED_TEST(TheHead, TakesIdentifiersOf1And64Units) {
@@ -148,16 +180,18 @@ TYPED_TEST(TheHead, TakesIdentifiersOf1And64Units) {
 }
 
 TYPED_TEST(TheHead, StopsAtAnIdentifierThatTheTextCutsShort) {
-  this->ExpectStops(this->Type() + L",4,9f3", this->OfProxyElse(24, TestFixture::Of::constructed));
-  this->ExpectStops(this->Type() + L",4,", this->OfProxyElse(24, TestFixture::Of::constructed));
+  const int code = this->OfProxyElse(24, TestFixture::Of::constructed);
+  for (const wchar_t* rest : {L",4,9f3", L",4,"}) {
+    this->ExpectStops(this->Type() + rest, code, "with an identifier that is cut short");
+  }
 }
 
 TYPED_TEST(TheHead, WithAnIdentifierThatDiffersInOneUnitStopsWithCode2) {
   for (const wchar_t* id : {L"8f3a", L"9f3b", L"9F3a"}) {
-    this->ExpectStops(this->Type() + L",4," + id + L",0,", 2);
+    this->ExpectStops(this->Type() + L",4," + id + L",0,", 2, OTHER_IDENTIFIER);
   }
-  this->ExpectStops(this->Type() + L",3,9f3,0,", 2);
-  this->ExpectStops(this->Type() + L",5,9f3a0,0,", 2);
+  this->ExpectStops(this->Type() + L",3,9f3,0,", 2, OTHER_IDENTIFIER);
+  this->ExpectStops(this->Type() + L",5,9f3a0,0,", 2, OTHER_IDENTIFIER);
 }
 
 TYPED_TEST(TheHead, TakesTheHelpersCodeWhateverItIs) {
@@ -170,12 +204,14 @@ TYPED_TEST(TheHead, TakesTheHelpersCodeWhateverItIs) {
 }
 
 TYPED_TEST(TheHead, KeepsTheNearestNumberToACodeThatIsTooLarge) {
-  this->ExpectStops(this->Type() + L",4,9f3a,99999999999,", this->OfProxyElse(22, 2147483647));
+  this->ExpectStops(this->Type() + L",4,9f3a,99999999999,", this->OfProxyElse(22, 2147483647),
+                    "with a code of more than 31 bits and nothing behind it");
 }
 
 TYPED_TEST(TheHead, MayHaveWhiteSpaceBeforeNumbersAndCommasButNotInTheIdentifier) {
-  this->ExpectStops(L" \t" + this->Type() + L"\n, 4 ,9f3a ,\r\n19 , 1;", this->OfProxyElse(22, 19));
-  this->ExpectStops(this->Type() + L",4, 9f3a,0,", 2);
+  this->ExpectStops(L" \t" + this->Type() + L"\n, 4 ,9f3a ,\r\n19 , 1;", this->OfProxyElse(22, 19),
+                    "with nothing behind the code 19");
+  this->ExpectStops(this->Type() + L",4, 9f3a,0,", 2, OTHER_IDENTIFIER);
 }
 
 TEST(TheBaseResponse, LeavesBothStreamsUntouched) {
@@ -211,12 +247,23 @@ TEST(TitlesResponse, KeepsTheHelpersCodeAlsoWhenItIsValid) {
   EXPECT_EQ(response.responseCode, TABTITLE_MAIN_WINDOWS_NOT_FOUND);
 }
 
+void ExpectNoTitles(const wchar_t* count, const char* flaw, const char* chosen = "") {
+  const auto response = Titles(std::wstring(L"0,4,9f3a,0,") + count + L",1,a");
+  EXPECT_FALSE(response.isValid) << testing::PrintToString(count);
+  EXPECT_THAT(response.titles, IsEmpty());
+  EXPECT_EQ(response.responseCode, SUCCESS);
+  Enter(flaw, response, chosen);
+}
+
 TEST(TitlesResponse, IsInvalidWithACountOutside0To1024) {
-  for (const wchar_t* count : {L"-1", L"1025", L"2147483647", L"99999999999", L"x", L""}) {
-    const auto response = Titles(std::wstring(L"0,4,9f3a,0,") + count + L",1,a");
-    EXPECT_FALSE(response.isValid) << testing::PrintToString(count);
-    EXPECT_THAT(response.titles, IsEmpty());
-    EXPECT_EQ(response.responseCode, SUCCESS);
+  for (const wchar_t* count : {L"-1", L"1025", L"2147483647", L"99999999999"}) {
+    ExpectNoTitles(count, "with a count outside of 0 to 1024");
+  }
+}
+
+TEST(TitlesResponse, IsInvalidWithNoNumberAsItsCount) {
+  for (const wchar_t* count : {L"x", L""}) {
+    ExpectNoTitles(count, "with no number as its count", NO_NUMBER_CHOSEN);
   }
 }
 
@@ -234,8 +281,11 @@ TEST(TitlesResponse, Holds1024TitlesAndNotOneMore) {
 }
 
 TEST(TitlesResponse, IsInvalidWithFewerTitlesThanItsCount) {
-  EXPECT_FALSE(Titles(L"0,4,9f3a,0,1").isValid);
-  EXPECT_FALSE(Titles(L"0,4,9f3a,0,2,1,a").isValid);
+  for (const wchar_t* text : {L"0,4,9f3a,0,1", L"0,4,9f3a,0,2,1,a"}) {
+    const auto response = Titles(text);
+    EXPECT_FALSE(response.isValid);
+    Enter("with fewer titles than its count", response);
+  }
 }
 
 TEST(TitlesResponse, HoldsATitleOf1024UnitsAndNoLonger) {
@@ -250,27 +300,32 @@ TEST(TitlesResponse, HoldsATitleOf1024UnitsAndNoLonger) {
 
 TEST(TitlesResponse, IsInvalidWithATitleOfNoLength) {
   for (const wchar_t* length : {L"0", L"-1", L"2147483647", L"99999999999", L"x", L""}) {
-    EXPECT_FALSE(Titles(std::wstring(L"0,4,9f3a,0,1,") + length + L",a").isValid)
-        << testing::PrintToString(length);
+    const auto response = Titles(std::wstring(L"0,4,9f3a,0,1,") + length + L",a");
+    EXPECT_FALSE(response.isValid) << testing::PrintToString(length);
+    Enter("with a title outside of 1 to 1024 units", response);
   }
 }
 
 TEST(TitlesResponse, IsInvalidWithoutAnyOfItsCommas) {
-  EXPECT_FALSE(Titles(L"0,4,9f3a,0,1;1,a").isValid);
-  EXPECT_FALSE(Titles(L"0,4,9f3a,0,1,1;a").isValid);
-  EXPECT_FALSE(Titles(L"0,4,9f3a,0,2,1,a;1,b").isValid);
+  for (const wchar_t* text : {L"0,4,9f3a,0,1;1,a", L"0,4,9f3a,0,1,1;a", L"0,4,9f3a,0,2,1,a;1,b"}) {
+    const auto response = Titles(text);
+    EXPECT_FALSE(response.isValid);
+    Enter("without a comma of its content", response);
+  }
 }
 
 TEST(TitlesResponse, KeepsALastTitleThatIsCutShortWithZerosAtItsEnd) {
   const auto response = Titles(L"0,4,9f3a,0,2,1,a,5,bc");
   EXPECT_TRUE(response.isValid);
   EXPECT_THAT(response.titles, ElementsAre(L"a", std::wstring(L"bc\0\0\0", 5)));
+  Enter("with a last title that is cut short", response);
 }
 
 TEST(TitlesResponse, IsInvalidWithAnEarlierTitleCutShort) {
   const auto response = Titles(L"0,4,9f3a,0,2,5,bc");
   EXPECT_FALSE(response.isValid);
   EXPECT_THAT(response.titles, ElementsAre(std::wstring(L"bc\0\0\0", 5)));
+  Enter("with an earlier title that is cut short", response);
 }
 
 TEST(TitlesResponse, IsInvalidWhenNothingOfALastTitleIsThere) {
@@ -327,6 +382,7 @@ TEST(MetaDataResponse, IsInvalidWithAShorterDigest) {
   const auto shortSha = MetaData(L"1,4,9f3a,0," + SHA256.substr(1) + L"," + MD5 + L",10,0");
   EXPECT_FALSE(shortSha.isValid);
   EXPECT_EQ(shortSha.responseCode, SUCCESS);
+  Enter("with a digest that is too short", shortSha);
   EXPECT_FALSE(MetaData(L"1,4,9f3a,0," + SHA256 + L"," + MD5.substr(1) + L",10,0").isValid);
   const auto cutSha = MetaData(L"1,4,9f3a,0," + SHA256.substr(1));
   EXPECT_FALSE(cutSha.isValid);
@@ -338,10 +394,13 @@ TEST(MetaDataResponse, IsInvalidWithAShorterDigest) {
 }
 
 TEST(MetaDataResponse, IsInvalidWithoutAnyOfItsCommas) {
-  EXPECT_FALSE(MetaData(L"1,4,9f3a,0," + SHA256 + L";" + MD5 + L",10,1,x").isValid);
-  EXPECT_FALSE(MetaData(MetaDataText(L";10,1,x")).isValid);
-  EXPECT_FALSE(MetaData(MetaDataText(L",10;1,x")).isValid);
-  EXPECT_FALSE(MetaData(MetaDataText(L",10,1;x")).isValid);
+  for (const std::wstring& text :
+       {L"1,4,9f3a,0," + SHA256 + L";" + MD5 + L",10,1,x", MetaDataText(L";10,1,x"), MetaDataText(L",10;1,x"),
+        MetaDataText(L",10,1;x")}) {
+    const auto response = MetaData(text);
+    EXPECT_FALSE(response.isValid);
+    Enter("without a comma of its content", response);
+  }
 }
 
 TEST(MetaDataResponse, IsInvalidWithLessExtraTextThanItAnnounces) {
@@ -351,13 +410,16 @@ TEST(MetaDataResponse, IsInvalidWithLessExtraTextThanItAnnounces) {
     const auto response = MetaData(MetaDataText(std::wstring(L",10,") + length + L",x"));
     EXPECT_FALSE(response.isValid) << testing::PrintToString(length);
     EXPECT_EQ(response.extraText, L"");
+    Enter("with less extra text than it announces", response);
   }
   EXPECT_EQ(MetaData(MetaDataText(L",10,-1,x")).extraLength, 18446744073709551615U);
 }
 
 TEST(MetaDataResponse, IsInvalidWithoutANumber) {
   for (const wchar_t* rest : {L",x,0", L",,0", L",10,x", L",10,"}) {
-    EXPECT_FALSE(MetaData(MetaDataText(rest)).isValid) << testing::PrintToString(rest);
+    const auto response = MetaData(MetaDataText(rest));
+    EXPECT_FALSE(response.isValid) << testing::PrintToString(rest);
+    Enter("with no number as a size or length", response, NO_NUMBER_CHOSEN);
   }
 }
 
@@ -414,6 +476,7 @@ TEST(ProxyResponse, OfANegativeLengthStopsWithCode25) {
     const auto response = Proxy(std::wstring(L"2,4,9f3a,0,") + length + L",a");
     EXPECT_FALSE(response.isValid);
     EXPECT_EQ(response.responseCode, PROXY_RESULT_SIZE_IS_NEGATIVE);
+    Enter("with a negative length", response);
   }
 }
 
@@ -422,6 +485,7 @@ TEST(ProxyResponse, WithoutTheCommaBehindTheLengthStopsWithCode22) {
     const auto response = Proxy(std::wstring(L"2,4,9f3a,0,") + rest);
     EXPECT_FALSE(response.isValid);
     EXPECT_EQ(response.responseCode, PROXY_PARSE_FAILURE) << testing::PrintToString(rest);
+    Enter("without the comma behind the length", response);
   }
 }
 
@@ -431,6 +495,7 @@ TEST(ProxyResponse, OfAUrlThatIsCutShortStopsWithCode24) {
     EXPECT_FALSE(response.isValid);
     EXPECT_EQ(response.responseCode, PROXY_CANNOT_READ_MESSAGE);
     EXPECT_EQ(response.url, L"");
+    Enter("with a text that is cut short", response);
   }
 }
 
@@ -467,6 +532,7 @@ TEST(CloudResponse, OfALengthBelow1IsValidAndEmpty) {
     EXPECT_TRUE(response.isValid);
     EXPECT_EQ(response.responseCode, SUCCESS);
     EXPECT_EQ(response.login, L"");
+    Enter("with a length below 1", response);
   }
 }
 
@@ -475,6 +541,7 @@ TEST(CloudResponse, IsInvalidWithoutTheCommaBehindTheLength) {
     const auto response = Cloud(std::wstring(L"3,4,9f3a,0,") + rest);
     EXPECT_FALSE(response.isValid) << testing::PrintToString(rest);
     EXPECT_EQ(response.responseCode, SUCCESS);
+    Enter("without the comma behind the length", response);
   }
 }
 
@@ -484,6 +551,7 @@ TEST(CloudResponse, IsInvalidWithALoginThatIsCutShort) {
     EXPECT_FALSE(response.isValid);
     EXPECT_EQ(response.responseCode, CLOUDLOGIN_ERROR_GETTING_CLOUD_LOGIN);
     EXPECT_EQ(response.login, L"");
+    Enter("with a text that is cut short", response);
   }
 }
 
