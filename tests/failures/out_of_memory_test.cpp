@@ -198,6 +198,10 @@ void RefuseEachOf(const std::string& name, Getter getter, HMODULE module, Script
   session.randomBytes = std::vector<std::uint8_t>(32, 1);
   session.answer = [&](const std::wstring&) { return answer.substr(0, 2) + L"32," + id + answer.substr(1); };
   session.LogOn();
+  // The first exception on a thread, and the first use of a stream, take memory for good.
+  wchar_t* texts[2] = {};
+  getter(&texts[0], &texts[1]);
+  for (wchar_t*& text : texts) release(&text);
   std::set<std::wstring> errors;
   const HeapWatch heap(module);
   for (int allocation = 1;; ++allocation) {

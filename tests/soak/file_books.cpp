@@ -16,6 +16,9 @@ constexpr std::int32_t LAST_CLOUD = 9;
 
 constexpr std::size_t MOST_ERRORS = 20;
 
+// The image of the processes that die.
+constexpr std::wstring_view MORTAL = L"mortal.exe";
+
 std::string Narrowed(std::wstring_view text) {
   std::string narrow;
   for (const wchar_t character : text) narrow += character < 0x80 ? static_cast<char>(character) : '?';
@@ -47,15 +50,15 @@ std::wstring_view Cut(std::wstring_view& text, std::wstring_view mark) {
 
 const char* NameOf(Ending ending) {
   static constexpr std::array<const char*, ENDINGS> NAMES{
-      "of no interest", "process gone", "unknown type",    "query",      "withdrawing query",
-      "no real upload", "merged",       "reported",        "incomplete", "directory",
-      "duplicate",      "withdrawn",    "already reported"};
+      "of no interest", "process gone", "unknown type",    "query",           "withdrawing query",
+      "no real upload", "merged",       "taken as merged", "reported",        "incomplete",
+      "directory",      "duplicate",    "withdrawn",       "already reported"};
   return NAMES[static_cast<std::size_t>(ending)];
 }
 
-void FileBooks::Send(std::uint32_t number, Silence silence) {
+void FileBooks::Send(std::uint32_t number, std::wstring_view image, Silence silence) {
   const Lock::Holder holder(lock_);
-  open_.emplace(number, silence);
+  open_.emplace(number, OpenEvent{std::wstring(image), silence});
   ++sent_;
 }
 
@@ -86,7 +89,8 @@ void FileBooks::TakeReceived(std::wstring_view rest) {
   received_ = static_cast<std::uint32_t>(Number(Cut(rest, L" ")));
   const auto event = open_.find(received_);
   if (event == open_.end()) return AddError("received, but not sent or not any more: ", line);
-  Silence& silence = event->second;
+  Silence& silence = event->second.silence;
+  if (!process.ends_with(L"\\" + event->second.image)) AddError("received from another process: ", line);
   if (silence == Silence::OF_NO_INTEREST || silence == Silence::GONE) AddError("received: ", line);
   // From now on it ends like any other.
   if (silence == Silence::MAYBE_GONE) silence = Silence::NONE;
@@ -134,7 +138,7 @@ void FileBooks::TakeIncomplete() {
   std::vector<Filed>& filed = entries_[key].filed;
   if (reporting_.reads > filed.size()) return AddError("incomplete with more reads than sent: ", key.file);
   const auto end = filed.cbegin() + static_cast<std::ptrdiff_t>(reporting_.reads);
-  EndTogether(filed.cbegin(), end, Ending::INCOMPLETE);
+  EndTogether(filed.cbegin(), end, Ending::INCOMPLETE, Ending::MERGED);
   filed.erase(filed.cbegin(), end);
 }
 
@@ -142,13 +146,17 @@ void FileBooks::TakeDuplicate(std::wstring_view file) {
   ++duplicates_[std::wstring(file)];
 }
 
-void FileBooks::TakeReport(std::wstring_view file, std::wstring_view process, std::uint64_t endTime,
-                           std::uint32_t type) {
+void FileBooks::TakeReport(const Told& told) {
   const Lock::Holder holder(lock_);
-  const auto number = static_cast<std::uint32_t>(endTime - dueTime_);
-  const auto kind = static_cast<std::int32_t>(type);
+  const auto number = static_cast<std::uint32_t>(told.endTime - dueTime_);
+  const auto kind = static_cast<std::int32_t>(told.type);
+  // Of a process that is about to go the user may not be had any more.
+  const bool isMortal = told.process.ends_with(MORTAL);
+  if (told.user != user_ && !(isMortal && told.user == L"User not identified")) {
+    AddError("reported of user " + Narrowed(told.user) + ": ", told.file);
+  }
   const Cache cache = kind == READ ? Cache::UPLOADS : kind == WRITE ? Cache::DOWNLOADS : Cache::CLOUD;
-  Report(cache, file, process, number);
+  Report(cache, told.file, told.process, number);
 }
 
 void FileBooks::Report(Cache cache, std::wstring_view file, std::wstring_view process, std::uint32_t number) {
@@ -159,7 +167,8 @@ void FileBooks::Report(Cache cache, std::wstring_view file, std::wstring_view pr
   if (last == entry.filed.cend()) return AddError("reported, but not cached: ", file);
   Span begin = EndEarlierGenerations(entry, last->generation);
   if (cache == Cache::UPLOADS) begin = EndDuplicateBefore(key.file, begin, last + 1, reporting_.reads);
-  EndTogether(begin, last + 1, Ending::REPORTED);
+  EndTogether(begin, last + 1, Ending::REPORTED,
+              cache == Cache::UPLOADS ? Ending::MERGED : Ending::TAKEN_AS_MERGED);
   entry.filed.erase(entry.filed.cbegin(), last + 1);
 }
 
@@ -202,7 +211,8 @@ void FileBooks::CloseRound() {
   for (auto& [key, entry] : entries_) CloseEntry(key, entry);
   std::erase_if(entries_, [](const auto& entry) { return entry.second.filed.empty(); });
 
-  std::vector<std::pair<std::uint32_t, Silence>> open(open_.begin(), open_.end());
+  std::vector<std::pair<std::uint32_t, Silence>> open;
+  for (const auto& [number, event] : open_) open.emplace_back(number, event.silence);
   for (const auto& [number, silence] : open) {
     if (silence == Silence::OF_NO_INTEREST) End(number, Ending::OF_NO_INTEREST);
     if (silence == Silence::GONE || silence == Silence::MAYBE_GONE) End(number, Ending::PROCESS_GONE);
@@ -221,7 +231,7 @@ void FileBooks::CloseEntry(const Key& key, Entry& entry) {
   const Span end = entry.filed.cend();
   if (begin != end) {
     const auto event = open_.find(begin->number);
-    const Silence silence = event == open_.end() ? Silence::NONE : event->second;
+    const Silence silence = event == open_.end() ? Silence::NONE : event->second.silence;
     if (silence == Silence::KEPT) return;
     if (silence == Silence::NONE) AddError("still cached: ", key.file);
     if (silence == Silence::ALREADY_REPORTED) EndTogether(begin, end, Ending::ALREADY_REPORTED);
@@ -237,8 +247,8 @@ void FileBooks::CloseEntry(const Key& key, Entry& entry) {
   entry.filed.clear();
 }
 
-void FileBooks::EndTogether(Span begin, Span end, Ending ending) {
-  for (; begin != end; ++begin) End(begin->number, begin + 1 == end ? ending : Ending::MERGED);
+void FileBooks::EndTogether(Span begin, Span end, Ending ending, Ending merged) {
+  for (; begin != end; ++begin) End(begin->number, begin + 1 == end ? ending : merged);
 }
 
 void FileBooks::End(std::uint32_t number, Ending ending) {

@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "support/lock.h"
@@ -23,7 +24,8 @@ enum class Ending {
   QUERY,              // counted by the query cache
   WITHDRAWING_QUERY,  // a query that withdrew a cached read
   NO_REAL_UPLOAD,
-  MERGED,  // into a cached event, whose last event has the ending of the whole
+  MERGED,  // into a cached event, whose last event has the ending of the whole; the read size counts it
+  TAKEN_AS_MERGED,  // the same, but nothing counts it: a later event of its file and process was reported
   REPORTED,
   INCOMPLETE,
   DIRECTORY,
@@ -31,7 +33,7 @@ enum class Ending {
   WITHDRAWN,         // a read, by a write or a query of its own process
   ALREADY_REPORTED,  // a read of a file just reported as written; without a log line
 };
-constexpr std::size_t ENDINGS = 13;
+constexpr std::size_t ENDINGS = 14;
 const char* NameOf(Ending ending);
 
 // What may become of an event without the library saying so.
@@ -52,15 +54,22 @@ enum class Silence {
 // Every read is of one byte, so an upload's read size is the number of events in it.
 class FileBooks {
  public:
-  // Times of due events are this plus their number.
-  explicit FileBooks(std::uint64_t dueTime) : dueTime_(dueTime) {}
+  // Times of due events are this plus their number; `user` is whose processes send them.
+  FileBooks(std::uint64_t dueTime, std::wstring user) : dueTime_(dueTime), user_(std::move(user)) {}
 
-  void Send(std::uint32_t number, Silence silence);
+  // By a process of that image.
+  void Send(std::uint32_t number, std::wstring_view image, Silence silence);
 
   // Called by the library's threads. Texts come without the library's prefix.
   void TakeLine(std::wstring_view line);
-  void TakeReport(std::wstring_view file, std::wstring_view process, std::uint64_t endTime,
-                  std::uint32_t type);
+  struct Told {
+    std::wstring_view file;
+    std::wstring_view process;
+    std::wstring_view user;
+    std::uint64_t endTime;
+    std::uint32_t type;
+  };
+  void TakeReport(const Told& told);
 
   // True when that event has ended.
   bool HasEnded(std::uint32_t number);
@@ -101,6 +110,11 @@ class FileBooks {
   };
   using Span = std::vector<Filed>::const_iterator;
 
+  struct OpenEvent {
+    std::wstring image;
+    Silence silence;
+  };
+
   void TakeReceived(std::wstring_view rest);
   void File(std::int32_t type, std::wstring_view file, std::wstring_view process);
   void TakeWithdrawal();
@@ -113,13 +127,15 @@ class FileBooks {
   Span EndEarlierGenerations(const Entry& entry, std::uint32_t generation);
   Span EndDuplicateBefore(const std::wstring& file, Span begin, Span end, std::size_t reads);
   void CloseEntry(const Key& key, Entry& entry);
-  void EndTogether(Span begin, Span end, Ending ending);
+  // The last one so, those before it merged into it.
+  void EndTogether(Span begin, Span end, Ending ending, Ending merged = Ending::TAKEN_AS_MERGED);
   void End(std::uint32_t number, Ending ending);
   void AddError(const std::string& what, std::wstring_view about);
 
   const std::uint64_t dueTime_;
+  const std::wstring user_;
   Lock lock_;
-  std::unordered_map<std::uint32_t, Silence> open_;
+  std::unordered_map<std::uint32_t, OpenEvent> open_;
   std::map<Key, Entry> entries_;
   Counts ended_{};
   std::uint64_t sent_ = 0;

@@ -66,6 +66,15 @@ lab::StandInProcess Actors::StartMortal() const {
   return Start(folder_, "mortal.exe");
 }
 
+const wchar_t* Actors::ImageOf(DWORD process) const {
+  if (process == App()) return L"app.exe";
+  if (process == Other()) return L"other.exe";
+  if (process == Chrome()) return L"chrome.exe";
+  if (process == Firefox()) return L"firefox.exe";
+  if (process == Talker()) return L"talker.exe";
+  return process == Gone() ? L"gone.exe" : L"mortal.exe";
+}
+
 FileLoad::FileLoad(FileBooks& books, const Actors& actors, std::filesystem::path folder, std::uint64_t now)
     : books_(books), actors_(actors), folder_(std::move(folder)), now_(now), driver_(OpenDriver()) {
   MakeFiles();
@@ -105,10 +114,11 @@ void FileLoad::AddOfOrdinaryKind(std::uint32_t drawn) {
   } else if (drawn < 26) {
     Add({app, AnyOf(L"large", FILES_PER_KIND), READ});
   } else if (drawn < 42) {
-    Add({eitherApp, AnyOf(L"written" + std::to_wstring(eitherApp), FILES_PER_KIND), WRITE});
+    const std::wstring kind = L"written" + std::to_wstring(eitherApp);
+    Add({eitherApp, Draw(2) == 0 ? AnyOf(kind, FILES_PER_KIND) : OnlyOne(kind), WRITE});
   } else if (drawn < 54) {
     const auto type = static_cast<std::int32_t>(Draw(CLOUD_TYPES));
-    Add({app, AnyOf(L"cloud", FILES_PER_KIND), FIRST_CLOUD + type});
+    Add({app, Draw(2) == 0 ? AnyOf(L"cloud", FILES_PER_KIND) : OnlyOne(L"cloud"), FIRST_CLOUD + type});
   } else if (drawn < 60) {
     Add({eitherApp, AnyOf(L"both", CLOSED_PER_ROUND), READ}, When::LATER, Silence::DUPLICATE);
   } else if (drawn < 64) {
@@ -214,7 +224,7 @@ std::uint32_t FileLoad::Add(const Sender& sender, When when, Silence silence) {
   event.readSize = 1;
   if (name.size() >= OSTREL_LAB_FILE_NAME_LENGTH) throw std::runtime_error("the name is too long");
   std::copy(name.begin(), name.end(), event.fileName);
-  books_.Send(number, silence);
+  books_.Send(number, actors_.ImageOf(sender.process), silence);
   burst_.push_back(event);
   return number;
 }
@@ -232,6 +242,11 @@ void FileLoad::Submit() {
 
 std::wstring FileLoad::AnyOf(const std::wstring& kind, std::uint32_t count) {
   return Path(kind, Draw(count));
+}
+
+// Merges with nothing, so what becomes of it is its own.
+std::wstring FileLoad::OnlyOne(const std::wstring& kind) {
+  return Path(kind + L"-only", ++onlyOnes_);
 }
 
 std::wstring FileLoad::Path(const std::wstring& kind, std::uint32_t number) const {

@@ -29,6 +29,8 @@ class Actors {
   // A new process, for the caller to end.
   lab::StandInProcess StartMortal() const;
 
+  const wchar_t* ImageOf(DWORD process) const;
+
  private:
   std::filesystem::path folder_;
   lab::StandInProcess app_;
@@ -83,6 +85,7 @@ class FileLoad {
   std::uint32_t Add(const Sender& sender, When when = When::DUE, Silence silence = Silence::NONE);
   void Submit();
   std::wstring AnyOf(const std::wstring& kind, std::uint32_t count);
+  std::wstring OnlyOne(const std::wstring& kind);
   std::wstring Path(const std::wstring& kind, std::uint32_t number) const;
   std::wstring WrittenInRound(std::uint32_t round, std::uint32_t number) const;
   void MakeFiles() const;
@@ -96,6 +99,7 @@ class FileLoad {
   std::mt19937 random_{20240501};
   std::uint32_t lastNumber_ = 0;
   std::uint32_t newFiles_ = 0;
+  std::uint32_t onlyOnes_ = 0;
   std::uint32_t sentinels_ = 0;
   std::uint32_t rounds_ = 0;
   std::vector<OstrelLabEvent> burst_;

@@ -17,8 +17,16 @@ enum class Process { RUNS, MAY_BE_GONE, IS_GONE };
 // The books over packet records. A record's number of bytes stands for it: no two records have the same.
 class RecordBooks {
  public:
+  // What the lines about a record must say.
+  struct Sender {
+    const wchar_t* image;
+    bool isUpload;
+    std::int32_t port;
+    // Record i of several has port `port` + i modulo so many.
+    std::uint32_t ports = 1;
+  };
   // Records `first` to `first` + `count` - 1.
-  void Send(std::uint64_t first, std::uint64_t count, Process process);
+  void Send(std::uint64_t first, std::uint64_t count, const Sender& sender, Process process);
 
   // Called by the library's threads. Texts come without the library's prefix.
   void TakeLine(std::wstring_view line);
@@ -39,11 +47,20 @@ class RecordBooks {
   std::vector<std::string> Errors();
 
  private:
-  void TakeFiled(std::uint64_t number);
+  struct Sent {
+    const wchar_t* image;
+    bool isUpload;
+    std::int32_t port;
+    Process process;
+  };
+
+  // Direction, process, address with port, and the number.
+  void TakeFiled(std::wstring_view line);
+  void Compare(const Sent& sent, std::wstring_view line, std::uint64_t number);
   void AddError(const std::string& what, std::uint64_t number);
 
   Lock lock_;
-  std::vector<Process> open_;  // of this round, from first_ on
+  std::vector<Sent> open_;  // of this round, from first_ on
   std::vector<bool> isFiled_;
   std::uint64_t first_ = 0;
   Counts counts_;

@@ -28,16 +28,20 @@ lab::NetworkLink OpenDriver() {
 RecordLoad::RecordLoad(RecordBooks& books, const Actors& actors, std::uint64_t now)
     : books_(books), actors_(actors), now_(now), driver_(OpenDriver()) {}
 
-OstrelLabPacketRecord RecordLoad::Next(DWORD process, Process state) {
+OstrelLabPacketRecord RecordLoad::Next(DWORD process, Process state, Stream stream) {
+  books_.Send(++lastNumber_, 1, {actors_.ImageOf(process), stream.isUpload, stream.port}, state);
+  return Record(lastNumber_, process, stream);
+}
+
+OstrelLabPacketRecord RecordLoad::Record(std::uint64_t number, DWORD process, Stream stream) const {
   OstrelLabPacketRecord record{};
-  record.bytes = ++lastNumber_;
+  record.bytes = number;
   record.ipv4 = LOOPBACK;
-  record.port = 443;
-  record.isUpload = 1;
+  record.port = stream.port;
+  record.isUpload = stream.isUpload ? 1 : 0;
   record.processId = process;
   record.time = now_ - DAY_MILLISECONDS;
   record.ipVersion = OSTREL_LAB_IPV4;
-  books_.Send(record.bytes, 1, state);
   return record;
 }
 
@@ -46,11 +50,12 @@ void RecordLoad::StartFlood(std::uint64_t count) {
   flood.count = count;
   flood.bytesStep = 1;
   flood.ports = FLOOD_PORTS;
-  flood.first = Next(actors_.Talker(), Process::RUNS);
+  flood.first = Record(lastNumber_ + 1, actors_.Talker(), TALK);
   flood.first.ipv4 = DOCUMENTATION_ADDRESS;
   flood.first.time = now_ + DAY_MILLISECONDS;
-  books_.Send(lastNumber_ + 1, count - 1, Process::RUNS);
-  lastNumber_ += count - 1;
+  books_.Send(lastNumber_ + 1, count,
+              {actors_.ImageOf(actors_.Talker()), TALK.isUpload, TALK.port, FLOOD_PORTS}, Process::RUNS);
+  lastNumber_ += count;
   driver_.Flood(flood);
 }
 
@@ -58,23 +63,22 @@ void RecordLoad::SendPortion(DWORD mortal, bool mortalRuns) {
   constexpr int OF_EACH = 10;
   std::vector<OstrelLabPacketRecord> records;
   for (int i = 0; i < OF_EACH; ++i) {
-    records.push_back(Next(actors_.App(), Process::RUNS));
-    records.push_back(Next(actors_.Chrome(), Process::RUNS));
-    records.back().isUpload = 0;
+    records.push_back(Next(actors_.App(), Process::RUNS, APP));
+    records.push_back(Next(actors_.Chrome(), Process::RUNS, CHROME));
     records.back().ipVersion = OSTREL_LAB_IPV6;
     records.back().ipv6[15] = 1;
-    records.push_back(Next(actors_.Gone(), Process::IS_GONE));
-    records.push_back(Next(mortal, mortalRuns ? Process::MAY_BE_GONE : Process::IS_GONE));
+    records.push_back(Next(actors_.Gone(), Process::IS_GONE, GONE));
+    records.push_back(Next(mortal, mortalRuns ? Process::MAY_BE_GONE : Process::IS_GONE, MORTAL));
   }
   driver_.Submit(std::move(records));
 }
 
 void RecordLoad::SendLastOfRound() {
   std::vector<OstrelLabPacketRecord> records;
-  for (std::uint32_t port = 0; port < FLOOD_PORTS; ++port) {
-    records.push_back(Next(actors_.Talker(), Process::RUNS));
+  for (std::uint32_t i = 0; i < FLOOD_PORTS; ++i) {
+    const auto port = TALK.port + static_cast<std::int32_t>(i);
+    records.push_back(Next(actors_.Talker(), Process::RUNS, {TALK.isUpload, port}));
     records.back().ipv4 = DOCUMENTATION_ADDRESS;
-    records.back().port += static_cast<std::int32_t>(port);
   }
   driver_.Submit(std::move(records));
 }

@@ -15,6 +15,9 @@ namespace ostrel::test {
 // records are long past from the start, and any pass of the disk event thread may purge their streams.
 class RecordLoad {
  public:
+  // Of the one process that has both files to upload and streams that go out.
+  static constexpr std::int32_t APP_PORT = 1000;
+
   RecordLoad(RecordBooks& books, const Actors& actors, std::uint64_t now);
 
   // So many records of a running process, as fast as the library takes them.
@@ -30,7 +33,19 @@ class RecordLoad {
   OstrelLabNetworkStatus Status() { return driver_.Status(); }
 
  private:
-  OstrelLabPacketRecord Next(DWORD process, Process state);
+  struct Stream {
+    bool isUpload;
+    std::int32_t port;
+  };
+  // Each actor has ports of its own.
+  static constexpr Stream APP{true, APP_PORT};
+  static constexpr Stream CHROME{false, 2000};
+  static constexpr Stream GONE{true, 3000};
+  static constexpr Stream MORTAL{true, 4000};
+  static constexpr Stream TALK{true, 5000};
+
+  OstrelLabPacketRecord Next(DWORD process, Process state, Stream stream);
+  OstrelLabPacketRecord Record(std::uint64_t number, DWORD process, Stream stream) const;
 
   RecordBooks& books_;
   const Actors& actors_;

@@ -52,10 +52,12 @@ struct {
   FileBooks* files = nullptr;
   RecordBooks* records = nullptr;
   std::atomic<std::uint64_t> reports{0};
+  std::atomic<std::uint64_t> helpers{0};
   std::atomic<std::uint64_t> titles{0};
   std::atomic<std::uint64_t> unavailableHelpers{0};
   Lock lock;
   std::vector<std::wstring> unexpectedErrors;
+  std::vector<std::wstring> unexpectedReports;
 } told;
 
 // What the load itself brings about, and what the first loading on a new machine does.
@@ -74,6 +76,7 @@ void TakeLine(const wchar_t* text, std::uint32_t level) {
   const std::wstring_view line = std::wstring_view(text).substr(PREFIX.size());
   told.files->TakeLine(line);
   told.records->TakeLine(line);
+  if (line.starts_with(L"Created Ostrel user proc successfully")) ++told.helpers;
   if (line.starts_with(L"Received application title information")) ++told.titles;
   if (line.starts_with(L"Could not get information. Remote pipe")) ++told.unavailableHelpers;
   if (level != 3 || IsExpectedError(line)) return;
@@ -90,18 +93,48 @@ void BeSlow() {
   if (report % REPORTS_BETWEEN_LONG == 0) Sleep(1500);
 }
 
-void TakeActivity(const wchar_t* file, const wchar_t* process, const wchar_t*, std::uint64_t endTime,
-                  std::uint32_t type, std::int32_t, wchar_t**, std::uint32_t*, wchar_t**, std::int32_t,
-                  wchar_t**, const wchar_t*, std::uint8_t, const wchar_t*, const wchar_t*, std::uint32_t,
-                  const wchar_t*, const wchar_t*) {
-  told.files->TakeReport(file, process, endTime, type);
+// Titles are asked for about new files only, and some helpers give none.
+bool AreExpectedTitles(std::wstring_view file, std::int32_t count, wchar_t** titles,
+                       std::wstring_view status) {
+  if (file.find(L"\\new-") == std::wstring_view::npos) return count == 0 && status.empty();
+  if (status == L"TABTITLE_SUCCESS") return count == 1 && std::wstring_view(titles[0]) == L"News";
+  return count == 0 && (status == L"PIPE_NOT_AVAILABLE" || status == L"TABTITLE_CONNECT_PIPE_FAILED");
+}
+
+// One program has both uploads and streams that go out; it may have none left by now.
+bool AreExpectedStreams(std::wstring_view process, std::uint32_t type, std::int32_t count,
+                        wchar_t** addresses, const std::uint32_t* ports) {
+  if (count == 0) return true;
+  return count == 1 && type == 0 && process.ends_with(L"\\app.exe") &&
+         std::wstring_view(addresses[0]) == L"127.0.0.1" && ports[0] == RecordLoad::APP_PORT;
+}
+
+void TakeActivity(const wchar_t* file, const wchar_t* process, const wchar_t* user, std::uint64_t endTime,
+                  std::uint32_t type, std::int32_t streams, wchar_t** addresses, std::uint32_t* ports,
+                  wchar_t**, std::int32_t hints, wchar_t** titles, const wchar_t* titleStatus,
+                  std::uint8_t isNetworkDrive, const wchar_t* sha256, const wchar_t* md5, std::uint32_t size,
+                  const wchar_t* status, const wchar_t* extra) {
+  told.files->TakeReport({file, process, user, endTime, type});
+  const bool hasNoMetadata =
+      isNetworkDrive == 0 && *sha256 == 0 && *md5 == 0 && size == 0 && *status == 0 && *extra == 0;
+  if (!hasNoMetadata || !AreExpectedTitles(file, hints, titles, titleStatus) ||
+      !AreExpectedStreams(process, type, streams, addresses, ports)) {
+    const Lock::Holder holder(told.lock);
+    told.unexpectedReports.push_back(file + std::wstring(L" of ") + process + L" " + titleStatus);
+  }
   BeSlow();
 }
 
-void TakeCloud(const wchar_t* file, const wchar_t* process, const wchar_t*, std::uint64_t endTime,
+void TakeCloud(const wchar_t* file, const wchar_t* process, const wchar_t* user, std::uint64_t endTime,
                std::uint32_t type) {
-  told.files->TakeReport(file, process, endTime, type);
+  told.files->TakeReport({file, process, user, endTime, type});
   BeSlow();
+}
+
+std::wstring UserName() {
+  wchar_t user[256] = {};
+  DWORD length = 256;
+  return GetUserNameW(user, &length) ? user : L"";
 }
 
 template <typename Condition>
@@ -137,12 +170,10 @@ class Soak : public ::testing::Test {
   }
 
   void SetUp() override {
-    wchar_t user[256] = {};
-    DWORD length = 256;
-    ASSERT_TRUE(GetUserNameW(user, &length));
+    ASSERT_NE(UserName(), L"");
     const wchar_t* names[] = {L"app.exe", L"other.exe", L"chrome.exe", L"firefox.exe", L"talker.exe"};
     ASSERT_EQ(LoadDriver(TakeLine, 7), 1);
-    ASSERT_EQ(EnableActivityDetection(TakeActivity, user, names, 5, nullptr, 0, 0, 1, 0), 1);
+    ASSERT_EQ(EnableActivityDetection(TakeActivity, UserName().c_str(), names, 5, nullptr, 0, 0, 1, 0), 1);
     ASSERT_EQ(EnablePCDDetection(TakeCloud, names, 1, nullptr, 0, nullptr, 0), 1);
     fileLoad_.emplace(files_, *actors_, folder_, now_);
     recordLoad_.emplace(records_, *actors_, now_);
@@ -189,10 +220,14 @@ class Soak : public ::testing::Test {
     ASSERT_TRUE(fileLoad_->WaitUntilHandled());
   }
 
-  // One helper that answers, and one that does not or not in time.
+  // Helpers that answer, and one that does not or not in time.
   void PlayTitles(std::uint64_t round) {
     static constexpr const wchar_t* BEHAVIOURS[] = {END_AT_ONCE, MAKE_THE_PIPE_LATE, ANSWER_LATE};
+    constexpr int MORE_FILES = 6;
     EnableTabTitles();
+    SetEnvironmentVariableW(BEHAVIOUR_VARIABLE, ANSWER);
+    for (int file = 0; file < MORE_FILES; ++file) fileLoad_->SendReadsOfNewFile(1);
+    ASSERT_TRUE(fileLoad_->WaitUntilHandled());
     for (const wchar_t* behaviour : {ANSWER, BEHAVIOURS[round % 3]}) {
       SetEnvironmentVariableW(BEHAVIOUR_VARIABLE, behaviour);
       fileLoad_->SendReadsOfNewFile(20);
@@ -242,7 +277,7 @@ class Soak : public ::testing::Test {
   const std::filesystem::path formerFolder_ = std::filesystem::current_path();
   const std::filesystem::path folder_ = std::filesystem::temp_directory_path() / "ostrel-soak";
   const std::uint64_t now_ = Now();
-  FileBooks files_{FileLoad::DueTime(now_)};
+  FileBooks files_{FileLoad::DueTime(now_), UserName()};
   RecordBooks records_;
   std::unique_ptr<Actors> actors_;
   std::optional<FileLoad> fileLoad_;
@@ -258,6 +293,7 @@ TEST_F(Soak, EveryEventAndEveryRecordIsAccountedForAndNothingGrows) {
   const std::uint64_t end = GetTickCount64() + Setting("OSTREL_SOAK_MINUTES", 0) * 60'000;
   HandleCounts handles;
   std::size_t privateBytes = 0;
+  std::uint64_t helpers = 0;
   for (std::uint64_t round = 0; round < FEWEST_ROUNDS || files_.Sent() < events ||
                                 records_.Read().sent < events || GetTickCount64() < end;
        ++round) {
@@ -266,10 +302,12 @@ TEST_F(Soak, EveryEventAndEveryRecordIsAccountedForAndNothingGrows) {
     if (round > 1) continue;
     handles = OpenHandles();
     privateBytes = PrivateBytes();
+    helpers = told.helpers;
   }
 
   EXPECT_TRUE(AreAsExpected(OpenHandles(), handles))
       << ::testing::PrintToString(OpenHandles()) << " instead of " << ::testing::PrintToString(handles);
+  EXPECT_GT(told.helpers, helpers + MOST_EVENTS_OF_LOCKS) << "too few for a handle of each to show";
   EXPECT_LT(PrivateBytes(), privateBytes + 1024 * 1024);
 
   ShowBooks();
@@ -305,6 +343,7 @@ TEST_F(Soak, EveryEventAndEveryRecordIsAccountedForAndNothingGrows) {
   EXPECT_GT(told.titles, 0U);
   EXPECT_GT(told.unavailableHelpers, 0U);
   EXPECT_THAT(told.unexpectedErrors, IsEmpty());
+  EXPECT_THAT(told.unexpectedReports, IsEmpty());
 }
 
 }  // namespace

@@ -11,9 +11,11 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cstdio>
 #include <cwchar>
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "driver_link.h"
@@ -42,6 +44,7 @@ struct {
   std::atomic<std::size_t> startedHelpers{0};
   std::atomic<std::size_t> startedLoops{0};
   std::atomic<std::size_t> endedLoops{0};
+  std::atomic<std::size_t> unloadNotices{0};
   std::atomic<std::size_t> endedReaders{0};
   std::atomic<std::size_t> closedBefore{0};
   std::atomic<std::size_t> blockedThreads{0};
@@ -70,6 +73,7 @@ void CountLine(const wchar_t* text, std::uint32_t level) {
   if (has(L"Notification procedure started.")) ++logged.startedLoops;
   if (has(L"GetNWPacketInfo thread ended")) ++logged.endedReaders;
   const bool portIsGone = has(L"receiving notifications: HResult: 80070006");
+  if (has(L"Driver unloaded.")) ++logged.unloadNotices;
   if (has(L"Driver unloaded.") || portIsGone) ++logged.endedLoops;
   if (level != 3 || portIsGone) return;
   if (has(L"Could not close handle to NW driver. Code: 6")) {
@@ -82,15 +86,35 @@ void CountLine(const wchar_t* text, std::uint32_t level) {
   }
 }
 
-// A host's callback for cloud-drive events that blocks while it is told to.
+// The driver waits for its messages for 5 seconds, and the two threads are waited for for 3 each; the rest is
+// for a loaded machine.
+constexpr ULONGLONG LONGEST_UNLOADING_MILLISECONDS = 5000 + 2 * 3000 + 20'000;
+std::atomic<ULONGLONG> longestUnloading{0};
+
+void UnloadInTime() {
+  const ULONGLONG start = GetTickCount64();
+  EXPECT_EQ(UnloadDriver(), 1);
+  const ULONGLONG taken = GetTickCount64() - start;
+  EXPECT_LT(taken, LONGEST_UNLOADING_MILLISECONDS);
+  longestUnloading = std::max<ULONGLONG>(longestUnloading, taken);
+}
+
+// A host's callback for cloud-drive events that blocks while it is told to, or unloads the library.
 struct {
   Lock lock;
+  bool isToUnload = false;
   bool isToBlock = false;
   bool isBlocking = false;
   std::size_t reports = 0;
 } callback;
 
+bool IsToUnload() {
+  const Lock::Holder holder(callback.lock);
+  return std::exchange(callback.isToUnload, false);
+}
+
 void OnCloud(const wchar_t*, const wchar_t*, const wchar_t*, std::uint64_t, std::uint32_t) {
+  if (IsToUnload()) UnloadInTime();
   Lock::Holder holder(callback.lock);
   ++callback.reports;
   callback.isBlocking = callback.isToBlock;
@@ -103,6 +127,11 @@ void BlockCallback(bool block) {
   Lock::Holder holder(callback.lock);
   callback.isToBlock = block;
   holder.Changed();
+}
+
+void LetCallbackUnload() {
+  const Lock::Holder holder(callback.lock);
+  callback.isToUnload = true;
 }
 
 bool WaitUntilCallbackBlocks() {
@@ -180,8 +209,7 @@ class Torture : public NetworkOnLab {
   // Begins a flood of records and sends file events, of which the library is handling one or another when
   // this returns.
   void BeginFloods() {
-    // Few enough for a loaded machine to acknowledge them while the driver waits to unload.
-    constexpr std::size_t FILE_EVENTS = 40;
+    constexpr std::size_t FILE_EVENTS = 20;
     const std::size_t filed = logged.filedRecords;
     const std::size_t received = logged.receivedEvents;
     OstrelLabFlood flood{};
@@ -195,12 +223,24 @@ class Torture : public NetworkOnLab {
     ASSERT_TRUE(WaitFor([&] { return logged.filedRecords > filed && logged.receivedEvents > received; }));
   }
 
+  // So many that most wait still when the next call begins; few enough for a loaded machine to acknowledge
+  // them while the driver waits to unload.
+  void PileUp() { SendEvents(40); }
+
+  // Records and file events that the library has not handled.
+  static bool IsInFlight() {
+    const OstrelLabStatus files = DriverLink::TryOpen().value().Status();
+    const OstrelLabNetworkStatus records = Player().Status();
+    return files.queued + files.outstanding > 0 && records.floodRemaining > 0;
+  }
+
   // Of both caches, and a day from being due, so that they merge.
   void SendEvents(std::size_t count) {
     std::vector<OstrelLabEvent> events;
     for (std::size_t i = 0; i < count; ++i) {
       events.push_back(Event(i % 2 == 0 ? READ : CLOUD, i % 20, Sent(1).time + A_DAY));
     }
+    sentEvents_ += count;
     SendFiles(std::move(events));
   }
 
@@ -220,13 +260,8 @@ class Torture : public NetworkOnLab {
     ASSERT_TRUE(WaitFor([started] { return logged.startedHelpers > started; })) << "no helper is started";
   }
 
-  void UnloadInTime() {
-    // The driver waits for its messages for 5 seconds, and the two threads are waited for for 3 each; the
-    // rest is for a loaded machine.
-    constexpr ULONGLONG LONGEST_MILLISECONDS = 5000 + 2 * 3000 + 20'000;
-    const ULONGLONG start = GetTickCount64();
-    ASSERT_EQ(UnloadDriver(), 1);
-    EXPECT_LT(GetTickCount64() - start, LONGEST_MILLISECONDS);
+  static void UnloadAll() {
+    UnloadInTime();
     DisableRemoteAddressInfo();
   }
 
@@ -245,6 +280,9 @@ class Torture : public NetworkOnLab {
     SendDue();
     EXPECT_TRUE(WaitFor([before] { return Reports() > before; })) << "nothing is reported";
   }
+
+  // By SendEvents.
+  std::size_t sentEvents_ = 0;
 
  private:
   static std::filesystem::path HelperFolder() {
@@ -277,13 +315,18 @@ TEST_F(Torture, LoadingAndUnloadingWithEverythingUnderWayLeavesNothingButTheThre
   ASSERT_EQ(UnloadDriver(), 1);
   HandleCounts handlesBefore;
   std::vector<std::size_t> privateBytes;
+  std::size_t inFlight = 0;
+  std::size_t notices = 0;
   for (std::size_t cycle = 0; cycle < WARM_UP + cycles; ++cycle) {
     if (cycle == WARM_UP) {
       handlesBefore = OpenHandles();
       privateBytes.clear();
       logged.endedReaders = 0;
       logged.closedBefore = 0;
+      inFlight = notices = 0;
     }
+    const std::size_t notHandled = sentEvents_ - logged.receivedEvents;
+    const std::size_t noticesBefore = logged.unloadNotices;
     ASSERT_NO_FATAL_FAILURE(LoadAll());
     ASSERT_NO_FATAL_FAILURE(BeginFloods());
     if (cycle % SWITCHING_EVERY == 3) {
@@ -291,10 +334,23 @@ TEST_F(Torture, LoadingAndUnloadingWithEverythingUnderWayLeavesNothingButTheThre
       Enable();
       ASSERT_NO_FATAL_FAILURE(BeginFloods());
     }
-    ASSERT_NO_FATAL_FAILURE(UnloadInTime());
+    PileUp();
+    if (IsInFlight()) ++inFlight;
+    UnloadAll();
     ASSERT_TRUE(WaitUntilLoopsEnd());
+    if (logged.unloadNotices > noticesBefore) {
+      ++notices;
+      EXPECT_EQ(sentEvents_ - logged.receivedEvents, notHandled) << "an event before the notice is lost";
+    }
     privateBytes.push_back(PrivateBytes());
   }
+
+  std::printf(
+      "%zu of %zu unloadings with messages in flight, of which %zu ended with the driver's notice; "
+      "the longest took %llu ms\n",
+      inFlight, cycles, notices, static_cast<unsigned long long>(longestUnloading));
+  EXPECT_GT(inFlight, cycles / 2);
+  EXPECT_GT(notices, cycles / 2);
 
   // Unloading ends the reader, and the switching off that follows waits for it once more and finds its device
   // closed. A stop that took longer than its 3000 milliseconds would be an error line.
@@ -322,7 +378,7 @@ TEST_F(Torture, LoadingAndUnloadingWithEverythingUnderWayLeavesNothingButTheThre
 
 TEST_F(Torture, UnloadingWhileTheHelperHangsEndsInTimeAndLeavesNoThread) {
   ASSERT_NO_FATAL_FAILURE(SwitchAllOn());
-  ASSERT_NO_FATAL_FAILURE(UnloadInTime());
+  UnloadAll();
   ASSERT_TRUE(WaitUntilLoopsEnd());
   const std::size_t threads = ThreadsOfThisProcess();
   for (const std::size_t waitingBehind : {std::size_t{0}, std::size_t{100}}) {
@@ -333,7 +389,7 @@ TEST_F(Torture, UnloadingWhileTheHelperHangsEndsInTimeAndLeavesNoThread) {
     for (std::size_t i = 0; i < waitingBehind; ++i) {
       SendFiles({Event(READ, i + 10'000 * waitingBehind, Sent(1).time + A_DAY)});
     }
-    ASSERT_NO_FATAL_FAILURE(UnloadInTime());
+    UnloadAll();
     ASSERT_TRUE(WaitUntilLoopsEnd());
     EXPECT_TRUE(WaitFor([threads] { return ThreadsOfThisProcess() <= threads; }))
         << ThreadsOfThisProcess() << " threads instead of " << threads;
@@ -344,7 +400,7 @@ TEST_F(Torture, UnloadingWhileTheHelperHangsEndsInTimeAndLeavesNoThread) {
 
 TEST_F(Torture, UnloadingWhileTheCallbackBlocksEndsInTimeAndLeavesNoThreadOnceItReturns) {
   ASSERT_NO_FATAL_FAILURE(SwitchAllOn());
-  ASSERT_NO_FATAL_FAILURE(UnloadInTime());
+  UnloadAll();
   ASSERT_TRUE(WaitUntilLoopsEnd());
   const std::size_t threads = ThreadsOfThisProcess();
   const std::size_t blockedBefore = logged.blockedThreads;
@@ -353,12 +409,36 @@ TEST_F(Torture, UnloadingWhileTheCallbackBlocksEndsInTimeAndLeavesNoThreadOnceIt
   SendDue();
   ASSERT_TRUE(WaitUntilCallbackBlocks());
   ASSERT_NO_FATAL_FAILURE(BeginFloods());
-  ASSERT_NO_FATAL_FAILURE(UnloadInTime());
+  UnloadAll();
   EXPECT_EQ(logged.blockedThreads, blockedBefore + 1);
   ASSERT_TRUE(WaitUntilLoopsEnd());
   BlockCallback(false);
   EXPECT_TRUE(WaitFor([threads] { return ThreadsOfThisProcess() <= threads; }))
       << ThreadsOfThisProcess() << " threads instead of " << threads;
+  ASSERT_NO_FATAL_FAILURE(ExpectThatItWorksAgain());
+}
+
+// The disk event thread is given up on, because it waits for itself.
+TEST_F(Torture, UnloadingFromACallbackEndsInTimeAndLeavesNoThreadOnceItReturns) {
+  ASSERT_NO_FATAL_FAILURE(SwitchAllOn());
+  UnloadAll();
+  ASSERT_TRUE(WaitUntilLoopsEnd());
+  const std::size_t threads = ThreadsOfThisProcess();
+  const std::size_t blockedBefore = logged.blockedThreads;
+  const std::size_t reports = Reports();
+  ASSERT_NO_FATAL_FAILURE(LoadAll());
+  ASSERT_NO_FATAL_FAILURE(BeginFloods());
+  LetCallbackUnload();
+  SendDue();
+  PileUp();
+  ASSERT_TRUE(WaitFor([reports] { return Reports() > reports; })) << "the callback does not return";
+  EXPECT_EQ(logged.blockedThreads, blockedBefore + 1);
+  DisableRemoteAddressInfo();
+  ASSERT_TRUE(WaitUntilLoopsEnd());
+  EXPECT_TRUE(WaitFor([threads] { return ThreadsOfThisProcess() <= threads; }))
+      << ThreadsOfThisProcess() << " threads instead of " << threads;
+  EXPECT_EQ(Reports(), reports + 1) << "something is reported after the unloading";
+  EXPECT_THAT(OtherErrors(), ::testing::IsEmpty());
   ASSERT_NO_FATAL_FAILURE(ExpectThatItWorksAgain());
 }
 
@@ -370,7 +450,7 @@ TEST_F(Torture, UnloadingWhileHelperAndCallbackHangInAFloodEndsInTime) {
   ASSERT_TRUE(WaitUntilCallbackBlocks());
   ASSERT_NO_FATAL_FAILURE(BeginFloods());
   ASSERT_NO_FATAL_FAILURE(HangTheHelper());
-  ASSERT_NO_FATAL_FAILURE(UnloadInTime());
+  UnloadAll();
   EXPECT_EQ(logged.blockedThreads, blockedBefore + 1);
   BlockCallback(false);
   ASSERT_TRUE(WaitUntilLoopsEnd());

@@ -12,6 +12,7 @@ namespace {
 std::atomic<DWORD> watchedThread{0};
 std::atomic<int> allocations{0};
 std::atomic<int> heldBlocks{0};
+std::atomic<long> moduleBlocks{0};
 std::atomic<int> untilRefusal{0};
 std::atomic<bool> hasRefused{false};
 
@@ -32,42 +33,54 @@ bool IsWatched() {
 }
 
 // What the ledger itself takes from the heap does not count.
-void EnterRefusal() {
+void EnterRefusal(const char* function) {
   const DWORD thread = watchedThread.exchange(0);
-  FailureLedger::OfThisProgram().Failed("malloc", ERROR_NOT_ENOUGH_MEMORY);
+  FailureLedger::OfThisProgram().Failed(function, ERROR_NOT_ENOUGH_MEMORY);
   watchedThread = thread;
 }
 
-void* Malloc(std::size_t size) {
-  if (!IsWatched()) return originalMalloc(size);
+// True when the caller is to get no memory.
+bool IsRefused(const char* function) {
+  if (!IsWatched()) return false;
   ++allocations;
-  if (untilRefusal > 0 && --untilRefusal == 0) {
-    hasRefused = true;
-    EnterRefusal();
-    return nullptr;
-  }
-  ++heldBlocks;
-  return originalMalloc(size);
+  if (untilRefusal == 0 || --untilRefusal != 0) return false;
+  hasRefused = true;
+  EnterRefusal(function);
+  return true;
+}
+
+void Gave(const void* block) {
+  if (block == nullptr) return;
+  ++moduleBlocks;
+  if (IsWatched()) ++heldBlocks;
+}
+
+void* Malloc(std::size_t size) {
+  if (IsRefused("malloc")) return nullptr;
+  void* const block = originalMalloc(size);
+  Gave(block);
+  return block;
 }
 
 void* Calloc(std::size_t count, std::size_t size) {
-  if (IsWatched()) {
-    ++allocations;
-    ++heldBlocks;
-  }
-  return originalCalloc(count, size);
+  if (IsRefused("calloc")) return nullptr;
+  void* const block = originalCalloc(count, size);
+  Gave(block);
+  return block;
 }
 
 void* Realloc(void* block, std::size_t size) {
-  if (IsWatched()) {
-    ++allocations;
-    if (block == nullptr) ++heldBlocks;
-  }
-  return originalRealloc(block, size);
+  if (IsRefused("realloc")) return nullptr;
+  void* const moved = originalRealloc(block, size);
+  if (block == nullptr) Gave(moved);
+  return moved;
 }
 
 void Free(void* block) {
-  if (IsWatched() && block != nullptr) --heldBlocks;
+  if (block != nullptr) {
+    --moduleBlocks;
+    if (IsWatched()) --heldBlocks;
+  }
   originalFree(block);
 }
 
@@ -79,6 +92,7 @@ HeapWatch::HeapWatch(HMODULE module, DWORD threadId)
       realloc_(module, "realloc", Replace(originalRealloc, module, "realloc", &Realloc)),
       free_(module, "free", Replace(originalFree, module, "free", &Free)) {
   Begin();
+  moduleBlocks = 0;
   watchedThread = threadId;
 }
 
@@ -103,6 +117,10 @@ bool HeapWatch::HasRefused() {
 
 int HeapWatch::HeldBlocks() {
   return heldBlocks;
+}
+
+long HeapWatch::ModuleBlocks() {
+  return moduleBlocks;
 }
 
 }  // namespace ostrel::test
