@@ -39,15 +39,16 @@ class NetworkTest : public LibraryTest {
     const std::size_t before = system_.transcript.OfThisThread().size();
     library_.EnableRemoteAddressInfo(names_, 2);
     const Lines lines = LinesSince(before);
-    CameTo("EnableRemoteAddressInfo: " +
-           Outcome(lines, "on",
-                   {{"starting the service", Has(lines, "log 6 Started nw filter driver successfully.")},
-                    {"the callouts of IPv4", network_.HasKey("{3aaccbc0-2c29-455f-bb91-0e801c8994a4}")},
-                    {"the callouts of IPv6", network_.HasKey("{30d7c71e-d02d-4f3e-86bd-116b09d6fd38}")},
-                    {"the filters", network_.FilterCount() > 0},
-                    {"monitoring", Has(lines, "log 6 Ostrel NW monitoring enabled.")},
-                    {"starting the reader", Has(lines, "log 6 Started NW receive notification thread.")},
-                    {"sending the list", Has(lines, "log 6 Sent proc names to nw filter. ")}}));
+    FailureLedger::OfThisProgram().CallCameTo(
+        "EnableRemoteAddressInfo: " +
+        Outcome(lines, "on",
+                {{"starting the service", Has(lines, "log 6 Started nw filter driver successfully.")},
+                 {"the callouts of IPv4", network_.HasKey("{3aaccbc0-2c29-455f-bb91-0e801c8994a4}")},
+                 {"the callouts of IPv6", network_.HasKey("{30d7c71e-d02d-4f3e-86bd-116b09d6fd38}")},
+                 {"the filters", network_.FilterCount() > 0},
+                 {"monitoring", Has(lines, "log 6 Ostrel NW monitoring enabled.")},
+                 {"starting the reader", Has(lines, "log 6 Started NW receive notification thread.")},
+                 {"sending the list", Has(lines, "log 6 Sent proc names to nw filter. ")}}));
   }
   void DisableRemote() {
     const std::size_t before = system_.transcript.OfThisThread().size();

@@ -2,6 +2,7 @@
 #include <optional>
 
 #include "network_test.h"
+#include "support/failure_rows.h"
 
 namespace ostrel::test {
 
@@ -107,7 +108,8 @@ TEST_P(ThePacketReadersFirstBlocks, StayWhenThereIsNoMemoryForTheNextOne) {
   ASSERT_NO_FATAL_FAILURE(Start(GetParam()));
   ASSERT_TRUE(system_.WaitForThreadEnd(0));
   EXPECT_EQ(ExitCode(), 0xFFFFFFFFU);
-  CameTo("The packet reader: ends with exit code 4294967295");
+  ostrel_test::EnterFailure("Memory for a request block", "refused", {Reader().back()},
+                            "The packet reader: ends with exit code 4294967295");
   EXPECT_EQ(Reader().front(), "log 7 GetNWPacketInfo thread started");
   EXPECT_EQ(Reader().back(), "log 3 Could not allocate buffer. Ending thread.");
   EXPECT_EQ(Reader().size(), 2 + 2 * GetParam());
@@ -123,7 +125,9 @@ INSTANTIATE_TEST_SUITE_P(Of63, ThePacketReadersFirstBlocks, ::testing::Values(0U
 
 // The record is lost, its request is made again, and the next record is filed.
 TEST_F(ThePacketReadersBlocks, StayInUseWhenThereIsNoMemoryToFileARecord) {
-  FailureLedger::OfThisProgram().Chosen("malloc", "of what there is no memory for, nothing is filed half");
+  ostrel_test::EnterFailure("Memory for a packet record", "refused", {},
+                            "The packet reader: loses the record, and makes its request again",
+                            "of what there is no memory for, nothing is filed half");
   ASSERT_NO_FATAL_FAILURE(Start());
   ASSERT_TRUE(WaitUntilReading());
   std::size_t waits = 1;
@@ -134,7 +138,6 @@ TEST_F(ThePacketReadersBlocks, StayInUseWhenThereIsNoMemoryToFileARecord) {
     network_.RefuseMemory(refusals + 1);
     network_.Complete(0, packet);
     ASSERT_TRUE(WaitUntilReading(++waits));
-    CameTo("The packet reader: loses the record, and makes its request again");
     refused = network_.HasRefusedMemory();
   }
   EXPECT_GE(refusals, 3) << "the name and the two maps take memory";

@@ -192,8 +192,17 @@ void FailureLedger::Concerns(const std::string& function) {
 }
 
 void FailureLedger::CameTo(const std::string& result) {
+  EnterResult(result, false);
+}
+
+void FailureLedger::CallCameTo(const std::string& result) {
+  EnterResult(result, true);
+}
+
+void FailureLedger::EnterResult(const std::string& result, bool ofTestThreadOnly) {
   const Lock::Holder holder(lock_);
   for (Row& row : rows_) {
+    if (ofTestThreadOnly && row.thread != testThread_) continue;
     if (row.result.empty()) row.result = result;
     // A thread that still runs may be about to write its line.
     if (row.thread == testThread_) row.isOpen = false;

@@ -46,6 +46,8 @@ class FailureLedger {
   void FailedOtherwise(const std::string& what, const std::string& how);
   // What the failures since the last result came to.
   void CameTo(const std::string& result);
+  // What those on the test's own thread came to: of a call that does not wait for what it starts.
+  void CallCameTo(const std::string& result);
   // Of several readings of what this test's failure of the function should come to, the one taken.
   void Chosen(const std::string& function, const std::string& reading);
   // What has failed so far only sets the stage for this test, and is no row of it.
@@ -85,6 +87,7 @@ class FailureLedger {
   using Page = std::map<std::string, PageRow>;
 
   void Begin(const std::string& call, const std::string& failure, bool isInput = false);
+  void EnterResult(const std::string& result, bool ofTestThreadOnly);
   void AddLog(Row& row, std::string_view line) const;
   void BeginTest(const std::string& name);
   void EndTest();

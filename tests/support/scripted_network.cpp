@@ -384,7 +384,6 @@ struct ScriptedNetwork::Fakes {
       const bool isRefused = (size == BLOCK_SIZE && current->blocks_++ == current->refusedBlock_) ||
                              (current->untilRefusal_ > 0 && --current->untilRefusal_ == 0);
       if (isRefused) {
-        FailureLedger::OfThisProgram().Failed("malloc", ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
       }
     }
