@@ -73,7 +73,7 @@ std::wstring OstrelFilterLibUtil::GetRawDirectoryName(wchar_t* directory) {
     Log(LOG_DETAIL, L"Improperly formated drive letter %s", longPath);
     return directory;
   }
-  // What stands before the colon is cut to two characters when it is no drive letter; the look-up then fails.
+  // What stands before the colon is cut to two characters when it is no drive letter, and looked up as it is.
   wchar_t drive[DRIVE_CAPACITY];
   CopyBounded(std::wstring_view(longPath, static_cast<std::size_t>(colon - longPath) + 1), drive,
               DRIVE_CAPACITY);

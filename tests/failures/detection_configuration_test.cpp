@@ -107,6 +107,15 @@ class Configuring : public LibraryTest {
                                                 cloud.Count(), exclusions.Get(), exclusions.Count()));
   }
 
+  int Disable() { return Returned("DisableActivityDetection", library_.DisableActivityDetection()); }
+  int DisableCloud() { return Returned("DisablePCDDetection", library_.DisablePCDDetection()); }
+
+  // The last lines of what the calls came to.
+  Lines LastCalls(std::size_t count) const {
+    const Lines calls = Calls();
+    return Lines(calls.end() - static_cast<std::ptrdiff_t>(std::min(count, calls.size())), calls.end());
+  }
+
   Message Sent(std::size_t index) const { return Message(system_.SentMessages().at(index)); }
   Message LastSent() const { return Message(system_.SentMessages().back()); }
 
@@ -155,6 +164,7 @@ TEST_F(Configuring, EnablingActivitySendsWhatToWatch) {
 TEST_F(Configuring, EnablingActivityTwiceFailsAndSendsNothing) {
   ASSERT_EQ(Enable({L"chrome.exe"}), 1);
   Forget();
+  FailureLedger::OfThisProgram().FailedOtherwise("Activity detection", "is on already");
   EXPECT_EQ(Enable({L"firefox.exe"}, {L"c:\\none"}, 1, false), 0);
   EXPECT_THAT(Calls(), ElementsAre("log 6 Application activity already turned on."));
   ASSERT_EQ(library_.DisableActivityDetection(), 1);
@@ -202,7 +212,8 @@ TEST_F(Configuring, TabTitlesAreSwitchedWithoutAnyCall) {
 }
 
 TEST_F(Configuring, DisablingActivityThatIsOffFails) {
-  EXPECT_EQ(library_.DisableActivityDetection(), 0);
+  FailureLedger::OfThisProgram().FailedOtherwise("Activity detection", "is off already");
+  EXPECT_EQ(Disable(), 0);
   EXPECT_THAT(Calls(), ElementsAre("log 6 Application activity already disabled."));
 }
 
@@ -330,7 +341,7 @@ TEST_F(Configuring, TheSwitchIsNotTakenBackWhenThePortRefuses) {
   Forget();
   EXPECT_EQ(Enable({L"chrome.exe"}), 0);
   EXPECT_THAT(Calls(), ElementsAre("log 6 Application activity already turned on."));
-  EXPECT_EQ(Returned("DisableActivityDetection", library_.DisableActivityDetection()), 0);
+  EXPECT_EQ(Disable(), 0);
   Forget();
   EXPECT_EQ(library_.DisableActivityDetection(), 0);
   EXPECT_THAT(Calls(), ElementsAre("log 6 Application activity already disabled."));
@@ -341,12 +352,21 @@ TEST_F(Configuring, TheSwitchIsNotTakenBackWhenThePortRefuses) {
 
 TEST_F(Configuring, AMessageThatThePortRefusesCountsAsSent) {
   system_.Fail("FilterSendMessage", 0x80070057);
+  const auto refused =
+      ElementsAre(SENT[0], SENT[1],
+                  "log 3 Error getting message while updating kernel filter: HResult: 80070057", SENT[2]);
   EXPECT_EQ(Enable({L"chrome.exe"}), 1);
-  Lines end = Calls();
-  end.erase(end.begin(), end.end() - 4);
-  EXPECT_THAT(end, ElementsAre(SENT[0], SENT[1],
-                               "log 3 Error getting message while updating kernel filter: HResult: 80070057",
-                               SENT[2]));
+  EXPECT_THAT(LastCalls(4), refused);
+  EXPECT_EQ(Disable(), 1);
+  EXPECT_THAT(LastCalls(4), refused);
+  EXPECT_EQ(EnableCloud({L"box.exe"}), 1);
+  EXPECT_THAT(LastCalls(4), refused);
+  EXPECT_EQ(DisableCloud(), 1);
+  EXPECT_THAT(LastCalls(4), refused);
+  library_.UpdateProcesses(nullptr, 0, 0);
+  CameTo("UpdateProcesses: returns nothing, and says that it succeeded");
+  EXPECT_EQ(LastCalls(1), Lines{"log 6 Successfully updated processes to monitor."});
+  EXPECT_THAT(system_.transcript.StartingWith("log 3 Error getting message"), ::testing::SizeIs(5));
 }
 
 TEST_F(Configuring, EnablingCloudDetectionTakesItsStepsInOrder) {
@@ -454,14 +474,15 @@ TEST_F(Configuring, DisablingCloudDetectionSendsAllPathsAndNoProcess) {
 
 // Unlike DisableActivityDetection.
 TEST_F(Configuring, DisablingCloudDetectionThatIsOffSucceeds) {
-  EXPECT_EQ(library_.DisablePCDDetection(), 1);
+  FailureLedger::OfThisProgram().FailedOtherwise("Cloud detection", "is off already");
+  EXPECT_EQ(DisableCloud(), 1);
   EXPECT_THAT(Calls(), ElementsAre("log 6 PCD already turned off."));
 }
 
 TEST_F(Configuring, TheCloudSwitchIsNotTakenBackWhenThePortRefuses) {
   system_.Fail("FilterConnectCommunicationPort", 0x80070002);
   EXPECT_EQ(EnableCloud({L"box.exe"}), 0);
-  EXPECT_EQ(Returned("DisablePCDDetection", library_.DisablePCDDetection()), 0);
+  EXPECT_EQ(DisableCloud(), 0);
   Forget();
   EXPECT_EQ(library_.DisablePCDDetection(), 1);
   EXPECT_THAT(Calls(), ElementsAre("log 6 PCD already turned off."));

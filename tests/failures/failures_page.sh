@@ -42,9 +42,10 @@ What comes of every call of Windows that fails, and of other things that go wron
 page: `scripts/failures.sh` renews it, and the test command fails when it is out of date.
 
 A failure is an error code, an `HRESULT` or a status. The log column has the lines that the failure brings about, each with its
-level, up to the next call and, of error lines, up to the result; "none" means that nothing is logged. A test that ends in `/` and
-a name is one of several that differ in their input. Where more than one answer to a failure would be right, "Chosen" says which one the
-library gives.
+level: those up to the next call and, of errors and notable lines, those up to the result, but no notable line or detail that is
+also written where nothing fails. "none" means that nothing is logged but such lines. Where more than one answer to a failure
+would be right, "Chosen" says which one the library gives. The tests are those that the row comes from, at most three of them;
+one that ends in `/` and a name is one of several that differ in their input.
 
 | Call | Failure | Log (level) | Result | Test |
 |---|---|---|---|---|

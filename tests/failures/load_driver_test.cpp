@@ -74,6 +74,7 @@ TEST_F(LoadingTheDriver, StartsTheNotificationLoopOnAThreadOfItsOwn) {
 TEST_F(LoadingTheDriver, ASecondTimeInstallsNothingAndSucceeds) {
   ASSERT_TRUE(Load());
   Forget();
+  FailureLedger::OfThisProgram().FailedOtherwise("The library", "is loaded already");
   EXPECT_TRUE(Load());
   EXPECT_THAT(Calls(), ElementsAre("log 6 Ostrel filtering library already started."));
 }
@@ -89,6 +90,7 @@ TEST_F(LoadingTheDriver, ASecondTimeDoesNotChangeTheLog) {
 TEST_F(LoadingTheDriver, LogsNothingAtLevelZero) {
   system_.Fail("FilterLoad", 0x80070002);
   EXPECT_FALSE(Load(0));
+  FailureLedger::OfThisProgram().SetTheStage();
   EXPECT_THAT(Logs(), IsEmpty());
 }
 
@@ -112,6 +114,50 @@ TEST_F(LoadingTheDriver, StopsWhenTheMinifilterCannotBeInstalled) {
   EXPECT_THAT(system_.OpenHandles(), IsEmpty());
 }
 
+TEST_F(LoadingTheDriver, StopsWhenThePrivilegeToInstallIsMissing) {
+  system_.Fail("OpenProcessToken", 5);
+  EXPECT_FALSE(Load());
+  EXPECT_THAT(
+      Calls(),
+      ElementsAre("log 6 Installing and setting up service: OstrelFilter.sys",
+                  "OpenProcessToken(current process, 0x28)", "log 3 Could not open current process. 5",
+                  "log 3 Could not enable privilege", "log 3 Could not install OstrelFilter driver"));
+}
+
+// Keeps the library from staying in the process.
+class RefusedStay {
+ public:
+  explicit RefusedStay(HMODULE library)
+      : patch_(library, "GetModuleHandleExW", reinterpret_cast<void*>(&Refuse)) {
+    refusals_ = 0;
+  }
+
+  static int Refusals() { return refusals_; }
+
+ private:
+  static BOOL WINAPI Refuse(DWORD, const wchar_t*, HMODULE*) {
+    ++refusals_;
+    FailureLedger::OfThisProgram().Failed("GetModuleHandleExW", ERROR_MOD_NOT_FOUND);
+    SetLastError(ERROR_MOD_NOT_FOUND);
+    return FALSE;
+  }
+
+  static inline int refusals_ = 0;
+  ImportPatch patch_;
+};
+
+TEST_F(LoadingTheDriver, SucceedsAlthoughTheLibraryCannotBeKeptInTheProcess) {
+  FailureLedger::OfThisProgram().Chosen(
+      "GetModuleHandleExW",
+      "loading goes on, and from then on the library leaves with the last FreeLibrary, as any other does");
+  const RefusedStay stay(library_.Module());
+  EXPECT_TRUE(Load());
+  EXPECT_EQ(RefusedStay::Refusals(), 1);
+  EXPECT_THAT(system_.transcript.StartingWith("log 3"), IsEmpty());
+  EXPECT_EQ(Logs().back(), "log 6 LoadDriver was successful.");
+  EXPECT_THAT(system_.OpenHandles(), ElementsAre("event", "notification port", "thread"));
+}
+
 TEST_F(LoadingTheDriver, StopsWhenTheNetworkDriverCannotBeInstalled) {
   system_.Fail("SetupOpenInfFileW", 2, 2);
   system_.infErrorLine = 3;
@@ -129,7 +175,8 @@ TEST_F(LoadingTheDriver, StopsWhenTheNetworkDriverCannotBeInstalled) {
 TEST_F(LoadingTheDriver, GoesOnWhenTheNetworkDriversServiceCannotBeStopped) {
   system_.Fail("OpenSCManagerW", 5);
   EXPECT_TRUE(Load());
-  EXPECT_THAT(Logs(), Contains("log 3 OpenSCManager failed (5)."));
+  EXPECT_THAT(system_.transcript.StartingWith("log 3"), ElementsAre("log 3 OpenSCManager failed (5)."));
+  EXPECT_EQ(Logs().back(), "log 6 LoadDriver was successful.");
 }
 
 TEST_F(LoadingTheDriver, StopsWithoutThePrivilege) {
@@ -193,6 +240,7 @@ TEST_F(LoadingTheDriver, SucceedsWithoutTheDiskEventThread) {
 TEST_F(LoadingTheDriver, CanBeTriedAgainAfterAFailure) {
   system_.Fail("FilterLoad", 0x80070002);
   ASSERT_FALSE(Load());
+  FailureLedger::OfThisProgram().SetTheStage();
   system_.Succeed("FilterLoad");
   Forget();
   EXPECT_TRUE(Load());
@@ -229,6 +277,7 @@ TEST_F(LoadingTheDriver, AgainAfterTheDriverLeftByItselfLeaksNothing) {
 TEST_F(LoadingTheDriver, AgainAfterThereWasNoNotificationThreadLeaksNothing) {
   system_.Fail("CreateThread", 8, 1);
   ASSERT_FALSE(Load());
+  FailureLedger::OfThisProgram().SetTheStage();
   ASSERT_THAT(system_.OpenHandles(), ElementsAre("notification port"));
   ASSERT_TRUE(Load());
   EXPECT_THAT(system_.OpenHandles(), ElementsAre("event", "notification port", "thread"));
@@ -240,6 +289,7 @@ TEST_F(LoadingTheDriver, AgainAfterUnloadingWithoutThePrivilegeLeaksNothing) {
   ASSERT_TRUE(Load());
   system_.Fail("OpenProcessToken", 5);
   ASSERT_FALSE(Unload());
+  FailureLedger::OfThisProgram().SetTheStage();
   system_.Succeed("OpenProcessToken");
   ASSERT_THAT(system_.OpenHandles(), ElementsAre("event", "notification port"));
   ASSERT_TRUE(Load());

@@ -19,6 +19,7 @@ class NetworkTest : public LibraryTest {
     system_.Fail("FilterLoad", 0x80070002);
     ASSERT_FALSE(Load());
     system_.Succeed("FilterLoad");
+    FailureLedger::OfThisProgram().SetTheStage();
     Forget();
   }
 
@@ -35,17 +36,55 @@ class NetworkTest : public LibraryTest {
   }
 
   void EnableRemote() {
+    const std::size_t before = system_.transcript.OfThisThread().size();
     library_.EnableRemoteAddressInfo(names_, 2);
-    CameTo("EnableRemoteAddressInfo: the other steps are taken, and it is on");
+    const Lines lines = LinesSince(before);
+    CameTo("EnableRemoteAddressInfo: " +
+           Outcome(lines, "on",
+                   {{"starting the service", Has(lines, "log 6 Started nw filter driver successfully.")},
+                    {"the callouts of IPv4", network_.HasKey("{3aaccbc0-2c29-455f-bb91-0e801c8994a4}")},
+                    {"the callouts of IPv6", network_.HasKey("{30d7c71e-d02d-4f3e-86bd-116b09d6fd38}")},
+                    {"the filters", network_.FilterCount() > 0},
+                    {"monitoring", Has(lines, "log 6 Ostrel NW monitoring enabled.")},
+                    {"starting the reader", Has(lines, "log 6 Started NW receive notification thread.")},
+                    {"sending the list", Has(lines, "log 6 Sent proc names to nw filter. ")}}));
   }
   void DisableRemote() {
+    const std::size_t before = system_.transcript.OfThisThread().size();
     library_.DisableRemoteAddressInfo();
-    CameTo("DisableRemoteAddressInfo: the other steps are taken, and it is off");
+    const Lines lines = LinesSince(before);
+    CameTo("DisableRemoteAddressInfo: " +
+           Outcome(lines, "off",
+                   {{"stopping the service", Has(lines, "log 6 Stopped nw filter driver successfully.")},
+                    {"ending the reader", Has(lines, "log 7 GetNWPacketInfo thread ended")},
+                    {"closing the device", Has(lines, "log 7 Closed handle to NW driver.")}}));
   }
 
   // `reader` counts the packet readers from 1.
   bool WaitUntilReading(std::size_t reader = 1) const {
     return system_.transcript.WaitFor("WaitForMultipleObjects", reader);
+  }
+
+  // A step of switching on or off, and whether it was taken.
+  using Step = std::pair<const char*, bool>;
+
+  static std::string Outcome(const Lines& lines, const std::string& state, const std::vector<Step>& steps) {
+    if (Has(lines, "log 7 Remote address capturing already ")) return "it is " + state + " already";
+    std::string missed;
+    for (const auto& [step, isTaken] : steps) {
+      if (!isTaken) missed += (missed.empty() ? "" : ", ") + std::string(step);
+    }
+    return "it is " + state + (missed.empty() ? ", with every step taken" : ", without " + missed);
+  }
+
+  static bool Has(const Lines& lines, const std::string& prefix) {
+    return std::any_of(lines.begin(), lines.end(),
+                       [&prefix](const std::string& line) { return line.starts_with(prefix); });
+  }
+
+  Lines LinesSince(std::size_t before) const {
+    const Lines lines = system_.transcript.OfThisThread();
+    return Lines(lines.begin() + static_cast<std::ptrdiff_t>(std::min(before, lines.size())), lines.end());
   }
 
   const wchar_t* names_[2] = {L"Chrome.exe", L"FIREFOX.EXE"};

@@ -54,6 +54,7 @@ class TheDriverSends : public LibraryTest {
     system_.Fail("CreateThread", 8, 2);
     EXPECT_TRUE(Load());
     EXPECT_TRUE(system_.WaitUntilHandled());
+    FailureLedger::OfThisProgram().SetTheStage();
     handles_ = system_.OpenHandles();
     Forget();
   }

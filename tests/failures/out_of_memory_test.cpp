@@ -30,6 +30,7 @@ class OutOfMemory : public LibraryTest {
     EXPECT_TRUE(Load());
     EXPECT_TRUE(system_.WaitUntilHandled());
     handles_ = system_.OpenHandles();
+    FailureLedger::OfThisProgram().SetTheStage();
   }
 
   bool Logged(const std::string& line) const { return !system_.transcript.StartingWith(line).empty(); }
@@ -104,7 +105,10 @@ TEST_F(OutOfMemory, LoadDriverFailsWithoutAnExceptionAndWithoutALeak) {
 
 TEST_F(OutOfMemory, EnableActivityDetectionFailsWithoutAnException) {
   RefuseEach(
-      [this] { return library_.EnableActivityDetection(nullptr, L"ann", names_, 1, paths_, 1, 0, 0, 1); },
+      [this] {
+        return Returned("EnableActivityDetection",
+                        library_.EnableActivityDetection(nullptr, L"ann", names_, 1, paths_, 1, 0, 0, 1));
+      },
       // On all the same, as after any failure.
       [this] { EXPECT_EQ(library_.DisableActivityDetection(), 1); });
 }
@@ -116,15 +120,19 @@ TEST_F(OutOfMemory, DisableActivityDetectionFailsWithoutAnException) {
   ASSERT_EQ(enable(), 1);
   const HeapWatch heap(library_.Module());
   HeapWatch::Begin(1);
-  EXPECT_EQ(library_.DisableActivityDetection(), 0);
+  EXPECT_EQ(Returned("DisableActivityDetection", library_.DisableActivityDetection()), 0);
   HeapWatch::Begin();
   EXPECT_EQ(enable(), 0) << "it is still on, as the driver has it";
   EXPECT_EQ(library_.DisableActivityDetection(), 1);
 }
 
 TEST_F(OutOfMemory, EnablePcdDetectionFailsWithoutAnException) {
-  RefuseEach([this] { return library_.EnablePCDDetection(nullptr, names_, 1, paths_, 1, paths_, 1); },
-             [this] { EXPECT_EQ(library_.DisablePCDDetection(), 1); });
+  RefuseEach(
+      [this] {
+        return Returned("EnablePCDDetection",
+                        library_.EnablePCDDetection(nullptr, names_, 1, paths_, 1, paths_, 1));
+      },
+      [this] { EXPECT_EQ(library_.DisablePCDDetection(), 1); });
 }
 
 TEST_F(OutOfMemory, DisablePcdDetectionFailsWithoutAnException) {
@@ -134,7 +142,7 @@ TEST_F(OutOfMemory, DisablePcdDetectionFailsWithoutAnException) {
   ASSERT_EQ(enable(), 1);
   const HeapWatch heap(library_.Module());
   HeapWatch::Begin(1);
-  EXPECT_EQ(library_.DisablePCDDetection(), 0);
+  EXPECT_EQ(Returned("DisablePCDDetection", library_.DisablePCDDetection()), 0);
   const std::size_t sent = system_.SentMessages().size();
   HeapWatch::Begin();
   EXPECT_EQ(library_.DisablePCDDetection(), 1);
@@ -169,15 +177,21 @@ TEST_F(OutOfMemory, UpdateProcessesDoesNothingWithoutAnException) {
   RefuseEach(
       [&] {
         library_.UpdateProcesses(names_, 1, 0);
-        return static_cast<int>(system_.transcript.StartingWith(done).size());
+        const auto successes = system_.transcript.StartingWith(done).size();
+        CameTo("UpdateProcesses: " + std::string(successes == 0 ? "does nothing" : "says that it succeeded"));
+        return static_cast<int>(successes);
       },
       [] {});
 }
 
 // Asks the helper with each of the library's allocations refused in turn. The helper never gets half a
 // question, and the host gets the error or, when even that has no room, nothing.
+std::string TextOrNull(const wchar_t* text) {
+  return text == nullptr ? "(untouched)" : Quoted(Narrow(text));
+}
+
 template <typename Getter>
-void RefuseEachOf(Getter getter, HMODULE module, ScriptedUserSession& session,
+void RefuseEachOf(const std::string& name, Getter getter, HMODULE module, ScriptedUserSession& session,
                   const std::function<void(wchar_t**)>& release, const std::wstring& answer,
                   const std::wstring& error) {
   const std::wstring id(32, L'1');
@@ -195,6 +209,7 @@ void RefuseEachOf(Getter getter, HMODULE module, ScriptedUserSession& session,
     wchar_t* results[2] = {};
     HeapWatch::Begin(allocation);
     getter(&results[0], &results[1]);
+    CameTo(name + ": result " + TextOrNull(results[0]) + ", error " + TextOrNull(results[1]));
     const bool wasRefused = HeapWatch::HasRefused();
     HeapWatch::Begin();
     EXPECT_THAT(session.OpenHandles(), IsEmpty());
@@ -216,6 +231,7 @@ void RefuseEachOf(Getter getter, HMODULE module, ScriptedUserSession& session,
 
 TEST_F(OutOfMemory, TheProxyUrlIsAnErrorOrNothing) {
   RefuseEachOf(
+      "GetAutoProxyConfigUrlForSystem",
       library_.Find<decltype(&GetAutoProxyConfigUrlForSystem)>("GetAutoProxyConfigUrlForSystem"),
       library_.Module(), session_, [this](wchar_t** text) { library_.DeallocStringPointer(text); },
       L"2,0,6,answer",
@@ -225,10 +241,13 @@ TEST_F(OutOfMemory, TheProxyUrlIsAnErrorOrNothing) {
 TEST_F(OutOfMemory, TheCloudLoginIsAnErrorOrNothing) {
   const auto getter = library_.Find<decltype(&GetCloudStorageProviderLoginForSystem)>(
       "GetCloudStorageProviderLoginForSystem");
-  RefuseEachOf([getter](wchar_t** result,
-                        wchar_t** error) { getter(L"OneDrive Business", L"C:\\Users\\ann", result, error); },
-               library_.Module(), session_, [this](wchar_t** text) { library_.DeallocStringPointer(text); },
-               L"3,0,6,answer", L"CLOUDLOGIN:: Exception occurred while attempting to get cloud Login.");
+  RefuseEachOf(
+      "GetCloudStorageProviderLoginForSystem",
+      [getter](wchar_t** result, wchar_t** error) {
+        getter(L"OneDrive Business", L"C:\\Users\\ann", result, error);
+      },
+      library_.Module(), session_, [this](wchar_t** text) { library_.DeallocStringPointer(text); },
+      L"3,0,6,answer", L"CLOUDLOGIN:: Exception occurred while attempting to get cloud Login.");
 }
 
 TEST_F(OutOfMemory, AStringForTheHostIsNull) {
@@ -239,6 +258,7 @@ TEST_F(OutOfMemory, AStringForTheHostIsNull) {
     const HeapWatch heap(library_.Module());
     HeapWatch::Begin(1);
     allocate(&text, L"%s", L"user");
+    CameTo("AllocStringPointer: null");
   }
   EXPECT_EQ(text, nullptr);
 }

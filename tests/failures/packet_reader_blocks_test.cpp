@@ -13,6 +13,8 @@ using ::testing::IsEmpty;
 
 constexpr std::size_t BLOCK_COUNT = 63;
 
+const std::string REFUSED_FOR_GOOD = "The packet reader: goes on without the refused requests";
+
 // The memory that the driver writes to.
 class ThePacketReadersBlocks : public NetworkTest {
  protected:
@@ -58,8 +60,11 @@ TEST_F(ThePacketReadersBlocks, AreFreedWhenEveryRequestHasEnded) {
 TEST_F(ThePacketReadersBlocks, StayWhenTheirRequestsCannotBeCancelled) {
   ASSERT_NO_FATAL_FAILURE(Start());
   ASSERT_TRUE(WaitUntilReading());
+  FailureLedger::OfThisProgram().Chosen(
+      "CancelIo", "blocks that the driver still has are kept rather than freed: it may still write to them");
   system_.Fail("CancelIo", 6);
   ASSERT_NO_FATAL_FAILURE(StopAndWait());
+  EXPECT_THAT(Reader().back(), "log 3 Could not cancel pending IO in NW driver. Code: 6");
   EXPECT_EQ(ExitCode(), 0U);
   EXPECT_THAT(Freed(), IsEmpty());
 }
@@ -88,6 +93,7 @@ TEST_F(ThePacketReadersBlocks, AreFreedWhenTheDriverNeverTookThem) {
   network_.readError = ERROR_INVALID_FUNCTION;
   EnableRemote();
   ASSERT_TRUE(WaitUntilReading());
+  CameTo(REFUSED_FOR_GOOD);
   system_.Fail("CancelIo", 6);
   ASSERT_NO_FATAL_FAILURE(StopAndWait());
   EXPECT_EQ(Freed().size(), BLOCK_COUNT);
@@ -117,6 +123,7 @@ INSTANTIATE_TEST_SUITE_P(Of63, ThePacketReadersFirstBlocks, ::testing::Values(0U
 
 // The record is lost, its request is made again, and the next record is filed.
 TEST_F(ThePacketReadersBlocks, StayInUseWhenThereIsNoMemoryToFileARecord) {
+  FailureLedger::OfThisProgram().Chosen("malloc", "of what there is no memory for, nothing is filed half");
   ASSERT_NO_FATAL_FAILURE(Start());
   ASSERT_TRUE(WaitUntilReading());
   std::size_t waits = 1;
@@ -127,6 +134,7 @@ TEST_F(ThePacketReadersBlocks, StayInUseWhenThereIsNoMemoryToFileARecord) {
     network_.RefuseMemory(refusals + 1);
     network_.Complete(0, packet);
     ASSERT_TRUE(WaitUntilReading(++waits));
+    CameTo("The packet reader: loses the record, and makes its request again");
     refused = network_.HasRefusedMemory();
   }
   EXPECT_GE(refusals, 3) << "the name and the two maps take memory";

@@ -173,13 +173,16 @@ TEST_F(RemoteAddressInfo, IsOnAlreadyWithoutReadingTheList) {
   ASSERT_NO_FATAL_FAILURE(Prepare());
   EnableRemote();
   Forget();
+  FailureLedger::OfThisProgram().FailedOtherwise("Remote address info", "is on already");
   // An array that nobody may touch.
   library_.EnableRemoteAddressInfo(reinterpret_cast<const wchar_t**>(8), 1000);
+  CameTo("EnableRemoteAddressInfo: it is on already");
   EXPECT_THAT(Calls(), ElementsAre("log 7 Remote address capturing already enabled."));
 }
 
 TEST_F(RemoteAddressInfo, IsOffAlready) {
   ASSERT_NO_FATAL_FAILURE(Prepare());
+  FailureLedger::OfThisProgram().FailedOtherwise("Remote address info", "is off already");
   DisableRemote();
   EXPECT_THAT(Calls(), ElementsAre("log 7 Remote address capturing already disabled."));
 }
@@ -312,8 +315,14 @@ TEST_F(RemoteAddressInfo, SwitchedOffClosesTheDeviceAlthoughTheReaderDoesNotEnd)
   EXPECT_THAT(LogsFrom("log 3 GetNWPacketInfo thread never ended."),
               ElementsAre("log 3 GetNWPacketInfo thread never ended.", "log 7 Closed handle to NW driver.",
                           DISCONNECTED));
+  FailureLedger::OfThisProgram().Concerns("CancelIo");
+  FailureLedger::OfThisProgram().Chosen(
+      "CancelIo", "nothing is waited for any more, and what the driver still has is kept");
   network_.LetGo();
   EXPECT_TRUE(system_.WaitForThreadEnd(0));
+  CameTo("The packet reader: ends, although the device was closed under it");
+  EXPECT_EQ(system_.transcript.Of(system_.ThreadIds().at(0)).back(),
+            "log 3 Could not cancel pending IO in NW driver. Code: 6");
 }
 
 // One step that fails, and the log that is left from it on.
@@ -424,6 +433,8 @@ class RemoteAddressInfoWithout : public RemoteAddressInfo,
                                  public ::testing::WithParamInterface<FailingStep> {};
 
 TEST_P(RemoteAddressInfoWithout, TakesTheStepsThatFollowAndIsOn) {
+  FailureLedger::OfThisProgram().Chosen("BuildSecurityDescriptorW",
+                                        "the condition on the user stays, with an empty descriptor");
   ASSERT_NO_FATAL_FAILURE(Prepare());
   system_.Fail(GetParam().function, GetParam().code, GetParam().call);
   EnableRemote();
@@ -447,6 +458,7 @@ INSTANTIATE_TEST_SUITE_P(AStep, RemoteAddressInfoWithout, ::testing::ValuesIn(FA
 TEST_F(RemoteAddressInfo, CannotMonitorThroughADeviceWithoutAHandle) {
   ASSERT_NO_FATAL_FAILURE(Prepare());
   network_.opensNull = true;
+  FailureLedger::OfThisProgram().FailedOtherwise("Handle of the network driver's device", "null");
   EnableRemote();
   EXPECT_THAT(LogsFrom("log 3 Could not enable monitoring. 87"),
               ElementsAre("log 3 Could not enable monitoring. 87", STARTED, CONNECTED, NOT_SENT));
@@ -458,6 +470,8 @@ TEST_F(RemoteAddressInfo, SwitchedOffSaysThatThereIsNoDeviceToClose) {
   system_.Fail("FwpmEngineOpen0", 1753);
   EnableRemote();
   ASSERT_TRUE(WaitUntilReading());
+  FailureLedger::OfThisProgram().SetTheStage();
+  FailureLedger::OfThisProgram().Concerns("CloseHandle");
   Forget();
   DisableRemote();
   EXPECT_THAT(LogsFrom("log 7 GetNWPacketInfo thread ended"),
@@ -499,6 +513,7 @@ TEST_F(RemoteAddressInfo, IsLeftAsItIsByActivityDetectionThatDoesNotAskForIt) {
 
 TEST_F(RemoteAddressInfo, IsNotSwitchedOnByActivityDetectionThatIsOnAlready) {
   ASSERT_NO_FATAL_FAILURE(Prepare());
+  FailureLedger::OfThisProgram().FailedOtherwise("Activity detection", "is on already");
   EXPECT_FALSE(EnableActivity(true));
   EXPECT_THAT(Calls(), ElementsAre("log 6 Application activity already turned on."));
 }
@@ -607,6 +622,7 @@ TEST_F(RemoteAddressInfo, TakesItsOtherStepsWithAnyOfItsAllocationsRefused) {
   for (int allocation = 1; wasRefused; ++allocation) {
     SCOPED_TRACE(allocation);
     Forget();
+    network_.ForgetKeys();
     HeapWatch::Begin(allocation);
     EnableRemote();
     wasRefused = HeapWatch::HasRefused();
@@ -643,6 +659,7 @@ TEST_F(RemoteAddressInfo, DoesNotMakeUpForAMinifilterThatCannotBeUnloaded) {
   Forget();
   system_.Fail("FilterUnload", 0x801F0010);
   EXPECT_FALSE(Unload());
+  FailureLedger::OfThisProgram().SetTheStage();
   EXPECT_THAT(Logs(), Contains("log 6 Stopped nw filter driver successfully."));
   EXPECT_EQ(Logs().back(), DISCONNECTED);
 }
@@ -694,6 +711,7 @@ TEST_F(RemoteAddressInfo, SwitchedOffAfterUnloadingHasNothingLeftToClose) {
   ASSERT_TRUE(WaitUntilReading());
   ASSERT_TRUE(Unload());
   Forget();
+  FailureLedger::OfThisProgram().Concerns("CloseHandle");
   DisableRemote();
   EXPECT_EQ(Calls(), Lines{TURNING_OFF} + STOPPING_THE_SERVICE +
                          Lines({"SetEvent(event)", "WaitForSingleObject(thread, 3000)",
@@ -707,7 +725,9 @@ TEST_F(RemoteAddressInfo, HasNoDeviceToSendAListToAfterUnloading) {
   ASSERT_TRUE(WaitUntilReading());
   ASSERT_TRUE(Unload());
   Forget();
+  FailureLedger::OfThisProgram().Concerns("DeviceIoControl");
   library_.UpdateProcesses(names_, 2, 0);
+  CameTo("UpdateProcesses: returns nothing, and says that it succeeded");
   EXPECT_THAT(Logs(),
               ElementsAre(ADDED_PROCESS, NOT_SENT, "log 6 Successfully updated processes to monitor."));
 }

@@ -86,6 +86,8 @@ class AHostThatThrows : public NetworkTest {
 };
 
 TEST_F(AHostThatThrows, GetsTheResultsOfOneThatDoesNot) {
+  FailureLedger::OfThisProgram().FailedOtherwise("The host's log callback", "an exception");
+  CameTo("Every function: its result is that with a callback that does not throw");
   ScriptedWmi wmi(library_.Module(), system_.transcript);
   wmi.objects = {L"VM"};
   const auto enableActivity = [this] {
@@ -131,6 +133,8 @@ TEST_F(AHostThatThrows, GetsTheResultsOfOneThatDoesNot) {
 }
 
 TEST_F(AHostThatThrows, IsToldEveryEventOfEveryKind) {
+  FailureLedger::OfThisProgram().FailedOtherwise("The host's callback for events", "an exception");
+  CameTo("The disk event thread: counts the event as told, and tells the next one");
   ASSERT_NO_FATAL_FAILURE(Start());
   ASSERT_NO_FATAL_FAILURE(ReportOneOfEachKind(u"\\1", u"\\w1", u"\\c1"));
   EXPECT_THAT(Told(), ElementsAre("told \\1", "told \\w1", "told \\c1"));
@@ -140,6 +144,8 @@ TEST_F(AHostThatThrows, IsToldEveryEventOfEveryKind) {
 }
 
 TEST_F(AHostThatThrows, GetsEveryRecordFiled) {
+  FailureLedger::OfThisProgram().FailedOtherwise("The host's log callback", "an exception");
+  CameTo("The packet reader: files every record");
   ASSERT_NO_FATAL_FAILURE(Start());
   for (std::size_t i = 0; i < 3; ++i) {
     network_.Complete(i, Packet());

@@ -53,6 +53,7 @@ TEST_F(UnloadingTheDriver, EndsANotificationLoopThatGetsNothingButFailures) {
 }
 
 TEST_F(UnloadingTheDriver, ThatWasNeverLoadedSucceeds) {
+  FailureLedger::OfThisProgram().FailedOtherwise("The library", "is not loaded");
   EXPECT_TRUE(Unload());
   EXPECT_THAT(Calls(), ::testing::IsEmpty());
 }
@@ -61,8 +62,47 @@ TEST_F(UnloadingTheDriver, TwiceSaysSoAndSucceeds) {
   LoadAndForget();
   ASSERT_TRUE(Unload());
   Forget();
+  FailureLedger::OfThisProgram().FailedOtherwise("The library", "is unloaded already");
   EXPECT_TRUE(Unload());
   EXPECT_THAT(Calls(), ElementsAre("log 6 Ostrel filtering library already unloaded."));
+}
+
+// Unlike in installing, a minifilter that is not there is a failure too.
+TEST_F(UnloadingTheDriver, FailsWhenTheMinifilterIsNotLoaded) {
+  LoadAndForget();
+  system_.Fail("FilterUnload", 0x801F0013);
+  EXPECT_FALSE(Unload());
+  EXPECT_THAT(Calls(), PrivilegeCalls() +
+                           Lines({"FilterUnload(OstrelFilter)", "log 3 Could not unload driver. 801f0013",
+                                  CLOSE_PORT, CLOSED}) +
+                           STOP_CALLS);
+}
+
+TEST_F(UnloadingTheDriver, SkipsMinifilterAndPortWithoutTheRightToOpenItsToken) {
+  LoadAndForget();
+  system_.Fail("OpenProcessToken", 5);
+  EXPECT_FALSE(Unload());
+  EXPECT_THAT(Calls(),
+              Lines({"OpenProcessToken(current process, 0x28)", "log 3 Could not open current process. 5",
+                     "log 3 Could not enable privilege"}) +
+                  STOP_CALLS);
+}
+
+// Its thread is then held, as one that does not end in time.
+TEST_F(UnloadingTheDriver, SucceedsAlthoughTheDiskEventThreadCannotBeWaitedFor) {
+  LoadAndForget();
+  system_.Fail("WaitForSingleObject(thread, 3000)", 6);
+  EXPECT_TRUE(Unload());
+  EXPECT_EQ(Logs().back(), "log 3 Disk Event thread never ended.");
+  EXPECT_THAT(system_.OpenHandles(), ElementsAre("event", "thread"));
+}
+
+TEST_F(UnloadingTheDriver, GivesUpOnADiskEventThreadThatCannotBeToldToEnd) {
+  LoadAndForget();
+  system_.Fail("SetEvent", 6);
+  EXPECT_TRUE(Unload());
+  EXPECT_EQ(Logs().back(), "log 3 Disk Event thread never ended.");
+  system_.Succeed("SetEvent");
 }
 
 TEST_F(UnloadingTheDriver, ClosesThePortAlthoughTheMinifilterCannotBeUnloaded) {
@@ -118,6 +158,8 @@ TEST_F(UnloadingTheDriver, LeavesAPortAloneThatIsNoLongerConnected) {
 TEST_F(UnloadingTheDriver, SaysThatThereIsNoDiskEventThread) {
   system_.Fail("CreateThread", 8, 2);
   LoadAndForget();
+  FailureLedger::OfThisProgram().SetTheStage();
+  FailureLedger::OfThisProgram().Concerns("SetEvent");
   EXPECT_TRUE(Unload());
   EXPECT_THAT(Calls(),
               PrivilegeCalls() + Lines({"FilterUnload(OstrelFilter)", CLOSE_PORT, CLOSED, "SetEvent(null)",

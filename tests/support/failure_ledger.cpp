@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <tuple>
+#include <utility>
 
 #include "support/transcript.h"
 
@@ -19,6 +21,11 @@ constexpr char VARIABLE[] = "OSTREL_FAILURE_LEDGER";
 constexpr std::string_view LOG_START = "log ";
 constexpr DWORD LARGEST_PLAIN_CODE = 0xFFFF;
 constexpr std::size_t LONGEST_TEXT = 180;
+constexpr std::size_t MOST_TESTS = 3;
+
+// Levels of log lines.
+constexpr int ERROR_LEVEL = 3;
+constexpr int NOTABLE_LEVEL = 6;
 
 constexpr std::array RELEASING_CALLS = {
     std::string_view("CloseHandle"),       std::string_view("CloseServiceHandle"),
@@ -42,8 +49,8 @@ bool OnlyReleases(std::string_view call) {
          RELEASING_CALLS.end();
 }
 
-bool IsError(std::string_view logLine) {
-  return logLine.starts_with("log 3 ");
+int LevelOf(std::string_view logLine) {
+  return std::atoi(logLine.substr(LOG_START.size()).data());
 }
 
 // For one cell of a table, where long texts only show that they are long.
@@ -61,10 +68,11 @@ std::string Cell(std::string_view text) {
   return cell;
 }
 
-std::string LogCell(std::string_view logLine) {
+std::string LogCell(std::string_view logLine, int count) {
   const std::size_t levelEnd = logLine.find(' ', LOG_START.size());
-  return "`" + Cell(logLine.substr(levelEnd + 1)) + "` (" +
-         std::string(logLine.substr(LOG_START.size(), levelEnd - LOG_START.size())) + ")";
+  std::string cell = "`" + Cell(logLine.substr(levelEnd + 1)) + "` (" + std::to_string(LevelOf(logLine));
+  if (count > 1) cell += count == 2 ? ", twice" : ", " + std::to_string(count) + " times";
+  return cell + ")";
 }
 
 }  // namespace
@@ -111,7 +119,10 @@ void FailureLedger::FailedByTheWay(const std::string& function, DWORD code) {
 void FailureLedger::FailedByTheWay(const std::string& function, const std::string& how) {
   {
     const Lock::Holder holder(lock_);
-    if (concerns_.count(function) == 0) return;
+    if (concerns_.count(function) == 0) {
+      failedSilently_.insert(ThisThread());
+      return;
+    }
     // Once is enough: it may come again while the test tidies up.
     if (std::any_of(rows_.begin(), rows_.end(),
                     [&](const Row& row) { return row.call == function && row.failure == how; })) {
@@ -122,14 +133,15 @@ void FailureLedger::FailedByTheWay(const std::string& function, const std::strin
 }
 
 void FailureLedger::FailedOtherwise(const std::string& what, const std::string& how) {
-  Begin(what, how);
+  Begin(what, how, true);
 }
 
-void FailureLedger::Begin(const std::string& call, const std::string& failure) {
+void FailureLedger::Begin(const std::string& call, const std::string& failure, bool isInput) {
   const int thread = ThisThread();
   const Lock::Holder holder(lock_);
+  hasFailed_ = true;
   for (Row& row : rows_) {
-    if (row.thread != thread || !row.isOpen) continue;
+    if (row.thread != thread || !row.isOpen || OnlyReleases(call)) continue;
     row.isOpen = row.call == call && row.failure == failure;
     row.isDirect = true;
     if (row.isOpen) return;
@@ -138,6 +150,7 @@ void FailureLedger::Begin(const std::string& call, const std::string& failure) {
   row.call = call;
   row.failure = failure;
   row.thread = thread;
+  row.isInput = isInput;
   rows_.push_back(row);
 }
 
@@ -146,14 +159,30 @@ void FailureLedger::Happened(std::string_view line) {
   if (!isLog && (line.find('(') == std::string_view::npos || OnlyReleases(line))) return;
   const int thread = ThisThread();
   const Lock::Holder holder(lock_);
+  if (!isLog) {
+    failedSilently_.erase(thread);
+  } else if (!hasFailed_ && failedSilently_.count(thread) == 0 && LevelOf(line) != ERROR_LEVEL) {
+    usualLines_.emplace(line);
+  }
   for (Row& row : rows_) {
     if (row.thread != thread || !row.isOpen) continue;
-    if (!isLog) {
+    if (isLog) {
+      AddLog(row, line);
+    } else {
       row.isDirect = false;
-    } else if ((row.isDirect || (thread == testThread_ && IsError(line))) &&
-               std::find(row.log.begin(), row.log.end(), line) == row.log.end()) {
-      row.log.emplace_back(line);
     }
+  }
+}
+
+void FailureLedger::AddLog(Row& row, std::string_view line) const {
+  const bool isTests = row.thread == testThread_;
+  if (!row.isDirect && !(isTests && LevelOf(line) <= NOTABLE_LEVEL)) return;
+  const auto found = std::find_if(row.log.begin(), row.log.end(),
+                                  [line](const LogLine& logged) { return logged.text == line; });
+  if (found == row.log.end()) {
+    row.log.push_back({std::string(line), 1});
+  } else if (isTests) {
+    ++found->count;
   }
 }
 
@@ -176,10 +205,17 @@ void FailureLedger::Chosen(const std::string& function, const std::string& readi
   readings_[function] = reading;
 }
 
+void FailureLedger::SetTheStage() {
+  const Lock::Holder holder(lock_);
+  rows_.clear();
+}
+
 void FailureLedger::BeginTest(const std::string& name) {
   const Lock::Holder holder(lock_);
   test_ = name;
   testThread_ = ThisThread();
+  hasFailed_ = false;
+  failedSilently_.clear();
   rows_.clear();
   concerns_.clear();
   readings_.clear();
@@ -187,39 +223,56 @@ void FailureLedger::BeginTest(const std::string& name) {
 
 void FailureLedger::EndTest() {
   const Lock::Holder holder(lock_);
-  std::set<std::string> texts;
   for (const Row& row : rows_) {
     const auto reading = readings_.find(row.call);
-    texts.insert(Text(row, reading == readings_.end() ? std::string() : reading->second));
+    entries_.push_back({row, test_, reading == readings_.end() ? std::string() : reading->second,
+                        concerns_.count(row.call) != 0});
   }
-  for (const std::string& text : texts) tests_[text].insert(test_);
-  rowCounts_[test_] = texts.size();
   rows_.clear();
 }
 
-std::string FailureLedger::Text(const Row& row, const std::string& reading) {
+std::string FailureLedger::Text(const Row& row) const {
   std::string log;
-  for (const std::string& line : row.log) log += (log.empty() ? "" : "<br>") + LogCell(line);
-  std::string text = "| `" + Cell(row.call) + "` | " + Cell(row.failure) + " | " +
-                     (log.empty() ? "none" : log) + " | " + (row.result.empty() ? "none" : Cell(row.result));
-  if (!reading.empty()) text += "<br>Chosen: " + Cell(reading);
-  return text + " | ";
+  const bool countsEveryLine = row.isInput && row.isDirect;
+  for (const LogLine& line : row.log) {
+    if (!countsEveryLine && usualLines_.count(line.text) != 0) continue;
+    log += (log.empty() ? "" : "<br>") + LogCell(line.text, line.count);
+  }
+  return "| `" + Cell(row.call) + "` | " + Cell(row.failure) + " | " + (log.empty() ? "none" : log) + " | " +
+         (row.result.empty() ? "none" : Cell(row.result));
 }
 
-// Of several tests a row names the one that is about the least else.
+FailureLedger::Page FailureLedger::MakePage() const {
+  Page page;
+  for (const Entry& entry : entries_) {
+    PageRow& row = page[Text(entry.row)];
+    if (!entry.reading.empty()) row.readings.insert(entry.reading);
+    bool& isConcern = row.tests[entry.test];
+    isConcern = isConcern || entry.isConcern;
+  }
+  return page;
+}
+
 void FailureLedger::Write() const {
   const char* const path = std::getenv(VARIABLE);
   if (path == nullptr) return;
   const Lock::Holder holder(lock_);
+  const Page page = MakePage();
+  std::map<std::string, int> rowCounts;
+  for (const auto& [text, row] : page) {
+    for (const auto& [test, isConcern] : row.tests) ++rowCounts[test];
+  }
   std::ofstream file(path, std::ios::binary);
-  for (const auto& [row, tests] : tests_) {
-    const auto test = std::min_element(tests.begin(), tests.end(),
-                                       [this](const std::string& left, const std::string& right) {
-                                         const std::size_t leftRows = rowCounts_.at(left);
-                                         const std::size_t rightRows = rowCounts_.at(right);
-                                         return leftRows != rightRows ? leftRows < rightRows : left < right;
-                                       });
-    file << row << *test << " |\n";
+  for (const auto& [text, row] : page) {
+    file << text;
+    for (const std::string& reading : row.readings) file << "<br>Chosen: " << Cell(reading);
+    std::vector<std::tuple<bool, int, std::string>> tests;
+    for (const auto& [test, isConcern] : row.tests) tests.emplace_back(!isConcern, rowCounts[test], test);
+    std::sort(tests.begin(), tests.end());
+    if (tests.size() > MOST_TESTS) tests.resize(MOST_TESTS);
+    const char* separator = " | ";
+    for (const auto& [isOther, count, test] : tests) file << std::exchange(separator, "<br>") << test;
+    file << " |\n";
   }
   file.close();
   if (file) return;

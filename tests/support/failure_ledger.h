@@ -18,9 +18,13 @@ namespace ostrel::test {
 // OSTREL_FAILURE_LEDGER names a file, the program leaves it there at its end, as rows of docs/failures.md.
 //
 // A row begins when a scripted call fails. To it belong the log lines that the same thread writes up to its
-// next call, of which those that only release something do not count, and every error line that the test's
-// own thread writes after that, up to the result. A failure that repeats itself before there is a result adds
-// to its row.
+// next call, of which those that only release something do not count; on the test's own thread also every
+// later line that is not mere detail, up to the result, and as often as it comes. Lines other than errors
+// that are also written where nothing has failed do not count, but for an input that fails without any call.
+// A failure that repeats itself before there is a result adds to its row.
+//
+// A row names the tests that it came from, at most three: first those that say that they are about such
+// failures, then those with the fewest other rows.
 class FailureLedger {
  public:
   static FailureLedger& OfThisProgram();
@@ -44,36 +48,60 @@ class FailureLedger {
   void CameTo(const std::string& result);
   // Of several readings of what this test's failure of the function should come to, the one taken.
   void Chosen(const std::string& function, const std::string& reading);
+  // What has failed so far only sets the stage for this test, and is no row of it.
+  void SetTheStage();
 
  private:
   class Listener;
 
+  struct LogLine {
+    std::string text;  // as the transcript has it
+    int count;
+  };
   struct Row {
     std::string call;
     std::string failure;
-    std::vector<std::string> log;
+    std::vector<LogLine> log;
     std::string result;
     int thread = 0;
     bool isDirect = true;  // no call came after it
+    bool isInput = false;  // not a call's failure
     bool isOpen = true;
   };
 
   FailureLedger();
-  void Begin(const std::string& call, const std::string& failure);
+  // A row of a test that has ended.
+  struct Entry {
+    Row row;
+    std::string test;
+    std::string reading;
+    bool isConcern;
+  };
+  // What the page makes of one or more entries.
+  struct PageRow {
+    std::set<std::string> readings;
+    std::map<std::string, bool> tests;  // and whether they are about it
+  };
+  using Page = std::map<std::string, PageRow>;
+
+  void Begin(const std::string& call, const std::string& failure, bool isInput = false);
+  void AddLog(Row& row, std::string_view line) const;
   void BeginTest(const std::string& name);
   void EndTest();
   void Write() const;
-  static std::string Text(const Row& row, const std::string& reading);
+  Page MakePage() const;
+  std::string Text(const Row& row) const;
 
   mutable Lock lock_;
   std::string test_;
   int testThread_ = 0;
-  std::vector<Row> rows_;  // of the running test
+  bool hasFailed_ = false;        // anything in the running test
+  std::set<int> failedSilently_;  // threads whose last call failed and is no row
+  std::vector<Row> rows_;         // of the running test
   std::set<std::string> concerns_;
   std::map<std::string, std::string> readings_;
-  // The tests that each row came from, and how many different rows each of them has.
-  std::map<std::string, std::set<std::string>> tests_;
-  std::map<std::string, std::size_t> rowCounts_;
+  std::vector<Entry> entries_;
+  std::set<std::string, std::less<>> usualLines_;  // written where nothing has failed
 };
 
 // A system's code as people know it: small ones in decimal, others in hexadecimal.

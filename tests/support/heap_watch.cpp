@@ -3,6 +3,8 @@
 #include <atomic>
 #include <cstdlib>
 
+#include "support/failure_ledger.h"
+
 namespace ostrel::test {
 
 namespace {
@@ -30,12 +32,20 @@ bool IsWatched() {
   return GetCurrentThreadId() == watchedThread;
 }
 
+// What the ledger itself takes from the heap does not count.
+void EnterRefusal(const char* function) {
+  const DWORD thread = watchedThread.exchange(0);
+  FailureLedger::OfThisProgram().Failed(function, ERROR_NOT_ENOUGH_MEMORY);
+  watchedThread = thread;
+}
+
 // True when the caller is to get no memory.
-bool IsRefused() {
+bool IsRefused(const char* function) {
   if (!IsWatched()) return false;
   ++allocations;
   if (untilRefusal == 0 || --untilRefusal != 0) return false;
   hasRefused = true;
+  EnterRefusal(function);
   return true;
 }
 
@@ -46,21 +56,21 @@ void Gave(const void* block) {
 }
 
 void* Malloc(std::size_t size) {
-  if (IsRefused()) return nullptr;
+  if (IsRefused("malloc")) return nullptr;
   void* const block = originalMalloc(size);
   Gave(block);
   return block;
 }
 
 void* Calloc(std::size_t count, std::size_t size) {
-  if (IsRefused()) return nullptr;
+  if (IsRefused("calloc")) return nullptr;
   void* const block = originalCalloc(count, size);
   Gave(block);
   return block;
 }
 
 void* Realloc(void* block, std::size_t size) {
-  if (IsRefused()) return nullptr;
+  if (IsRefused("realloc")) return nullptr;
   void* const moved = originalRealloc(block, size);
   if (block == nullptr) Gave(moved);
   return moved;

@@ -130,7 +130,8 @@ struct ScriptedNetwork::Fakes {
     const Lock::Holder holder(current->lock_);
     const auto transaction = current->transactions_.extract(engine);
     if (transaction.empty()) return NO_TRANSACTION;
-    current->keys_.insert(transaction.mapped().begin(), transaction.mapped().end());
+    current->keys_.insert(transaction.mapped().keys.begin(), transaction.mapped().keys.end());
+    current->filters_ += transaction.mapped().filters;
     return ERROR_SUCCESS;
   }
 
@@ -193,16 +194,16 @@ struct ScriptedNetwork::Fakes {
             Excess(filter->providerContextKey != GUID{}, "context") +
             Excess(filter->reserved != nullptr, "reserved") + Excess(filter->filterId != 0, "filter id") +
             Excess(filter->effectiveWeight.type != FWP_EMPTY, "weight"));
-    return failure ? *failure : ERROR_SUCCESS;
+    return failure ? *failure : current->AddFilter(engine);
   }
 
   // The monitored user
 
   static void WINAPI BuildExplicitAccessWithNameW(EXPLICIT_ACCESS_W* access, wchar_t* user, DWORD permissions,
                                                   ACCESS_MODE mode, DWORD inheritance) {
-    current->Enter("BuildExplicitAccessWithNameW", Text(user) + ", permissions " + Hex(permissions) +
-                                                       ", mode " + Number(mode) + ", inheritance " +
-                                                       Number(inheritance));
+    current->Note("BuildExplicitAccessWithNameW", Text(user) + ", permissions " + Hex(permissions) +
+                                                      ", mode " + Number(mode) + ", inheritance " +
+                                                      Number(inheritance));
     current->Original<decltype(&::BuildExplicitAccessWithNameW)>("BuildExplicitAccessWithNameW")(
         access, user, permissions, mode, inheritance);
   }
@@ -229,13 +230,19 @@ struct ScriptedNetwork::Fakes {
 
   static HLOCAL WINAPI LocalFree(HLOCAL block) {
     if (block != nullptr && current->system_.IsOpen(block)) {
-      current->Enter("LocalFree", current->NameOf(block));
+      current->Note("LocalFree", current->NameOf(block));
       current->system_.Forget(block);
     }
     return current->Original<decltype(&::LocalFree)>("LocalFree")(block);
   }
 
   // The driver's device
+
+  static std::optional<DWORD> NotOpen(const std::string& function, HANDLE device) {
+    if (current->system_.IsOpen(device)) return std::nullopt;
+    FailureLedger::OfThisProgram().FailedByTheWay(function, ERROR_INVALID_HANDLE);
+    return ERROR_INVALID_HANDLE;
+  }
 
   static HANDLE WINAPI CreateFileW(const wchar_t* path, DWORD access, DWORD share,
                                    SECURITY_ATTRIBUTES* attributes, DWORD disposition, DWORD flags,
@@ -267,7 +274,7 @@ struct ScriptedNetwork::Fakes {
       const Lock::Holder holder(current->lock_);
       current->processLists_.emplace_back(bytes, bytes + inputSize);
     }
-    if (!failure && !current->system_.IsOpen(device)) failure = ERROR_INVALID_HANDLE;
+    if (!failure) failure = NotOpen("DeviceIoControl", device);
     if (failure) return FailedWith(*failure);
     *returned = 0;
     return TRUE;
@@ -292,7 +299,7 @@ struct ScriptedNetwork::Fakes {
       failure = current->readError;
       FailureLedger::OfThisProgram().Failed("DeviceIoControl", *failure);
     }
-    if (!failure && !current->system_.IsOpen(device)) failure = ERROR_INVALID_HANDLE;
+    if (!failure) failure = NotOpen("DeviceIoControl", device);
     if (failure) return FailedWith(*failure);
     const Lock::Holder holder(current->lock_);
     Request& request = current->readers_[GetCurrentThreadId()].requests[index];
@@ -311,7 +318,7 @@ struct ScriptedNetwork::Fakes {
     // Only the calling thread's requests.
     Reader& reader = current->readers_[GetCurrentThreadId()];
     reader.hasCancelled = true;
-    if (!failure && !current->system_.IsOpen(device)) failure = ERROR_INVALID_HANDLE;
+    if (!failure) failure = NotOpen("CancelIo", device);
     if (failure) return FailedWith(*failure);
     for (Request& request : reader.requests) request.isCancelled = request.isPending;
     return TRUE;
@@ -324,8 +331,10 @@ struct ScriptedNetwork::Fakes {
       const Lock::Holder holder(current->lock_);
       index = current->IndexOf(overlapped, nullptr);
     }
-    current->Enter("GetOverlappedResult",
-                   current->NameOf(device) + ", block " + Number(index) + (wait ? ", wait" : ", no wait"));
+    const auto failure =
+        current->Enter("GetOverlappedResult", current->NameOf(device) + ", block " + Number(index) +
+                                                  (wait ? ", wait" : ", no wait"));
+    if (failure) return FailedWith(*failure);
     const Lock::Holder holder(current->lock_);
     Request& request = current->readers_[GetCurrentThreadId()].requests[index];
     if (request.isCancelled) {
@@ -455,6 +464,16 @@ void ScriptedNetwork::WatchMemory(std::optional<std::size_t> refused) {
 
 std::optional<DWORD> ScriptedNetwork::Enter(const std::string& function, const std::string& arguments) {
   const auto failure = system_.Enter(function, arguments);
+  Meet(function);
+  return failure;
+}
+
+void ScriptedNetwork::Note(const std::string& function, const std::string& arguments) {
+  system_.Note(function, arguments);
+  Meet(function);
+}
+
+void ScriptedNetwork::Meet(const std::string& function) {
   if (onCall) onCall(function);
   Lock::Holder holder(lock_);
   if (function == heldFunction_) {
@@ -462,7 +481,6 @@ std::optional<DWORD> ScriptedNetwork::Enter(const std::string& function, const s
     holder.Changed();
     holder.WaitFor([&] { return function != heldFunction_; });
   }
-  return failure;
 }
 
 void ScriptedNetwork::Hold(const std::string& function) {
@@ -490,9 +508,32 @@ DWORD ScriptedNetwork::AddKey(const std::string& function, HANDLE engine, const 
   const Lock::Holder holder(lock_);
   const auto transaction = transactions_.find(engine);
   if (transaction == transactions_.end()) return NO_TRANSACTION;
-  if (keys_.count(key) == 0 && transaction->second.insert(key).second) return ERROR_SUCCESS;
+  if (keys_.count(key) == 0 && transaction->second.keys.insert(key).second) return ERROR_SUCCESS;
   FailureLedger::OfThisProgram().FailedByTheWay(function, KEY_IS_TAKEN);
   return KEY_IS_TAKEN;
+}
+
+DWORD ScriptedNetwork::AddFilter(HANDLE engine) {
+  const Lock::Holder holder(lock_);
+  const auto transaction = transactions_.find(engine);
+  if (transaction == transactions_.end()) return NO_TRANSACTION;
+  ++transaction->second.filters;
+  return ERROR_SUCCESS;
+}
+
+bool ScriptedNetwork::HasKey(const std::string& key) const {
+  const Lock::Holder holder(lock_);
+  return keys_.count(key) != 0;
+}
+
+void ScriptedNetwork::ForgetKeys() {
+  const Lock::Holder holder(lock_);
+  keys_.clear();
+}
+
+std::size_t ScriptedNetwork::FilterCount() const {
+  const Lock::Holder holder(lock_);
+  return filters_;
 }
 
 std::size_t ScriptedNetwork::IndexOf(OVERLAPPED* overlapped, void* buffer) {

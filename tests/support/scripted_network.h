@@ -47,6 +47,11 @@ class ScriptedNetwork {
   void Queue(const PacketBytes& record);
   std::size_t PendingCount() const;
 
+  // What is in force on the platform.
+  bool HasKey(const std::string& key) const;
+  std::size_t FilterCount() const;
+  void ForgetKeys();
+
   // Bytes of every process list that was sent to the driver.
   std::vector<std::vector<std::uint8_t>> ProcessLists() const;
 
@@ -83,14 +88,21 @@ class ScriptedNetwork {
     bool isPending = false;
     bool isCancelled = false;
   };
+  struct Transaction {
+    std::set<std::string> keys;
+    std::size_t filters = 0;
+  };
   struct Reader {
     std::vector<Request> requests;
     bool hasCancelled = false;
   };
 
-  std::optional<DWORD> Enter(const std::string& function, const std::string& arguments);
+  [[nodiscard]] std::optional<DWORD> Enter(const std::string& function, const std::string& arguments);
+  void Note(const std::string& function, const std::string& arguments);
+  void Meet(const std::string& function);
   std::string NameOf(HANDLE handle) const;
   DWORD AddKey(const std::string& function, HANDLE engine, const std::string& key);
+  DWORD AddFilter(HANDLE engine);
   // The request that uses the block; a new one at the end when there is none.
   std::size_t IndexOf(OVERLAPPED* overlapped, void* buffer);
   void End(Request& request, const PacketBytes* record);
@@ -112,7 +124,8 @@ class ScriptedNetwork {
   std::string heldFunction_;
   bool isHeld_ = false;
   std::set<std::string> keys_;
-  std::map<HANDLE, std::set<std::string>> transactions_;
+  std::size_t filters_ = 0;
+  std::map<HANDLE, Transaction> transactions_;
   std::map<DWORD, Reader> readers_;  // by thread
   DWORD newestReader_ = 0;
   std::deque<PacketBytes> queue_;

@@ -8,6 +8,8 @@
 #include <tlhelp32.h>
 #include <ws2tcpip.h>
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -124,7 +126,7 @@ struct ScriptedSystem::Fakes {
 
   static BOOL WINAPI HeapFree(HANDLE heap, DWORD flags, void* block) {
     if (current->IsOpen(block)) {
-      current->Enter("HeapFree", "");
+      current->Note("HeapFree", "");
       current->Forget(block);
     }
     return current->Original<decltype(&::HeapFree)>("HeapFree")(heap, flags, block);
@@ -148,7 +150,7 @@ struct ScriptedSystem::Fakes {
   }
 
   static BOOL WINAPI PathRemoveFileSpecW(wchar_t* path) {
-    current->Enter("PathRemoveFileSpecW", Narrow(path));
+    current->Note("PathRemoveFileSpecW", Narrow(path));
     return current->Original<decltype(&::PathRemoveFileSpecW)>("PathRemoveFileSpecW")(path);
   }
 
@@ -162,7 +164,7 @@ struct ScriptedSystem::Fakes {
   }
 
   static BOOL WINAPI PathFileExistsW(const wchar_t* path) {
-    current->Enter("PathFileExistsW", Narrow(path));
+    current->Note("PathFileExistsW", Narrow(path));
     return current->existingFiles.count(path) != 0;
   }
 
@@ -201,7 +203,7 @@ struct ScriptedSystem::Fakes {
   }
 
   static void WINAPI SetupCloseInfFile(HINF inf) {
-    current->Enter("SetupCloseInfFile", current->NameOf(inf));
+    current->Note("SetupCloseInfFile", current->NameOf(inf));
     current->Forget(inf);
   }
 
@@ -235,8 +237,8 @@ struct ScriptedSystem::Fakes {
 
   static HRESULT WINAPI FilterGetMessage(HANDLE port, FILTER_MESSAGE_HEADER* buffer, DWORD size,
                                          OVERLAPPED* overlapped) {
-    current->Enter("FilterGetMessage", current->NameOf(port) + ", " + Number(size) +
-                                           (overlapped == nullptr ? ", synchronous" : ", overlapped"));
+    current->Note("FilterGetMessage", current->NameOf(port) + ", " + Number(size) +
+                                          (overlapped == nullptr ? ", synchronous" : ", overlapped"));
     const std::vector<std::uint8_t> zeros(size);
     if (std::memcmp(buffer, zeros.data(), size) != 0) current->transcript.Add("buffer not zeroed");
     Lock::Holder holder(current->lock_);
@@ -325,9 +327,9 @@ struct ScriptedSystem::Fakes {
   }
 
   static BOOL WINAPI CloseServiceHandle(SC_HANDLE handle) {
-    current->Enter("CloseServiceHandle", current->NameOf(handle));
+    const auto failure = current->Enter("CloseServiceHandle", current->NameOf(handle));
+    if (failure) return FailedWith(*failure);
     current->Forget(handle);
-    if (current->closeServiceHandleError) SetLastError(*current->closeServiceHandleError);
     return TRUE;
   }
 
@@ -338,7 +340,10 @@ struct ScriptedSystem::Fakes {
     if (handle != nullptr && !current->IsOpen(handle)) return original(handle);
     const auto failure = current->Enter("CloseHandle", current->NameOf(handle));
     if (failure) return FailedWith(*failure);
-    if (handle == nullptr) return FailedWith(ERROR_INVALID_HANDLE);
+    if (handle == nullptr) {
+      FailureLedger::OfThisProgram().FailedByTheWay("CloseHandle", ERROR_INVALID_HANDLE);
+      return FailedWith(ERROR_INVALID_HANDLE);
+    }
     bool isReal = false;
     {
       const Lock::Holder holder(current->lock_);
@@ -393,7 +398,10 @@ struct ScriptedSystem::Fakes {
   }
 
   static BOOL WINAPI SetEvent(HANDLE event) {
-    if (event == nullptr || current->IsOpen(event)) current->Enter("SetEvent", current->NameOf(event));
+    if (event == nullptr || current->IsOpen(event)) {
+      const auto failure = current->Enter("SetEvent", current->NameOf(event));
+      if (failure) return FailedWith(*failure);
+    }
     const BOOL isSet = current->Original<decltype(&::SetEvent)>("SetEvent")(event);
     if (!isSet) FailureLedger::OfThisProgram().FailedByTheWay("SetEvent", GetLastError());
     return isSet;
@@ -402,7 +410,12 @@ struct ScriptedSystem::Fakes {
   static DWORD WINAPI WaitForSingleObject(HANDLE handle, DWORD milliseconds) {
     const auto original = current->Original<decltype(&::WaitForSingleObject)>("WaitForSingleObject");
     if (!current->IsOpen(handle)) return original(handle, milliseconds);
-    current->Enter("WaitForSingleObject", current->NameOf(handle) + ", " + Number(milliseconds));
+    const auto failure =
+        current->Enter("WaitForSingleObject", current->NameOf(handle) + ", " + Number(milliseconds));
+    if (failure) {
+      SetLastError(*failure);
+      return WAIT_FAILED;
+    }
     const DWORD result = original(handle, milliseconds / current->waitDivisor);
     if (result == WAIT_TIMEOUT && current->NameOf(handle) == "thread")
       FailureLedger::OfThisProgram().FailedByTheWay("WaitForSingleObject", result);
@@ -533,25 +546,27 @@ struct ScriptedSystem::Fakes {
 
   static DWORD Translate(const std::string& function, const std::map<std::wstring, std::wstring>& names,
                          const wchar_t* path, wchar_t* buffer, DWORD capacity) {
+    auto failure = current->Enter(function, Narrow(path) + ", " + Number(capacity));
     const auto found = names.find(path);
-    if (found != names.end()) return CopyOut(found->second, buffer, capacity);
-    FailureLedger::OfThisProgram().FailedByTheWay(function, ERROR_FILE_NOT_FOUND);
-    SetLastError(ERROR_FILE_NOT_FOUND);
+    if (!failure && found != names.end()) return CopyOut(found->second, buffer, capacity);
+    if (!failure) {
+      failure = ERROR_FILE_NOT_FOUND;
+      FailureLedger::OfThisProgram().FailedByTheWay(function, *failure);
+    }
+    SetLastError(*failure);
     return 0;
   }
 
   static DWORD WINAPI GetShortPathNameW(const wchar_t* path, wchar_t* buffer, DWORD capacity) {
-    current->Enter("GetShortPathNameW", Narrow(path) + ", " + Number(capacity));
     return Translate("GetShortPathNameW", current->shortPaths, path, buffer, capacity);
   }
 
   static DWORD WINAPI GetLongPathNameW(const wchar_t* path, wchar_t* buffer, DWORD capacity) {
-    current->Enter("GetLongPathNameW", Narrow(path) + ", " + Number(capacity));
     return Translate("GetLongPathNameW", current->longPaths, path, buffer, capacity);
   }
 
   static BOOL WINAPI PathIsDirectoryW(const wchar_t* path) {
-    current->Enter("PathIsDirectoryW", Narrow(path));
+    current->Note("PathIsDirectoryW", Narrow(path));
     // As the system's: some value other than 0.
     return current->directories.count(path) != 0 ? FILE_ATTRIBUTE_DIRECTORY << 8 : 0;
   }
@@ -584,13 +599,23 @@ struct ScriptedSystem::Fakes {
 
   static const wchar_t* WINAPI InetNtopW(INT family, const void* address, wchar_t* text,
                                          std::size_t capacity) {
-    current->Enter("InetNtopW", Number(static_cast<unsigned>(family)) + ", " + Number(capacity));
+    const auto failure =
+        current->Enter("InetNtopW", Number(static_cast<unsigned>(family)) + ", " + Number(capacity));
+    if (failure) {
+      SetLastError(*failure);
+      return nullptr;
+    }
     return current->Original<decltype(&::InetNtopW)>("InetNtopW")(family, const_cast<void*>(address), text,
                                                                   capacity);
   }
 
   static INT WINAPI InetPtonW(INT family, const wchar_t* text, void* address) {
-    current->Enter("InetPtonW", Number(static_cast<unsigned>(family)) + ", " + Narrow(text));
+    const auto failure =
+        current->Enter("InetPtonW", Number(static_cast<unsigned>(family)) + ", " + Narrow(text));
+    if (failure) {
+      SetLastError(*failure);
+      return -1;
+    }
     const INT result =
         current->Original<decltype(&::InetPtonW)>("InetPtonW")(family, const_cast<wchar_t*>(text), address);
     if (result != 1) FailureLedger::OfThisProgram().FailedByTheWay("InetPtonW", "no address");
@@ -759,6 +784,14 @@ std::optional<DWORD> ScriptedSystem::Enter(const std::string& function, const st
   }
   if (code) FailureLedger::OfThisProgram().Failed(function, *code);
   return code;
+}
+
+void ScriptedSystem::Note(const std::string& function, const std::string& arguments) {
+  const std::string call = function + "(" + arguments + ")";
+  transcript.Add(call);
+  const Lock::Holder holder(lock_);
+  if (failures_.count(function) + failures_.count(call) == 0) return;
+  ADD_FAILURE() << call << " cannot be made to fail";
 }
 
 HANDLE ScriptedSystem::Open(const std::string& name) {

@@ -83,7 +83,6 @@ class ScriptedSystem {
   DWORD serviceState = SERVICE_RUNNING;
   UINT infErrorLine = 0;
   DWORD adjustPrivilegesLastError = ERROR_SUCCESS;
-  std::optional<DWORD> closeServiceHandleError;  // what closing leaves behind as the last error
   DWORD waitDivisor = 1;  // waits for the module's own events and threads are that much shorter
 
   // For the functions that stand in for the system's.
@@ -106,7 +105,10 @@ class ScriptedSystem {
     EventMessage message;
   };
 
-  std::optional<DWORD> Enter(const std::string& function, const std::string& arguments);
+  // Notes a call and returns the code that it fails with, if the test wants it to.
+  [[nodiscard]] std::optional<DWORD> Enter(const std::string& function, const std::string& arguments);
+  // For a call that cannot be made to fail.
+  void Note(const std::string& function, const std::string& arguments);
   HANDLE Open(const std::string& name);
   void AddReal(HANDLE handle, const std::string& name);
   bool IsOpen(HANDLE handle) const;

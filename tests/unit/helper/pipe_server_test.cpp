@@ -416,6 +416,22 @@ TEST(TheWatchdog, BarksAfterItsTime) {
   EXPECT_EQ(WaitForSingleObject(barked.Get(), 30'000), static_cast<DWORD>(WAIT_OBJECT_0));
 }
 
+// The wait for its time fails, the one for its start does not.
+DWORD WINAPI FailTimedWait(HANDLE handle, DWORD milliseconds) {
+  if (milliseconds == INFINITE) return WaitForSingleObjectEx(handle, milliseconds, FALSE);
+  SetLastError(ERROR_INVALID_HANDLE);
+  return WAIT_FAILED;
+}
+
+// What nobody watches must not go on.
+TEST(TheWatchdog, BarksAtOnceWhenItCannotWait) {
+  const UniqueKernelHandle barked(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  const ostrel::test::ImportPatch patch(GetModuleHandleW(nullptr), "WaitForSingleObject",
+                                        reinterpret_cast<void*>(&FailTimedWait));
+  const Watchdog watchdog(1h, [&] { SetEvent(barked.Get()); });
+  EXPECT_EQ(WaitForSingleObjectEx(barked.Get(), 10000, FALSE), WAIT_OBJECT_0);
+}
+
 TEST(TheWatchdog, IsSilentWhenCalledOffInTime) {
   bool hasBarked = false;
   {

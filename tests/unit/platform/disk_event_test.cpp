@@ -7,6 +7,7 @@
 #include "filter/cache_hooks.h"
 #include "platform_test.h"
 #include "support/failure_rows.h"
+#include "support/import_table.h"
 
 namespace ostrel::test {
 
@@ -135,6 +136,30 @@ TEST_F(TheDiskEventThread, GoesOnAfterAnExceptionOfTheDirectoryTest) {
   ostrel_test::EnterFailure("Directory test of an event", "an exception", errors,
                             "The disk event thread: tries that event again in its next pass",
                             "what the pass had already taken of that kind is lost, and nothing says so");
+}
+
+std::atomic<DWORD> pause{0};
+
+void WINAPI NotePause(DWORD milliseconds) {
+  pause = milliseconds;
+}
+
+// Only its stop event ends it. Without the pause it would never be idle.
+TEST_F(TheDiskEventThread, PausesAndGoesOnAfterAWaitThatFails) {
+  FailureLedger::OfThisProgram().Chosen("WaitForSingleObject",
+                                        "the thread sleeps for the second that it did not wait, and goes on");
+  Hurry();
+  pause = 0;
+  const ImportPatch sleep(GetModuleHandleW(nullptr), "Sleep", reinterpret_cast<void*>(&NotePause));
+  system_.Fail("WaitForSingleObject(event, 1000)", 6, 1);
+  AddOldUpload();
+  ASSERT_TRUE(Start());
+  EXPECT_TRUE(Gate::WaitUntilReached());
+  CameTo("The disk event thread: a pass like any other");
+  EXPECT_EQ(pause, 1000U);
+  system_.transcript.Clear();
+  thread_.Stop();
+  EXPECT_EQ(Calls().at(2), "log 7 Disk Event thread ended");
 }
 
 TEST_F(TheDiskEventThread, StartsAgainWithAnEventOfItsOwn) {

@@ -172,6 +172,8 @@ TEST_F(InstallingADriver, SucceedsAlthoughTheServiceCannotBeSetUp) {
 
 // The next step then says what is missing.
 TEST_F(InstallingADriver, SeeksTheInfWithoutAFolderWhenItsOwnPathIsNotTold) {
+  FailureLedger::OfThisProgram().Chosen("GetModuleFileNameW",
+                                        "nothing is said of it; the INF is not found, which is");
   system_.Fail("GetModuleFileNameW", 8);
   system_.Fail("SetupOpenInfFileW", 2);
   EXPECT_FALSE(Install());
@@ -183,6 +185,8 @@ TEST_F(InstallingADriver, SeeksTheInfWithoutAFolderWhenItsOwnPathIsNotTold) {
 
 // There is nowhere to copy the file to, and nothing is deleted or copied elsewhere.
 TEST_F(InstallingADriver, FailsWhenTheSystemsFolderIsNotTold) {
+  FailureLedger::OfThisProgram().Chosen(
+      "GetSystemDirectoryW", "as when copying fails, but nothing is deleted or set up: there is no target");
   system_.Fail("GetSystemDirectoryW", 8);
   EXPECT_FALSE(Install());
   EXPECT_THAT(CallsAfterThePrivilege(),

@@ -7,7 +7,6 @@ namespace ostrel::test {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 const std::string OPEN_MANAGER = "OpenSCManagerW(null, null, 0xf003f)";
 const std::string OPEN_SERVICE = "OpenServiceW(manager, OstrelNWFilter, 0xf01ff)";
@@ -19,12 +18,19 @@ const std::string CLOSE_MANAGER = "CloseServiceHandle(manager)";
 
 class NetworkDriverService : public PlatformTest {
  protected:
-  ~NetworkDriverService() override { EXPECT_THAT(system_.OpenHandles(), IsEmpty()); }
+  ~NetworkDriverService() override { EXPECT_EQ(system_.OpenHandles(), leftOpen_); }
 
   static bool Stop() { return Returned("Stopping the network driver's service", StopNetworkDriverService()); }
   static bool Start() {
     return Returned("Starting the network driver's service", StartNetworkDriverService());
   }
+
+  void RefuseToClose() {
+    system_.Fail("CloseServiceHandle", 777);
+    leftOpen_ = {"manager", "service"};
+  }
+
+  Lines leftOpen_;
 };
 
 TEST_F(NetworkDriverService, IsStoppedWhateverItsState) {
@@ -36,6 +42,12 @@ TEST_F(NetworkDriverService, IsStoppedWhateverItsState) {
     EXPECT_THAT(Calls(), ElementsAre(OPEN_MANAGER, OPEN_SERVICE, QUERY, STOP, CLOSE_SERVICE, CLOSE_MANAGER,
                                      "log 6 Stopped nw filter driver successfully."));
   }
+}
+
+TEST_F(NetworkDriverService, IsStoppedAlthoughItsHandlesCannotBeClosed) {
+  RefuseToClose();
+  EXPECT_TRUE(Stop());
+  EXPECT_THAT(Logs(), ElementsAre("log 6 Stopped nw filter driver successfully."));
 }
 
 TEST_F(NetworkDriverService, ReportsAFailedStopWhateverItsState) {
@@ -66,7 +78,7 @@ TEST_F(NetworkDriverService, CannotBeStoppedWhenItCannotBeOpened) {
 // The code in the line may be that of closing.
 TEST_F(NetworkDriverService, ReportsAFailedQueryWithTheCodeThatIsLeftAfterClosing) {
   system_.Fail("QueryServiceStatusEx", 6);
-  system_.closeServiceHandleError = 777;
+  RefuseToClose();
   EXPECT_FALSE(Stop());
   EXPECT_THAT(Calls(), ElementsAre(OPEN_MANAGER, OPEN_SERVICE, QUERY, CLOSE_SERVICE, CLOSE_MANAGER,
                                    "log 3 QueryServiceStatusEx failed. 777"));
@@ -80,7 +92,7 @@ TEST_F(NetworkDriverService, ReportsAFailedQueryWithItsOwnCodeWhenClosingLeavesI
 
 TEST_F(NetworkDriverService, ReportsAFailedStopAsNotableWithTheCodeThatIsLeftAfterClosing) {
   system_.Fail("ControlService", 1062);
-  system_.closeServiceHandleError = 777;
+  RefuseToClose();
   EXPECT_FALSE(Stop());
   EXPECT_THAT(Calls(),
               ElementsAre(OPEN_MANAGER, OPEN_SERVICE, QUERY, STOP, CLOSE_SERVICE, CLOSE_MANAGER,
@@ -128,7 +140,8 @@ TEST_F(NetworkDriverService, CannotBeStartedWhenItCannotBeOpened) {
 // Unlike in stopping, the code is read before the handles are closed.
 TEST_F(NetworkDriverService, ReportsAFailedStartWithItsOwnCode) {
   system_.Fail("StartServiceW", 1058);
-  system_.closeServiceHandleError = 777;
+  RefuseToClose();
+  leftOpen_ = {"manager", "manager", "service", "service"};
   EXPECT_FALSE(Start());
   EXPECT_THAT(Calls(), ElementsAre(OPEN_MANAGER, OPEN_SERVICE, QUERY, STOP, CLOSE_SERVICE, CLOSE_MANAGER,
                                    "log 6 Stopped nw filter driver successfully.", OPEN_MANAGER, OPEN_SERVICE,

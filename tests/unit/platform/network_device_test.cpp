@@ -75,6 +75,7 @@ TEST_F(TheNetworkDevice, CountsAsMonitoringWhenFailingLeavesNoCode) {
 }
 
 TEST_F(TheNetworkDevice, CannotMonitorWithoutAHandle) {
+  FailureLedger::OfThisProgram().FailedOtherwise("Handle of the network driver's device", "null");
   EXPECT_EQ(EnableMonitoring(), 87U);
   EXPECT_THAT(Calls(), ElementsAre("log 3 Could not enable monitoring. 87"));
 }
@@ -117,12 +118,24 @@ TEST_F(TheNetworkDevice, SaysWhyItCannotBeClosed) {
               ElementsAre("CloseHandle(device)", "log 3 Could not close handle to NW driver. Code: 6"));
 }
 
+TEST_F(TheNetworkDevice, SaysAsNotableThatAClosedOneIsSentNothing) {
+  FailureLedger::OfThisProgram().Concerns("DeviceIoControl");
+  OpenAndForget();
+  device_.Close();
+  system_.transcript.Clear();
+  device_.SendProcessList(*std::make_unique<DetectionMessage>());
+  CameTo("Sending the process list: gives nothing back");
+  EXPECT_THAT(Logs(), ElementsAre("log 6 Failed to send proc names to nw filter: 6"));
+}
+
 // The number of the closed handle may be somebody else's by now.
 TEST_F(TheNetworkDevice, IsClosedASecondTimeWithoutTouchingAnything) {
   OpenAndForget();
   device_.Close();
   system_.transcript.Clear();
+  FailureLedger::OfThisProgram().Concerns("CloseHandle");
   device_.Close();
+  CameTo("Closing the device: counts as closed");
   EXPECT_THAT(Calls(),
               ElementsAre("CloseHandle(null)", "log 3 Could not close handle to NW driver. Code: 6"));
 }

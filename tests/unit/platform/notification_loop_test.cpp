@@ -87,6 +87,7 @@ TEST_F(TheNotificationLoop, GoesOnAfterAnExceptionAndClosesTheProcess) {
 }
 
 TEST_F(TheNotificationLoop, GoesOnAfterAnExceptionOfTheTabTitleLookUp) {
+  FailureLedger::OfThisProgram().FailedOtherwise("Look-up of tab titles", "an exception");
   static bool throwNext;
   throwNext = true;
   UserLookup userLookup = [](void*, std::wstring&) -> unsigned char { return 1; };
@@ -97,6 +98,7 @@ TEST_F(TheNotificationLoop, GoesOnAfterAnExceptionOfTheTabTitleLookUp) {
   DirectoryTest directoryTest = &IsDirectory;
   ReadEventCache downloads(userLookup, tabTitleLookup, directoryTest);
   Run({Message(1, 7, u"\\first"), Message(1, 8, u"\\second")}, downloads);
+  CameTo("The notification loop: goes on with the next message");
   EXPECT_THAT(system_.transcript.StartingWith("log 3"), ElementsAre("log 3 Exception caught in filter loop"));
   EXPECT_EQ(downloads.GetCacheCount(), 1U);
   EXPECT_THAT(system_.OpenHandles(), ::testing::IsEmpty());

@@ -29,6 +29,9 @@ const std::string OPEN = "OpenProcess(0x1000, not inherited, 42)";
 const std::string GET_NAME = "K32GetProcessImageFileNameW(process 42, 512)";
 const std::string CLOSE = "CloseHandle(process 42)";
 
+const std::string WAIT_CHOICE =
+    "the reader ends with one line and -1; an abandoned wait leaves no code, and counts as 735";
+
 std::string Issue(int block) {
   return "DeviceIoControl(device, 0x222004, no input, 64 bytes of block " + std::to_string(block) +
          ", null, overlapped)";
@@ -275,6 +278,9 @@ TEST_F(ThePacketReader, DropsTheRecordOfAProcessWhoseNameCannotBeRead) {
 
 TEST_F(ThePacketReader, FilesNothingForARequestThatEndsWithoutARecord) {
   FailureLedger::OfThisProgram().Concerns("GetOverlappedResult");
+  FailureLedger::OfThisProgram().Chosen(
+      "GetOverlappedResult",
+      "a record is zeroed before each request, so that one without a record names no process");
   EXPECT_EQ(Run({Report({}, 3), [this] { network_.CompleteWithoutRecord(3); }}), 0U);
   EXPECT_THAT(Logs(), Not(Contains(::testing::HasSubstr("added to existing"))));
   EXPECT_EQ(uploads_.PurgeEvents(5000 + 70001), 1);
@@ -305,6 +311,7 @@ TEST_F(ThePacketReader, FilesRecordsThatTheDriverHasAtOnce) {
 
 // A refused request never completes: waiting for it would be endless.
 TEST_F(ThePacketReader, WaitsAtItsEndForNoRequestThatTheDriverRefused) {
+  FailureLedger::OfThisProgram().Chosen("DeviceIoControl", "a request that was refused is never made again");
   network_.readError = ERROR_INVALID_FUNCTION;
   EXPECT_EQ(Run({}), 0U);
   EXPECT_EQ(
@@ -314,6 +321,7 @@ TEST_F(ThePacketReader, WaitsAtItsEndForNoRequestThatTheDriverRefused) {
 }
 
 TEST_F(ThePacketReader, WaitsAtItsEndForAllButTheRequestThatWasRefused) {
+  FailureLedger::OfThisProgram().Chosen("DeviceIoControl", "a request that was refused is never made again");
   const auto reportAndRefuse = [this] {
     network_.Complete(3, Packet());
     network_.readError = ERROR_GEN_FAILURE;
@@ -336,7 +344,7 @@ TEST_F(ThePacketReader, SaysThatItsRequestsCannotBeCancelledAndEnds) {
 }
 
 TEST_F(ThePacketReader, EndsWhenItCannotWait) {
-  FailureLedger::OfThisProgram().Chosen("WaitForMultipleObjects", "a wait that fails ends the reader");
+  FailureLedger::OfThisProgram().Chosen("WaitForMultipleObjects", WAIT_CHOICE);
   system_.Fail("WaitForMultipleObjects", 87, 2);
   EXPECT_EQ(Run({Report({}), [] {}, [] {}}), 0xFFFFFFFFU);
   Lines calls = Calls();
@@ -349,11 +357,11 @@ TEST_F(ThePacketReader, EndsWhenItCannotWait) {
 }
 
 TEST_F(ThePacketReader, EndsWhenAWaitIsAbandoned) {
-  FailureLedger::OfThisProgram().Chosen("WaitForMultipleObjects", "an abandoned wait ends the reader");
+  FailureLedger::OfThisProgram().Chosen("WaitForMultipleObjects", WAIT_CHOICE);
   for (const DWORD result : {WAIT_ABANDONED_0, WAIT_ABANDONED_0 + 63}) {
     network_.waitResult = result;
     EXPECT_EQ(Run({}), 0xFFFFFFFFU);
-    EXPECT_THAT(Logs(), Contains(::testing::StartsWith("log 3 Could not wait for NW driver. Code: ")));
+    EXPECT_THAT(Logs(), Contains("log 3 Could not wait for NW driver. Code: 735"));
     EXPECT_THAT(system_.transcript.StartingWith("OpenProcess"), IsEmpty());
     EXPECT_EQ(network_.PendingCount(), 0U);
     system_.transcript.Clear();
@@ -361,6 +369,8 @@ TEST_F(ThePacketReader, EndsWhenAWaitIsAbandoned) {
 }
 
 TEST_F(ThePacketReader, EndsWhenARequestHasNoEventToWaitOn) {
+  FailureLedger::OfThisProgram().Chosen(
+      "CreateEventW", "making it goes unchecked; the first wait then fails for the missing event");
   system_.Fail("CreateEventW", 8, 5);
   EXPECT_EQ(Run({}), 0xFFFFFFFFU);
   EXPECT_THAT(Logs(), Contains("log 3 Could not wait for NW driver. Code: 6"));
@@ -463,6 +473,20 @@ TEST_F(ThePacketReaderThread, SaysWhyItCannotBeStarted) {
                           "log 3 Could not start receive notification thread. Code: 8"));
 }
 
+// Only a time-out means that the reader goes on.
+TEST_F(ThePacketReaderThread, CountsAsEndedWhenItCannotBeWaitedFor) {
+  FailureLedger::OfThisProgram().Chosen("WaitForSingleObject", "any result but a time-out counts as the end");
+  ASSERT_TRUE(Start());
+  ASSERT_TRUE(WaitUntilReading());
+  system_.transcript.Clear();
+  system_.Fail("WaitForSingleObject", 6);
+  thread_.Stop();
+  CameTo("Stopping the packet reader: counts as ended");
+  EXPECT_THAT(Calls(), ElementsAre("SetEvent(event)", "WaitForSingleObject(thread, 3000)",
+                                   "log 7 GetNWPacketInfo thread ended"));
+  EXPECT_TRUE(system_.WaitForThreadEnd(0));
+}
+
 TEST_F(ThePacketReaderThread, SaysWhyItHasNoStopEvent) {
   system_.Fail("CreateEventW", 1450);
   EXPECT_FALSE(Start());
@@ -474,6 +498,7 @@ TEST_F(ThePacketReaderThread, SaysWhyItHasNoStopEvent) {
 TEST_F(ThePacketReaderThread, CountsAsEndedWhenItNeverStarted) {
   system_.Fail("CreateThread", 8);
   ASSERT_FALSE(Start());
+  FailureLedger::OfThisProgram().SetTheStage();
   system_.transcript.Clear();
   thread_.Stop();
   EXPECT_THAT(Logs(), ElementsAre("log 7 GetNWPacketInfo thread ended"));
@@ -487,14 +512,19 @@ TEST_F(ThePacketReaderThread, ForgetsTheReaderBeforeWhenItCannotBeStartedAgain) 
   ASSERT_TRUE(system_.WaitForThreadEnd(0));
   system_.Fail("CreateEventW", 1450);
   ASSERT_FALSE(Start());
+  FailureLedger::OfThisProgram().SetTheStage();
+  FailureLedger::OfThisProgram().Concerns("SetEvent");
   system_.transcript.Clear();
   thread_.Stop();
+  CameTo("Stopping the packet reader: counts as ended");
   EXPECT_THAT(Calls(), ElementsAre("SetEvent(null)", "log 7 GetNWPacketInfo thread ended"));
 }
 
 TEST_F(ThePacketReaderThread, IsGivenUpOnAfterThreeSeconds) {
   FailureLedger::OfThisProgram().Concerns("WaitForSingleObject");
-  FailureLedger::OfThisProgram().Chosen("WaitForSingleObject", "what the reader files afterwards is dropped");
+  FailureLedger::OfThisProgram().Chosen("WaitForSingleObject",
+                                        "the reader asks for nothing more, and of what it has only a record "
+                                        "that it is filing already is filed");
   system_.waitDivisor = 50;
   ASSERT_TRUE(Start());
   ASSERT_TRUE(WaitUntilReading());

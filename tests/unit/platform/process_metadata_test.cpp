@@ -258,6 +258,7 @@ TEST_F(TitlesOfAProcess, AreNoLongerSoughtWhenMemoryIsShort) {
       HeapWatch::Begin(allocation);
     };
     EXPECT_THAT(Find(), IsEmpty());
+    CameTo("Titles of a process: none, and those of its parent are sought");
     EXPECT_TRUE(HeapWatch::HasRefused());
     EXPECT_EQ(code_, TABTITLE_MAIN_WINDOWS_NOT_FOUND);
     // Then both again, for the parent, which owns neither.
