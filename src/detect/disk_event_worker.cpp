@@ -4,12 +4,14 @@ namespace ostrel {
 
 namespace {
 
-// No exception may end the thread, and with it the host's process.
+// No exception may end the thread, and with it the host's process. False when there was one.
 template <typename Step>
-void Guarded(Step step) {
+bool Guarded(Step step) {
   try {
     step();
+    return true;
   } catch (...) {
+    return false;
   }
 }
 
@@ -19,8 +21,9 @@ DiskEventWorker::DiskEventWorker(DetectionSources sources, FileEventReporter& re
     : sources_(sources), reporter_(reporter) {}
 
 void DiskEventWorker::RunPass(unsigned long long now) {
-  Guarded([&] { ReportDownloads(now); });
-  Guarded([&] { ReportUploads(now); });
+  // A file read after it was downloaded is no upload: while the downloads cannot be told, neither can the
+  // uploads.
+  if (Guarded([&] { ReportDownloads(now); })) Guarded([&] { ReportUploads(now); });
   Guarded([&] { ReportCloudDriveEvents(now); });
   Guarded([&] { sources_.downloadStreams.PurgeEvents(now); });
   Guarded([&] { sources_.uploadStreams.PurgeEvents(now); });

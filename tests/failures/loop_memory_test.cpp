@@ -220,6 +220,30 @@ TEST_F(TheNotificationLoopWithoutMemory, WithdrawsAReadWithTheNextQueryWhenThere
   EXPECT_GE(exceptions, 2) << "the names take memory";
 }
 
+// Unless there is no memory for so much as its name, a write withdraws the read even when it is not filed.
+TEST_F(TheNotificationLoopWithoutMemory, WithdrawsAReadWithAWriteThatThereIsNoMemoryToFile) {
+  const HeapWatch heap(library_.Module(), system_.ThreadIds().at(0));
+  int withdrawals = 0;
+  bool wasRefused = true;
+  for (int allocation = 1; wasRefused; ++allocation) {
+    SCOPED_TRACE(allocation);
+    const std::string file = FileName("written", allocation);
+    HeapWatch::Begin();
+    ASSERT_NO_FATAL_FAILURE(Handle(Event(0, file)));
+    HeapWatch::Begin(allocation);
+    ASSERT_NO_FATAL_FAILURE(Handle(Event(1, file)));
+    wasRefused = HeapWatch::HasRefused();
+    HeapWatch::Begin();
+    const bool isFiled = system_.transcript.StartingWith(EXCEPTION).empty();
+    // Another read joins the first one or, where there is none, is a new event.
+    ASSERT_NO_FATAL_FAILURE(Handle(Event(0, file)));
+    const bool isWithdrawn = std::ranges::count(Loop(), USER_LOOK_UP) == 1;
+    EXPECT_EQ(isWithdrawn, isFiled || allocation > 1) << "the first is the name";
+    if (isWithdrawn && !isFiled) ++withdrawals;
+  }
+  EXPECT_GE(withdrawals, 3) << "the record and its texts take memory";
+}
+
 // A host whose callback for cloud-drive events can be kept from returning: such events come last in a pass,
 // so what happens meanwhile comes together into the next one. What the callbacks are told goes to the newest
 // transcript, because they get no context.
@@ -498,6 +522,10 @@ TEST_P(TheDiskEventLoopWithoutMemory, TellsAnEventAtMostOnceAndTheNextOneInAnyCa
     EXPECT_TRUE(std::ranges::adjacent_find(events) == events.end()) << ::testing::PrintToString(events);
     for (const auto* purpose : {"uploads", "metadata", "metadata of reads", "pairs", "cloud", "cloud too"}) {
       EXPECT_LE(Told(purpose), 1U) << purpose;
+    }
+    // Refused is the taking of the downloads: the read of one that follows is not taken for an upload.
+    if (allocation == 1) {
+      EXPECT_LE(Told("downloads"), 1U);
     }
     EXPECT_LE(Told("what waits"), GetParam() ? 2U : 1U);
     EXPECT_EQ(Told("directories"), 0U);

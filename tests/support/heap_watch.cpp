@@ -10,7 +10,6 @@ namespace ostrel::test {
 namespace {
 
 std::atomic<DWORD> watchedThread{0};
-std::atomic<DWORD> testThread{0};
 std::atomic<int> allocations{0};
 std::atomic<int> heldBlocks{0};
 std::atomic<long> moduleBlocks{0};
@@ -33,10 +32,8 @@ bool IsWatched() {
   return GetCurrentThreadId() == watchedThread;
 }
 
-// Of the test's own thread: only there does the next result tell what came of it. What the ledger itself
-// takes from the heap does not count.
+// What the ledger itself takes from the heap does not count.
 void EnterRefusal(const char* function) {
-  if (GetCurrentThreadId() != testThread) return;
   const DWORD thread = watchedThread.exchange(0);
   FailureLedger::OfThisProgram().Failed(function, ERROR_NOT_ENOUGH_MEMORY);
   watchedThread = thread;
@@ -104,7 +101,6 @@ HeapWatch::~HeapWatch() {
 }
 
 void HeapWatch::Begin(int refused) {
-  testThread = GetCurrentThreadId();
   allocations = 0;
   heldBlocks = 0;
   untilRefusal = refused;
