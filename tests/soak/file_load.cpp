@@ -27,11 +27,6 @@ constexpr std::uint32_t NUMBERS_BETWEEN_ROUNDS = 20'000;
 constexpr std::uint32_t LOCAL_DRIVE = 0;
 constexpr std::uint32_t NO_DRIVE = 2;
 
-DWORD MakeVanish(lab::StandInProcess& process) {
-  process.Vanish();
-  return process.Id();
-}
-
 lab::StandInProcess Start(const std::filesystem::path& folder, const char* image) {
   return lab::StandInProcess::Start(folder.wstring(), {"", image}, nullptr);
 }
@@ -57,10 +52,7 @@ Actors::Actors(const std::filesystem::path& folder)
       other_(Start(folder, "other.exe")),
       chrome_(Start(folder, "chrome.exe")),
       firefox_(Start(folder, "firefox.exe")),
-      talker_(Start(folder, "talker.exe")),
-      gone_(Start(folder, "gone.exe")) {
-  MakeVanish(gone_);
-}
+      talker_(Start(folder, "talker.exe")) {}
 
 lab::StandInProcess Actors::StartMortal() const {
   return Start(folder_, "mortal.exe");

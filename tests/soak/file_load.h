@@ -23,8 +23,9 @@ class Actors {
   DWORD Chrome() const { return chrome_.Id(); }
   DWORD Firefox() const { return firefox_.Id(); }
   DWORD Talker() const { return talker_.Id(); }
-  // One that has gone.
-  DWORD Gone() const { return gone_.Id(); }
+  // As one that has gone: no process is given so high an id, but that of one which ran is given to another in
+  // the course of a long run.
+  DWORD Gone() const { return 0x7FFFFFFC; }
 
   // A new process, for the caller to end.
   lab::StandInProcess StartMortal() const;
@@ -38,7 +39,6 @@ class Actors {
   lab::StandInProcess chrome_;
   lab::StandInProcess firefox_;
   lab::StandInProcess talker_;
-  lab::StandInProcess gone_;
 };
 
 // Sends file events of every kind through the stand-in minifilter and enters them in the books. Which kind
