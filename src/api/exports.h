@@ -258,7 +258,8 @@ OSTREL_FUNCTION uint8_t EnableActivityDetection(ActivityEventCallback callback, 
 /*
  * Switches the detection of uploads and downloads off. What is cached is still reported.
  *
- * False: it is off already; or the minifilter's port cannot be opened, and it is off all the same.
+ * False: it is off already; or the minifilter's port cannot be opened, or memory is short, and it is off all
+ * the same: enable it and switch it off again to tell the minifilter.
  *
  * Log, level 6   "Disabled Application Activity Detection."
  *                "Application activity already disabled."

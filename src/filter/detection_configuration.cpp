@@ -54,9 +54,9 @@ bool DetectionConfiguration::DisableActivity() {
     // Unlike DisablePcd: switching off what is off is a failure here and a success there.
     return false;
   }
-  // Off once there is a message that says so: for want of memory nothing changes, and the host can try again.
-  const auto message = builder_.Build(DetectionKind::Activity, {});
+  // Not taken back, whatever becomes of the message: for want of memory the driver is not told.
   activityOn_ = false;
+  const auto message = builder_.Build(DetectionKind::Activity, {});
   Log(LOG_NOTABLE, L"Disabled Application Activity Detection.");
   return SendToDrivers(*message, remoteAddressInfo_);
 }
@@ -90,8 +90,8 @@ bool DetectionConfiguration::DisablePcd() {
     Log(LOG_NOTABLE, L"PCD already turned off.");
     return true;
   }
-  const auto message = builder_.Build(DetectionKind::CloudDrive, {});
   pcdOn_ = false;
+  const auto message = builder_.Build(DetectionKind::CloudDrive, {});
   Log(LOG_NOTABLE, L"Disabled PCD detection.");
   return SendToDrivers(*message, remoteAddressInfo_);
 }

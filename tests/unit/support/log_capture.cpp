@@ -20,7 +20,8 @@ void Record(const wchar_t* text, std::uint32_t level) {
   const std::wstring_view line(text);
   const bool hasPrefix = line.substr(0, PREFIX.size()) == PREFIX;
   const std::lock_guard lock(linesMutex);
-  lines.push_back({level, hasPrefix ? std::wstring(line.substr(PREFIX.size())) : L"WITHOUT PREFIX: " + std::wstring(line)});
+  lines.push_back({level, hasPrefix ? std::wstring(line.substr(PREFIX.size()))
+                                    : L"WITHOUT PREFIX: " + std::wstring(line)});
 }
 
 }  // namespace

@@ -17,8 +17,8 @@ struct LogLine {
 
 void PrintTo(const LogLine& line, std::ostream* stream);
 
-// Takes the library's log for its lifetime. The lines come without the prefix that every line of the library has; one that
-// lacks it is marked, and so equals nothing that a test expects. Any thread may log.
+// Takes the library's log for its lifetime. The lines come without the prefix that every line of the library
+// has; one that lacks it is marked, and so equals nothing that a test expects. Any thread may log.
 class LogCapture {
  public:
   explicit LogCapture(std::int32_t level = 7);

@@ -10,11 +10,11 @@
 namespace {
 
 using ostrel::CopyBounded;
-using ostrel::TextList;
 using ostrel::EndsWithIgnoringAsciiCase;
 using ostrel::EqualsIgnoringAsciiCase;
 using ostrel::FoldAsciiCase;
 using ostrel::StartsWithIgnoringAsciiCase;
+using ostrel::TextList;
 
 TEST(Text, FoldingChangesTheAsciiCapitalsAndNothingElse) {
   for (unsigned code = 0; code < 0xFFFF; ++code) {
