@@ -7,8 +7,13 @@ export WINEDEBUG="${WINEDEBUG:--all}"
 # Of two libraries named wtsapi32 Wine takes its own, even when another one lies beside the program.
 export WINEDLLOVERRIDES="${WINEDLLOVERRIDES:-mscoree,mshtml=;wtsapi32=native,builtin}"
 mkdir -p "$(dirname "$WINEPREFIX")"
+# Linux may give a new process its heap at the address of the page that Windows shares with every process. Then the process
+# cannot start: once in some thousands, with error 1359. Without random addresses the heap lies elsewhere.
+fixed_addresses="setarch $(uname -m) --addr-no-randomize"
+$fixed_addresses true 2>/dev/null || fixed_addresses=
 for wine in wine64 /usr/lib/wine/wine64 wine; do
-  if command -v "$wine" >/dev/null 2>&1; then exec "$wine" "$@"; fi
+  # shellcheck disable=SC2086  # several words, or none
+  if command -v "$wine" >/dev/null 2>&1; then exec $fixed_addresses "$wine" "$@"; fi
 done
 echo "wine.sh: Wine is not installed; run scripts/setup.sh" >&2
 exit 127
