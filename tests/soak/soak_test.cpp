@@ -60,14 +60,12 @@ struct {
   std::vector<std::wstring> unexpectedReports;
 } told;
 
-// What the load itself brings about, what the first loading on a new machine does, and a helper that Wine
-// fails to start, which it does now and then with its internal error (1359): the event then has no titles.
+// What the load itself brings about, and what the first loading on a new machine does.
 bool IsExpectedError(std::wstring_view line) {
   for (const auto* beginning :
        {L"Unhandled message from driver: ", L"Could not get process name. ",
         L"Could not open process token. ", L"Could not get information. Remote pipe not available",
-        L"OpenService failed (1060).", L"couldn't create proc as non service (lastError=1359)",
-        L"Could not successfully spawn a sub-process"}) {
+        L"OpenService failed (1060)."}) {
     if (line.starts_with(beginning)) return true;
   }
   return false;
@@ -100,8 +98,7 @@ bool AreExpectedTitles(std::wstring_view file, std::int32_t count, wchar_t** tit
                        std::wstring_view status) {
   if (file.find(L"\\new-") == std::wstring_view::npos) return count == 0 && status.empty();
   if (status == L"TABTITLE_SUCCESS") return count == 1 && std::wstring_view(titles[0]) == L"News";
-  return count == 0 && (status == L"PIPE_NOT_AVAILABLE" || status == L"TABTITLE_CONNECT_PIPE_FAILED" ||
-                        status == L"PROCCREATE_FAILURE");
+  return count == 0 && (status == L"PIPE_NOT_AVAILABLE" || status == L"TABTITLE_CONNECT_PIPE_FAILED");
 }
 
 // One program has both uploads and streams that go out; it may have none left by now.
