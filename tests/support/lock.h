@@ -8,7 +8,7 @@
 namespace ostrel::test {
 
 // How long a test waits for a condition before it fails.
-constexpr std::chrono::milliseconds PATIENCE{20000};
+constexpr std::chrono::milliseconds PATIENCE{60000};
 
 // The system's own lock and condition variable: the threads that meet here were started by a module with a
 // C++ runtime of its own.
