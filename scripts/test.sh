@@ -57,6 +57,13 @@ run_demo() {
   return 1
 }
 
+# What each failed test printed, cut where it goes on for long.
+show_failures() {
+  awk '/^[0-9]+: \[ RUN / { text = ""; lines = 0 }
+       /^[0-9]+: / { if (lines++ < 60) text = text substr($0, 1, 300) "\n" }
+       /^[0-9]+: \[  FAILED  \] .* \([0-9]+ ms\)$/ { printf "== failed\n%s", text }' "$log"
+}
+
 # Counts single tests, as GoogleTest reports them when a program ends; a program that ended otherwise counts as one failure.
 sum_up() {
   local passed failed broken
@@ -90,6 +97,7 @@ wait_for_beside || analysis_failed=1
 end_wine
 demo_failed=0
 run_demo || demo_failed=1
+show_failures
 echo "The whole output is in $log."
 sum_up || status=1
 exit "$status"

@@ -1,10 +1,14 @@
 #include "e2e/lab_fixture.h"
 
+#include <algorithm>
+#include <iostream>
 #include <sstream>
 
 namespace ostrel::test {
 
 namespace {
+
+constexpr std::size_t HOST_ERRORS_SHOWN = 4000;
 
 std::wstring Quoted(const std::filesystem::path& path) {
   return L"\"" + path.wstring() + L"\"";
@@ -19,6 +23,14 @@ LabFixture::LabFixture() {
   std::error_code ignored;
   std::filesystem::remove_all(directory_, ignored);
   std::filesystem::create_directories(directory_);
+}
+
+void LabFixture::TearDown() {
+  if (!HasFailure()) return;
+  const std::string errors = ReadFile(directory_ / "host.err");
+  if (errors.empty()) return;
+  const std::size_t shown = std::min(errors.size(), HOST_ERRORS_SHOWN);
+  std::cout << "The host's last lines:\n" << errors.substr(errors.size() - shown) << "\n";
 }
 
 std::filesystem::path LabFixture::StageDirectory() {
@@ -50,7 +62,7 @@ DWORD LabFixture::RunLab(const std::wstring& arguments) {
 }
 
 DWORD LabFixture::Play(const std::filesystem::path& scenario) {
-  return RunLab(L"play " + Quoted(scenario) + L" --work-dir " + Quoted(directory_ / "work"));
+  return RunLab(L"play " + Quoted(scenario) + L" --wait-host 90 --work-dir " + Quoted(directory_ / "work"));
 }
 
 DWORD LabFixture::Check(const std::filesystem::path& scenario) {

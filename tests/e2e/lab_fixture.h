@@ -15,12 +15,15 @@
 namespace ostrel::test {
 
 // Long enough for a loaded machine; a test that waits that long has failed.
-constexpr std::chrono::seconds PROGRAM_PATIENCE{60};
+constexpr std::chrono::seconds PROGRAM_PATIENCE{120};
 
 // Runs host and lab from the stage folder, with a working folder per test.
 class LabFixture : public ::testing::Test {
  protected:
   LabFixture();
+
+  // Of a test that failed, what the host said at its end.
+  void TearDown() override;
 
   static std::filesystem::path StageDirectory();
   static std::filesystem::path Scenario(const std::string& name);
