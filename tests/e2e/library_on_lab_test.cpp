@@ -13,6 +13,8 @@
 #include "minifilter_wire.h"
 #include "support/lock.h"
 #include "support/open_handles.h"
+#include "text.h"
+#include "util/unique_handle.h"
 
 namespace ostrel::test {
 
@@ -123,6 +125,28 @@ TEST(LibraryOnLab, UnloadingDuringAFloodEndsInTimeWithoutAnError) {
     EXPECT_EQ(UnloadDriver(), 1);
   }
   EXPECT_EQ(errorLines, 0);
+}
+
+// Reads back what the library has configured, as fast as it can, until the driver is gone.
+DWORD WINAPI ReadConfigurations(void* driver) {
+  try {
+    for (;;) static_cast<DriverLink*>(driver)->Configurations();
+  } catch (const lab::LabError&) {
+    return 0;
+  }
+}
+
+TEST(LibraryOnLab, TheDriverGoesWhileItsConfigurationIsBeingRead) {
+  for (int round = 0; round < 10; ++round) {
+    ASSERT_NO_FATAL_FAILURE(Load());
+    auto driver = DriverLink::TryOpen();
+    ASSERT_TRUE(driver.has_value());
+    const UniqueKernelHandle reader(CreateThread(nullptr, 0, ReadConfigurations, &*driver, 0, nullptr));
+    ASSERT_TRUE(reader);
+    Sleep(20);
+    EXPECT_EQ(UnloadDriver(), 1);
+    ASSERT_EQ(WaitForSingleObject(reader.Get(), static_cast<DWORD>(PATIENCE.count())), WAIT_OBJECT_0);
+  }
 }
 
 }  // namespace

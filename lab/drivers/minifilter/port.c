@@ -52,6 +52,12 @@ static void AbandonMessages(Port* port) {
   UpdateDrained(port);
 }
 
+static void ForgetClient(Port* port) {
+  port->client = NULL;
+  port->status.clientConnected = 0;
+  AbandonMessages(port);
+}
+
 static void Deliver(Port* port, PIRP request) {
   PLIST_ENTRY entry = RemoveHeadList(&port->queued);
   QueuedMessage* next = CONTAINING_RECORD(entry, QueuedMessage, entry);
@@ -292,11 +298,7 @@ void PortDisconnect(Port* port, PFILE_OBJECT file) {
   BOOLEAN wasClient;
   KeAcquireSpinLock(&port->lock, &irql);
   wasClient = port->client == file;
-  if (wasClient) {
-    port->client = NULL;
-    port->status.clientConnected = 0;
-    AbandonMessages(port);
-  }
+  if (wasClient) ForgetClient(port);
   KeReleaseSpinLock(&port->lock, irql);
   if (wasClient) EndWaitingRequests(port);
   BeginMessage(port, file, NULL);
@@ -373,11 +375,14 @@ NTSTATUS PortReadConfiguration(Port* port, const OstrelLabConfigurationRequest* 
   return status;
 }
 
+/* With the lock held: the player may be reading one. */
 static void FreeConfigurations(Port* port) {
   for (uint32_t i = 0; i < OSTREL_LAB_KEPT_CONFIGURATIONS; ++i) {
     if (port->configurations[i] != NULL) ExFreePoolWithTag(port->configurations[i], POOL_TAG);
     port->configurations[i] = NULL;
   }
+  port->status.configurations = 0;
+  port->status.keptConfigurations = 0;
 }
 
 void PortReset(Port* port) {
@@ -412,14 +417,14 @@ static void SendUnloadNotice(Port* port) {
 
 void PortShutDown(Port* port) {
   LARGE_INTEGER limit;
-  PFILE_OBJECT client;
   KIRQL irql;
   limit.QuadPart = -10000000LL * UNLOAD_WAIT_SECONDS;
   SendUnloadNotice(port);
   (void)KeWaitForSingleObject(&port->drained, Executive, KernelMode, FALSE, &limit);
+  /* Without a look at the client's file object, which goes when the client closes it meanwhile. */
   KeAcquireSpinLock(&port->lock, &irql);
-  client = port->client;
-  KeReleaseSpinLock(&port->lock, irql);
-  if (client != NULL) PortDisconnect(port, client);
+  ForgetClient(port);
   FreeConfigurations(port);
+  KeReleaseSpinLock(&port->lock, irql);
+  EndWaitingRequests(port);
 }

@@ -251,7 +251,7 @@ static void Forget(Monitor* monitor, BOOLEAN unloading) {
   KIRQL irql;
   RtlZeroMemory(&fresh, sizeof(fresh));
   KeAcquireSpinLock(&monitor->lock, &irql);
-  monitor->unloading = unloading;
+  if (unloading) monitor->unloading = TRUE;
   DropQueue(monitor);
   fresh.enabled = monitor->status.enabled;
   fresh.handles = monitor->status.handles;
