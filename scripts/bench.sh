@@ -51,6 +51,7 @@ build_preset windows ostrel_benchmarks
 build_preset native cache_bench
 use_display
 use_wine_prefix
+export OSTREL_WINE_ALONE=1
 mkdir -p build/bench
 results=../../bench
 

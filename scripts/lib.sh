@@ -24,6 +24,8 @@ use_wine_prefix() {
   fi
   # Any program boots the prefix. "wineboot" would boot it twice, and of two service managers neither starts a driver.
   cmake/wine.sh cmd /c exit >/dev/null 2>&1
+  # A program that came while the server is leaving would fail.
+  wine_server -w >/dev/null 2>&1 || true
   # A network drive: Wine finds \\lab-server\team here.
   mkdir -p "$WINEPREFIX/dosdevices/unc/lab-server/team"
 }

@@ -16,5 +16,6 @@ scripts/setup.sh
 build_preset windows soak_tests torture_tests
 use_display
 use_wine_prefix
+export OSTREL_WINE_ALONE=1
 OSTREL_SOAK_EVENTS=200000 OSTREL_SOAK_MINUTES=$minutes cmake/wine.sh build/windows/stage/soak_tests.exe
 cmake/wine.sh build/windows/stage/torture_tests.exe

@@ -85,6 +85,8 @@ done
 build windows || exit 1
 use_display || exit 1
 use_wine_prefix
+# One test after the other, each in a Wine of its own.
+export OSTREL_WINE_ALONE=1
 trap 'end_beside; end_wine; end_display' EXIT
 
 start_beside
@@ -93,8 +95,9 @@ analysis_failed=0
 wait_for_beside || analysis_failed=1
 { build windows-debug && run_tests windows-debug "$@"; } || status=1
 
-# The demonstration brings its own display, and what runs in the prefix still has this one.
+# The demonstration runs programs side by side. It brings its own display, and what runs in the prefix still has this one.
 end_wine
+unset OSTREL_WINE_ALONE
 demo_failed=0
 run_demo || demo_failed=1
 show_failures

@@ -8,6 +8,8 @@ export WINEPREFIX=${WINEPREFIX:-$PWD/build/wineprefix} WINEDEBUG=-all
 work=$PWD/build/package-test
 stage=build/windows/stage
 wine=$PWD/cmake/wine.sh
+# Programs run side by side here.
+unset OSTREL_WINE_ALONE
 cross=x86_64-w64-mingw32
 session_environment='HKLM\System\CurrentControlSet\Control\Session Manager\Environment'
 host=
